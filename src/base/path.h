@@ -1,0 +1,26 @@
+// Joining paths.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace keldo {
+
+/// Longest text, in bytes without the terminator, that the system's fixed path buffers hold.
+inline constexpr std::size_t kMaxPathText = 4095;
+
+/// `text` cut to what a path buffer holds.
+[[nodiscard]] inline std::string CutToPathBuffer(std::string_view text) {
+  return std::string(text.substr(0, kMaxPathText));
+}
+
+/// `directory`, "/" and `name`: "/v/photo" and "a.jpg" give "/v/photo/a.jpg". A path longer than the
+/// kernel takes stays whole, so that using it fails rather than reaching another file.
+[[nodiscard]] inline std::string JoinPath(std::string_view directory, std::string_view name) {
+  std::string path;
+  path.reserve(directory.size() + 1 + name.size());
+  path.append(directory).append("/").append(name);
+  return path;
+}
+
+}  // namespace keldo

@@ -1,0 +1,33 @@
+// INI files.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace KELDOUtils {
+
+/// Reads one INI file: `[section]` headers and `key=value` lines, `;` and `#` comments, white space
+/// around names and values ignored. A key that a section gives twice has its last value.
+class ConfParser {
+ public:
+  /// Returns non-zero when the file was read and parsed; 0 when it cannot be read, is no regular
+  /// file or has a line that is neither. Silent. Only one load per object.
+  int loadFromFile(const char* path);
+
+  /// The section names in file order, each once.
+  [[nodiscard]] std::vector<std::string> enumSections() const;
+
+  /// The key's value as a decimal integer; `fallback` when absent or not a number.
+  [[nodiscard]] int getInt(const std::string& section, const std::string& key, int fallback) const;
+
+  /// The key's value; `fallback` when absent.
+  [[nodiscard]] std::string getString(const std::string& section, const std::string& key,
+                                      const std::string& fallback) const;
+
+ private:
+  std::vector<std::string> section_names_;
+  std::map<std::string, std::map<std::string, std::string>> sections_;
+};
+
+}  // namespace KELDOUtils
