@@ -14,8 +14,8 @@ inline constexpr std::size_t kMaxPathText = 4095;
   return std::string(text.substr(0, kMaxPathText));
 }
 
-/// `directory`, "/" and `name`: "/v/photo" and "a.jpg" give "/v/photo/a.jpg". A path longer than the
-/// kernel takes stays whole, so that using it fails rather than reaching another file.
+/// `directory`, "/" and `name`: "/v/photo" and "a.jpg" give "/v/photo/a.jpg". A path longer than
+/// the kernel takes stays whole, so that using it fails rather than reaching another file.
 [[nodiscard]] inline std::string JoinPath(std::string_view directory, std::string_view name) {
   std::string path;
   path.reserve(directory.size() + 1 + name.size());
