@@ -25,7 +25,8 @@ int KELDOIDX_GetThumbSizeMap(const char* path, _tag_THUMB_TYPE_ type, int* mask)
 /// cannot be read as an image.
 [[nodiscard]] int KELDOIDX_GetMediaInfo(const char* path, MediaInfo& info);
 
-/// Tells the index the resolutions of a photo and of a thumbnail made from it. Returns 0 on success.
+/// Tells the index the resolutions of a photo and of a thumbnail made from it. Returns 0 on
+/// success.
 int KELDOIDX_IndexConvertAdd(const MediaInfo& source, const MediaInfo& converted,
                              const Json::Value& extra);
 

@@ -39,8 +39,9 @@ class MediaInfo {
 };
 
 /// Reads the width and height in pixels of an ordinary image from its header; no pixels are
-/// decoded. JPEG, PNG, TIFF, GIF, WebP, BMP and portable pixmaps give the stored size, HEIC and AVIF
-/// the displayed one, since their decoders always apply the orientation. True on success; silent.
+/// decoded. JPEG, PNG, TIFF, GIF, WebP, BMP and portable pixmaps give the stored size, HEIC and
+/// AVIF the displayed one, since their decoders always apply the orientation. True on success;
+/// silent.
 [[nodiscard]] bool KELDOIndexImgResGet(const std::string& path, unsigned& width, unsigned& height);
 
 }  // namespace keldoindexutils

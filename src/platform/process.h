@@ -52,6 +52,16 @@ class ProcessRunner {
 /// started (silent). Close the stream with KLIBCPclose only.
 FILE* KLIBCPopen(const char* path, const char* mode, ...) __attribute__((sentinel));
 
+/// Waits until the stream has something to read or has ended, with termination requests let in.
+/// False once the child's deadline has passed. Call it before each read(2) on the stream's
+/// descriptor: a child that hangs would otherwise hang the reader. Ours, not the appliance's.
+[[nodiscard]] bool KLIBCPWait(FILE* stream);
+
+/// Reads a line like fgets: at most `size` - 1 bytes up to and including a newline, terminated.
+/// False when nothing is left, or the deadline passed before anything came. Waits as KLIBCPWait
+/// does. Not to be mixed with other ways of reading the same stream. Ours as well.
+[[nodiscard]] bool KLIBCPReadLine(FILE* stream, char* line, std::size_t size);
+
 /// Closes a stream of KLIBCPopen and reaps the child, ending it first if it still runs after its
 /// output was closed. Returns the wait status, -1 for a stream that KLIBCPopen did not make.
 int KLIBCPclose(FILE* stream);
@@ -62,6 +72,6 @@ int KLIBCPclose(FILE* stream);
 /// signalled. Safe to call from a termination handler that was let in at a safe point.
 int KLIBCKill(const char* name, int signal);
 
-/// Writes this process's id in decimal and a newline to `path`, mode 0644, replacing what an earlier
-/// run left. Never writes through a symbolic link. Returns 0 on success, -1 with errno set.
+/// Writes this process's id in decimal and a newline to `path`, mode 0644, replacing what an
+/// earlier run left. Never writes through a symbolic link. Returns 0 on success, -1 with errno set.
 int KLIBCProcPidFileCreate(const char* path);

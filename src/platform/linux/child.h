@@ -1,0 +1,55 @@
+// One child process, from its start to its end.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/unique_fd.h"
+#include "platform/linux/deadline.h"
+
+namespace keldo::platform {
+
+/// What to start, and where its output goes.
+struct ChildPlan {
+  std::string program;
+  std::vector<std::string> arguments;  ///< The whole argument vector, argv[0] included.
+  int stdout_fd = 1;                   ///< Becomes the child's standard output.
+  int stderr_fd = 2;                   ///< Becomes the child's standard error.
+};
+
+/// A started child that leads a process group of its own and dies with this process. Destroying it
+/// while it runs kills its group.
+class Child {
+ public:
+  /// Starts the program: /dev/null as standard input, no descriptors but 0 to 2, all signals at
+  /// their defaults and unblocked. Nothing, with the reason in `error` (an errno value), when it
+  /// cannot be started. Silent.
+  [[nodiscard]] static std::optional<Child> Start(const ChildPlan& plan, int& error);
+
+  /// Takes charge of a forked process that leads a process group of its own.
+  explicit Child(pid_t pid);
+  ~Child();
+  Child(Child&& other) noexcept;
+  Child& operator=(Child&&) = delete;
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  /// Waits for the child's end with termination requests let in. False when it still runs at the
+  /// deadline.
+  [[nodiscard]] bool WaitUntil(Clock::time_point deadline) const;
+
+  /// Ends the child's whole group, what it left running included, and returns the child's wait
+  /// status. To be called once.
+  int KillAndReap();
+
+ private:
+  [[nodiscard]] bool HasEnded() const;
+
+  pid_t pid_;
+  UniqueFd pidfd_;
+};
+
+}  // namespace keldo::platform

@@ -1,0 +1,62 @@
+#include <sys/wait.h>
+#include <syslog.h>
+
+#include <cstring>
+
+#include "platform/linux/child.h"
+#include "platform/linux/converter_names.h"
+#include "platform/process.h"
+
+namespace KELDOUtils {
+namespace {
+
+using keldo::platform::Child;
+using keldo::platform::Clock;
+
+constexpr int kFailed = -1;
+
+// Line values of this source's messages.
+constexpr int kNotStartedLine = 41;
+constexpr int kOverranLine = 52;
+
+}  // namespace
+
+ProcessRunner::ProcessRunner(const char* program, const char* argv0, const char* a1, const char* a2,
+                             const char* a3)
+    : program_(program) {
+  addArguments(argv0, a1, a2, a3);
+}
+
+ProcessRunner::~ProcessRunner() = default;
+
+void ProcessRunner::addArguments(const char* a1, const char* a2, const char* a3, const char* a4,
+                                 const char* a5, const char* a6, const char* a7, const char* a8,
+                                 const char* a9) {
+  for (const char* argument : {a1, a2, a3, a4, a5, a6, a7, a8, a9}) {
+    if (argument == nullptr) return;
+    arguments_.emplace_back(argument);
+  }
+}
+
+int ProcessRunner::run(bool /*wait*/, bool /*detach_output*/) {
+  const keldo::platform::LiteralNames names(program_, arguments_);
+  int error = names.error();
+  std::optional<Child> child =
+      error == 0 ? Child::Start({program_, names.arguments()}, error) : std::optional<Child>();
+  if (!child) {
+    syslog(LOG_ERR, "%s:%d [Error] failed to start %s: %s", "process", kNotStartedLine,
+           program_.c_str(), std::strerror(error));
+    return kFailed;
+  }
+  const std::chrono::seconds limit = keldo::platform::ChildDeadline();
+  const bool ended = child->WaitUntil(Clock::now() + limit);
+  const int status = child->KillAndReap();
+  if (!ended) {
+    syslog(LOG_ERR, "%s:%d [Error] killed %s, which ran for more than %lld s", "process",
+           kOverranLine, program_.c_str(), static_cast<long long>(limit.count()));
+    return kFailed;
+  }
+  return status;
+}
+
+}  // namespace KELDOUtils
