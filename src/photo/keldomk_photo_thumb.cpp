@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdlib>
 
+#include "base/path.h"
 #include "base/unique_fd.h"
 #include "photo/convert_command.h"
 #include "photo/source_file.h"
@@ -143,7 +144,7 @@ bool CompareRequestWidth(const ThumbRequest& a, const ThumbRequest& b) {
 
 void RemoveThumbFiles(const ThumbProfile& profile, const std::string& eaDir) {
   for (const std::string& name : {profile.filename(), profile.eaFilename()}) {
-    const std::string path = eaDir + "/" + name;
+    const std::string path = JoinPath(eaDir, name);
     unlink(path.c_str());
     const std::string marker = MarkerPath(path);
     if (!marker.empty()) unlink(marker.c_str());

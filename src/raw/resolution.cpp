@@ -38,11 +38,9 @@ bool ParseOutputSize(char* line, unsigned& x, unsigned& y) {
   if (std::strcmp(line, kOutputSizeKey) != 0) return false;
   int width = 0;
   int height = 0;
-  // Reading two small numbers is all that is asked here; a line that holds none is passed over.
-  if (std::sscanf(StringTrim(colon + 1), "%d x %d", &width, &height) !=
-      2) {  // NOLINT(cert-err34-c)
-    return false;
-  }
+  // A line that holds no two numbers is passed over.
+  // NOLINTNEXTLINE(cert-err34-c): sizes of pictures do not overflow
+  if (std::sscanf(StringTrim(colon + 1), "%d x %d", &width, &height) != 2) return false;
   x = static_cast<unsigned>(width);
   y = static_cast<unsigned>(height);
   return true;

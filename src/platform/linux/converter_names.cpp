@@ -93,7 +93,7 @@ std::string LiteralNames::Hold(const std::string& path) {
     error_ = errno;
     return {};
   }
-  const std::string reached =
+  std::string reached =
       "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(held.get());
   held_.push_back(std::move(held));
   return reached;
