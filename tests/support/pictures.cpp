@@ -1,0 +1,96 @@
+#include "support/pictures.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace keldo::testing {
+namespace {
+
+// Builds a picture by asking for the colour of each of its places.
+template <typename Colour>
+Picture Painted(int width, int height, const Colour& colour) {
+  Picture picture{width, height, {}};
+  picture.pixels.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x)
+      picture.pixels.push_back(colour(x, y));
+  }
+  return picture;
+}
+
+}  // namespace
+
+Picture FourCorners(int width, int height, const CornerColours& colours) {
+  return Painted(width, height, [&](int x, int y) {
+    const std::size_t right = 2 * x >= width ? 1 : 0;
+    const std::size_t bottom = 2 * y >= height ? 2 : 0;
+    return colours[right + bottom];
+  });
+}
+
+Picture Plain(int width, int height, Rgb colour) {
+  return Painted(width, height, [&](int, int) { return colour; });
+}
+
+CornerColours Corners(const Picture& picture) {
+  const int left = picture.width / 4;
+  const int right = picture.width - 1 - left;
+  const int top = picture.height / 4;
+  const int bottom = picture.height - 1 - top;
+  return {picture.At(left, top), picture.At(right, top), picture.At(left, bottom),
+          picture.At(right, bottom)};
+}
+
+int CornerDistance(const CornerColours& a, const CornerColours& b) {
+  int distance = 0;
+  for (std::size_t corner = 0; corner < a.size(); ++corner) {
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+      distance = std::max(distance, std::abs(int{a[corner][channel]} - int{b[corner][channel]}));
+    }
+  }
+  return distance;
+}
+
+Picture StoredWith(int orientation, const Picture& upright) {
+  const int right = upright.width - 1;
+  const int bottom = upright.height - 1;
+  const bool mirrored_x =
+      orientation == 2 || orientation == 3 || orientation == 6 || orientation == 7;
+  const bool mirrored_y =
+      orientation == 3 || orientation == 4 || orientation == 7 || orientation == 8;
+  const bool swapped = orientation >= 5;
+  return Painted(swapped ? upright.height : upright.width, swapped ? upright.width : upright.height,
+                 [&](int column, int row) {
+                   const int x = swapped ? row : column;
+                   const int y = swapped ? column : row;
+                   return upright.At(mirrored_x ? right - x : x, mirrored_y ? bottom - y : y);
+                 });
+}
+
+Picture Turned(int degrees, const Picture& picture) {
+  switch (degrees) {
+    case 0:
+      return picture;
+    case 90:
+      return StoredWith(8, picture);
+    case 180:
+      return StoredWith(3, picture);
+    case 270:
+      return StoredWith(6, picture);
+    default:
+      throw std::invalid_argument("no quarter turn");
+  }
+}
+
+std::string EncodePpm(const Picture& picture) {
+  std::string out =
+      "P6\n" + std::to_string(picture.width) + " " + std::to_string(picture.height) + "\n255\n";
+  for (const Rgb& pixel : picture.pixels) {
+    for (const std::uint8_t channel : pixel)
+      out += static_cast<char>(channel);
+  }
+  return out;
+}
+
+}  // namespace keldo::testing
