@@ -1,0 +1,96 @@
+#include "platform/ea_dir.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "base/path.h"
+#include "platform/linux/last_error.h"
+
+namespace {
+
+using keldo::platform::ErrorCode;
+using keldo::platform::RecordError;
+
+constexpr std::string_view kMetadataDirectory = "@eaDir";
+
+// Besides our own: what is thrown away, and what other systems and desktops keep on a volume for
+// themselves. Nobody looks for his photos there.
+constexpr auto kHiddenDirectories = std::to_array<std::string_view>(
+    {kMetadataDirectory, "@tmp", "@trash", "lost+found", ".Trash", ".Trashes", ".thumbnails",
+     "$RECYCLE.BIN", "$Recycle.Bin", "System Volume Information"});
+
+// ".Trash-1000": the trash of one user, by his number, on a volume outside his home.
+bool IsTrashOfAUser(std::string_view name) {
+  constexpr std::string_view kPrefix = ".Trash-";
+  if (!name.starts_with(kPrefix) || name.size() == kPrefix.size()) return false;
+  return name.find_first_not_of("0123456789", kPrefix.size()) == std::string_view::npos;
+}
+
+bool Exists(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0;
+}
+
+bool IsGone(const std::string& path) {
+  return ::unlink(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
+}
+
+// The last error's line tells which of the reports it was.
+int Fail(ErrorCode code, char* buffer, std::size_t size,
+         std::source_location where = std::source_location::current()) {
+  if (buffer != nullptr && size > 0) *buffer = '\0';
+  RecordError(code, where);
+  return -1;
+}
+
+}  // namespace
+
+int KELDOEADirPath(const char* source_path, char* buffer, std::size_t size) {
+  if (source_path == nullptr || buffer == nullptr) {
+    return Fail(ErrorCode::kMissingArgument, buffer, size);
+  }
+  const std::string_view source(source_path);
+  const std::size_t slash = source.rfind('/');
+  const std::size_t name = slash == std::string_view::npos ? 0 : slash + 1;
+  if (name == source.size()) return Fail(ErrorCode::kNoFileName, buffer, size);
+
+  std::string path;
+  path.reserve(source.size() + kMetadataDirectory.size() + 1);
+  path.append(source.substr(0, name)).append(kMetadataDirectory);
+  path.append("/").append(source.substr(name));
+  if (path.size() >= size) return Fail(ErrorCode::kPathTooLong, buffer, size);
+  std::memcpy(buffer, path.c_str(), path.size() + 1);
+  return 0;
+}
+
+int KELDOEAIsHiddenDir(const char* name) {
+  const std::string_view text(name == nullptr ? "" : name);
+  const bool listed = std::ranges::find(kHiddenDirectories, text) != kHiddenDirectories.end();
+  return listed || IsTrashOfAUser(text) ? 1 : 0;
+}
+
+std::string GetFileNameEAFileExist(const std::string& directory, const std::string& underscore_name,
+                                   const std::string& colon_name) {
+  for (const std::string* name : {&underscore_name, &colon_name}) {
+    if (Exists(keldo::JoinPath(directory, *name))) return *name;
+  }
+  return {};
+}
+
+bool RemoveEAFile(const std::string& directory, const std::string& underscore_name,
+                  const std::string& colon_name) {
+  const bool underscore_gone = IsGone(keldo::JoinPath(directory, underscore_name));
+  const bool colon_gone = IsGone(keldo::JoinPath(directory, colon_name));
+  return underscore_gone && colon_gone;
+}
+
+bool IsEAFileExist(const std::string& directory, const std::vector<std::string>& names) {
+  return std::ranges::any_of(
+      names, [&](const std::string& name) { return Exists(keldo::JoinPath(directory, name)); });
+}

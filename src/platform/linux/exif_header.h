@@ -1,0 +1,21 @@
+// Every format that exiv2 knows: JPEG, PNG, TIFF, GIF, WebP and more.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/linux/simple_header.h"
+
+namespace keldo::platform {
+
+/// What exiv2 finds: a size, and the value of the orientation tag, 0 when there is none. Neither is
+/// checked for sense.
+struct ExifHeader {
+  ImageSize size;
+  long orientation = 0;
+};
+
+/// Throws what the library throws.
+[[nodiscard]] ExifHeader ReadExifHeader(const std::string& path);
+
+}  // namespace keldo::platform

@@ -1,0 +1,97 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "base/unique_fd.h"
+#include "platform/index_filesystem.h"
+#include "platform/linux/file_content.h"
+#include "platform/linux/lines.h"
+#include "platform/termination.h"
+
+namespace keldoindexutils::filesystem {
+namespace {
+
+using keldo::UniqueFd;
+using keldo::platform::HasLine;
+using keldo::platform::ReadToEnd;
+using keldo::platform::WaitForEvents;
+using keldo::platform::WriteAll;
+using Clock = std::chrono::steady_clock;
+
+// Holders of the lock write one line and go; who keeps it longer hangs.
+constexpr std::chrono::seconds kLongestWait{10};
+constexpr int kRetryMilliseconds = 20;
+
+// Opens the queue, making it when it is missing. Invalid when it is no regular file.
+UniqueFd OpenQueue(const std::string& path) {
+  constexpr int kFlags = O_RDWR | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  UniqueFd fd(::open(path.c_str(), kFlags));
+  if (!fd.valid() && errno == ENOENT) {
+    fd.reset(::open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0644));
+    if (fd.valid() && ::fchmod(fd.get(), 0644) != 0) return UniqueFd();
+    // Another process was quicker, and its file is as good.
+    if (!fd.valid() && errno == EEXIST) fd.reset(::open(path.c_str(), kFlags));
+  }
+  struct stat status {};
+  if (!fd.valid() || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return UniqueFd();
+  return fd;
+}
+
+// Takes the lock without sleeping in the kernel, so that a termination request is not kept waiting.
+bool Lock(int fd, Clock::time_point deadline) {
+  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return false;
+    if (Clock::now() >= deadline) return false;
+    static_cast<void>(WaitForEvents({}, kRetryMilliseconds));
+  }
+  return true;
+}
+
+// False when the queue was taken away for its work to be done while we waited for the lock: a line
+// that is written now might never be read.
+bool IsStillAt(int fd, const std::string& path) {
+  struct stat held {};
+  struct stat current {};
+  return ::fstat(fd, &held) == 0 && ::stat(path.c_str(), &current) == 0 &&
+         held.st_dev == current.st_dev && held.st_ino == current.st_ino;
+}
+
+UniqueFd OpenLockedQueue(const std::string& path) {
+  const Clock::time_point deadline = Clock::now() + kLongestWait;
+  do {
+    UniqueFd fd = OpenQueue(path);
+    if (!fd.valid() || !Lock(fd.get(), deadline)) return UniqueFd();
+    if (IsStillAt(fd.get(), path)) return fd;
+  } while (Clock::now() < deadline);
+  return {};
+}
+
+// Adds the line in one write. On failure the part that a full disk took is taken back, unless
+// somebody without regard for the lock has written behind it.
+bool AppendLine(int fd, const std::string& content, const std::string& text) {
+  std::string line;
+  if (!content.empty() && !content.ends_with('\n')) line = "\n";  // heals a line that was cut
+  line.append(text).append("\n");
+  if (WriteAll(fd, line)) return true;
+  struct stat status {};
+  const bool ours_is_last = ::fstat(fd, &status) == 0 && ::lseek(fd, 0, SEEK_CUR) == status.st_size;
+  if (ours_is_last) static_cast<void>(!::ftruncate(fd, static_cast<off_t>(content.size())));
+  return false;
+}
+
+}  // namespace
+
+bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
+  // Read back, either would be another entry than the one that was meant.
+  if (text.empty() || text.find('\n') != std::string::npos) return false;
+  const UniqueFd fd = OpenLockedQueue(queue_path);
+  std::string content;
+  if (!fd.valid() || !ReadToEnd(fd.get(), content)) return false;
+  return HasLine(content, text) || AppendLine(fd.get(), content, text);
+}
+
+}  // namespace keldoindexutils::filesystem

@@ -1,0 +1,78 @@
+#include "platform/text.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
+// What follows the last '.' of the path's last component; empty when that component has no dot but
+// a leading one: ".jpg" is a hidden file without an extension.
+std::string ExtensionOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  const std::size_t name = slash == std::string::npos ? 0 : slash + 1;
+  const std::size_t dot = path.rfind('.');
+  if (dot == std::string::npos || dot <= name) return {};
+  return path.substr(dot + 1);
+}
+
+}  // namespace
+
+char* StringTrim(char* text) {
+  if (text == nullptr) return nullptr;
+  const std::string_view whole(text);
+  const std::size_t first = whole.find_first_not_of(kWhiteSpace);
+  if (first == std::string_view::npos) {
+    *text = '\0';
+    return text;
+  }
+  const std::size_t length = whole.find_last_not_of(kWhiteSpace) + 1 - first;
+  std::memmove(text, text + first, length);
+  text[length] = '\0';
+  return text;
+}
+
+std::size_t EscapePercentSign(const char* in, char* out, std::size_t out_size) {
+  if (out_size == 0) return 0;
+  std::size_t length = 0;
+  for (; *in != '\0'; ++in) {
+    const std::size_t needed = *in == '%' ? 2 : 1;
+    if (length + needed >= out_size) break;
+    out[length++] = *in;
+    if (*in == '%') out[length++] = '%';
+  }
+  out[length] = '\0';
+  return length;
+}
+
+namespace KELDOUtils {
+
+std::string GetPathDirName(const std::string& path) {
+  // As dirname does: slashes at the end belong to the last component, several in a row count as
+  // one.
+  const std::size_t name_end = path.find_last_not_of('/');
+  if (name_end == std::string::npos) return path.empty() ? "." : "/";
+  const std::size_t slash = path.rfind('/', name_end);
+  if (slash == std::string::npos) return ".";
+  const std::size_t directory_end = path.find_last_not_of('/', slash);
+  return directory_end == std::string::npos ? "/" : path.substr(0, directory_end + 1);
+}
+
+std::string GetPathExt(const std::string& path) {
+  return ExtensionOf(path);
+}
+
+}  // namespace KELDOUtils
+
+namespace keldoindexutils {
+
+std::string GetFileExtension(const std::string& path) {
+  return ExtensionOf(path);
+}
+
+bool StartWith(const std::string& text, const std::string& prefix) {
+  return text.starts_with(prefix);
+}
+
+}  // namespace keldoindexutils
