@@ -1,0 +1,11 @@
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "ctl/command_line.h"
+#include "platform/paths.h"
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  return keldo::ctl::RunCommandLine(arguments, keldo::paths::kIndexDatabase, std::cout, std::cerr);
+}
