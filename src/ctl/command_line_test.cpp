@@ -159,6 +159,13 @@ TEST_F(CommandLine, ADatabaseThatCannotBeMadeIsAFailure) {
   EXPECT_EQ(errors_, "keldothumbctl: " + database_ + ": No such file or directory\n");
 }
 
+TEST_F(CommandLine, AnAnswerThatCannotBeWrittenIsAFailure) {
+  std::ofstream full("/dev/full");
+  std::ostringstream err;
+  EXPECT_EQ(RunCommandLine({"index", "mask", photos_}, database_, full, err), 1);
+  EXPECT_EQ(err.str(), "keldothumbctl: standard output: cannot be written\n");
+}
+
 TEST_F(CommandLine, WrongUseHasTheStatusTwo) {
   for (const auto& arguments :
        std::vector<std::vector<std::string>>{{},

@@ -52,6 +52,15 @@ TEST_F(DirectoryJobTest, ADirectoryWithWorkLeftIsQueuedOnce) {
   EXPECT_EQ(Progress(), (Texts{"completed_thumb=10"}));
 }
 
+TEST_F(DirectoryJobTest, APhotoThatIsFinishedLeavesTheDirectoryQueuedForTheOthers) {
+  Photo("a.png");
+  Photo("b.png");
+  MakeThumbs("b.png", {"XL", "B", "M", "L", "SM"});
+  Run();
+  EXPECT_EQ(Made("b.png"), (Texts{"XL", "B", "M", "L", "SM", "S"}));
+  EXPECT_EQ(Queue(), (Texts{job_.path}));
+}
+
 TEST_F(DirectoryJobTest, TheNextRunFinishesWhatWasDeferredAndAThirdDoesNothing) {
   const std::string photo = Photo("a.png");
   Run();

@@ -78,6 +78,7 @@ void ProcessArgument(const std::string& argument, const std::string& profile_pat
 
 int RunKeldothumb(int argc, char** argv) {
   if (argc < 3) return 1;
+  platform::EnsureStandardDescriptors();
   platform::HoldTermination();
   umask(0);
   KillThumbProcesses();

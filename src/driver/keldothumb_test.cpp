@@ -129,8 +129,10 @@ TEST_F(KeldothumbTest, LongArgumentsAreCut) {
   EXPECT_EQ(Run({longer_profile + "cut off", longer}), 0);
   EXPECT_EQ(Processed(), (Texts{longer.substr(0, 4095)}));
   fake().calls.clear();
-  EXPECT_EQ(Run({profile_path_, "R:" + job_.path + std::string(5000, '/')}), 0);
-  EXPECT_EQ(Processed(), (Texts{job_.path}));
+  const std::string exact = Dir() + std::string(4095 - job_.path.size() + 1, '/') + "photos";
+  ASSERT_EQ(exact.size(), 4095u);
+  EXPECT_EQ(Run({profile_path_, "R:" + exact + "/cut off"}), 0);
+  EXPECT_EQ(Processed(), (Texts{exact}));
 }
 
 // ---- One target ----

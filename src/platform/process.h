@@ -53,8 +53,9 @@ class ProcessRunner {
 FILE* KLIBCPopen(const char* path, const char* mode, ...) __attribute__((sentinel));
 
 /// Waits until the stream has something to read or has ended, with termination requests let in.
-/// False once the child's deadline has passed. Call it before each read(2) on the stream's
-/// descriptor: a child that hangs would otherwise hang the reader. Ours, not the appliance's.
+/// False once the child's deadline has passed; the child and its group are then killed. Call it
+/// before each read(2) on the stream's descriptor: a child that hangs would otherwise hang the
+/// reader. Ours, not the appliance's.
 [[nodiscard]] bool KLIBCPWait(FILE* stream);
 
 /// Reads a line like fgets: at most `size` - 1 bytes up to and including a newline, terminated.
@@ -75,3 +76,11 @@ int KLIBCKill(const char* name, int signal);
 /// Writes this process's id in decimal and a newline to `path`, mode 0644, replacing what an
 /// earlier run left. Never writes through a symbolic link. Returns 0 on success, -1 with errno set.
 int KLIBCProcPidFileCreate(const char* path);
+
+namespace keldo::platform {
+
+/// Opens /dev/null for each of the descriptors 0 to 2 that is closed, so that no file of ours gets
+/// one of these numbers and is written to as standard error. Ours, not the appliance's.
+void EnsureStandardDescriptors();
+
+}  // namespace keldo::platform

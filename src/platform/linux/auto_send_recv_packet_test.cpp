@@ -57,7 +57,10 @@ class Daemon {
     EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     EXPECT_EQ(::listen(listener_.get(), backlog), 0);
   }
-  ~Daemon() { Join(); }
+  ~Daemon() {
+    ::shutdown(listener_.get(), SHUT_RDWR);  // a call that never came is not waited for
+    Join();
+  }
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
 
@@ -65,6 +68,7 @@ class Daemon {
     thread_ = std::thread([this, scripts = std::move(scripts)] {
       for (const Script& script : scripts) {
         const UniqueFd connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!connection.valid()) return;
         script(connection.get());
       }
     });

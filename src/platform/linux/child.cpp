@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <utility>
 
@@ -18,8 +20,10 @@ namespace {
 
 constexpr int kNotStarted = 127;
 constexpr int kFirstPrivateFd = 3;
-// Kernels before 5.9 cannot close a range of descriptors; ours carry close-on-exec there.
 constexpr unsigned kLastFd = ~0U;
+// Kernels before 5.9 cannot close a range of descriptors: each one is closed there, up to the limit
+// on their number, or up to this one where the limit is beyond all use.
+constexpr rlim_t kMostFdsClosed = 65536;
 // Kernels before 5.3 have no process descriptors: look at the child this often instead.
 constexpr int kLookEveryMs = 20;
 
@@ -32,13 +36,31 @@ struct Prepared {
   int null_fd;
   int stdout_fd;
   int stderr_fd;
+  int fd_limit;
   volatile int error = 0;
 };
 
-// Makes `to` a copy of `from` that survives exec.
-bool Install(int from, int to) {
-  if (from == to) return fcntl(to, F_SETFD, 0) == 0;
-  return dup2(from, to) == to;
+// A copy of `from` that no standard descriptor's number can overwrite; of `null_fd` where our own
+// caller closed `from`. -1 with errno set when there is none.
+int CopyAside(int from, int null_fd) {
+  const int copy = fcntl(from, F_DUPFD_CLOEXEC, kFirstPrivateFd);
+  return copy < 0 && errno == EBADF ? fcntl(null_fd, F_DUPFD_CLOEXEC, kFirstPrivateFd) : copy;
+}
+
+// All three are set aside before the first is put in its place: any of them may have one of the
+// numbers 0 to 2 itself. The copies go with exec.
+bool InstallStandardDescriptors(const Prepared& prepared) {
+  const int input = CopyAside(prepared.null_fd, prepared.null_fd);
+  const int output = CopyAside(prepared.stdout_fd, prepared.null_fd);
+  const int errors = CopyAside(prepared.stderr_fd, prepared.null_fd);
+  return input >= 0 && output >= 0 && errors >= 0 && dup2(input, STDIN_FILENO) >= 0 &&
+         dup2(output, STDOUT_FILENO) >= 0 && dup2(errors, STDERR_FILENO) >= 0;
+}
+
+void ClosePrivateFds(int fd_limit) {
+  if (syscall(SYS_close_range, kFirstPrivateFd, kLastFd, 0) == 0) return;
+  for (int fd = kFirstPrivateFd; fd < fd_limit; ++fd)
+    close(fd);
 }
 
 void ResetSignals() {
@@ -56,9 +78,8 @@ void ResetSignals() {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   // The parent may have gone before the line above took effect.
   if (getppid() != prepared.parent) _exit(kNotStarted);
-  if (Install(prepared.stdout_fd, STDOUT_FILENO) && Install(prepared.stderr_fd, STDERR_FILENO) &&
-      Install(prepared.null_fd, STDIN_FILENO)) {
-    syscall(SYS_close_range, kFirstPrivateFd, kLastFd, 0);
+  if (InstallStandardDescriptors(prepared)) {
+    ClosePrivateFds(prepared.fd_limit);
     ResetSignals();
     execve(prepared.program, prepared.argv, environ);
   }
@@ -83,6 +104,12 @@ pid_t StartChild(Prepared& prepared) {
   return pid;
 }
 
+int FdLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return static_cast<int>(kMostFdsClosed);
+  return static_cast<int>(std::min(limit.rlim_cur, kMostFdsClosed));
+}
+
 std::vector<char*> PointersTo(const std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
@@ -94,15 +121,24 @@ std::vector<char*> PointersTo(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
+void KeepExitStatuses() {
+  struct sigaction current {};
+  sigaction(SIGCHLD, nullptr, &current);
+  if (current.sa_handler == SIG_IGN || (current.sa_flags & SA_NOCLDWAIT) != 0) {
+    std::signal(SIGCHLD, SIG_DFL);
+  }
+}
+
 std::optional<Child> Child::Start(const ChildPlan& plan, int& error) {
-  const UniqueFd null_fd(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const UniqueFd null_fd(open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!null_fd.valid()) {
     error = errno;
     return std::nullopt;
   }
+  KeepExitStatuses();
   const std::vector<char*> argv = PointersTo(plan.arguments);
-  Prepared prepared{plan.program.c_str(), argv.data(),    getpid(),
-                    null_fd.get(),        plan.stdout_fd, plan.stderr_fd};
+  Prepared prepared{plan.program.c_str(), argv.data(),    getpid(), null_fd.get(),
+                    plan.stdout_fd,       plan.stderr_fd, FdLimit()};
   const pid_t pid = StartChild(prepared);
   if (pid < 0) {
     error = errno;
@@ -122,7 +158,9 @@ Child::Child(Child&& other) noexcept
     : pid_(std::exchange(other.pid_, -1)), pidfd_(std::move(other.pidfd_)) {}
 
 Child::~Child() {
-  if (pid_ > 0) KillAndReap();
+  if (pid_ <= 0) return;
+  KillGroup();
+  static_cast<void>(Reap());
 }
 
 bool Child::WaitUntil(Clock::time_point deadline) const {
@@ -147,8 +185,19 @@ bool Child::HasEnded() const {
   return (looked == 0 && info.si_pid == pid_) || (looked != 0 && errno == ECHILD);
 }
 
-int Child::KillAndReap() {
+void Child::KillGroup() const {
   kill(-pid_, SIGKILL);
+}
+
+int Child::KillAndReap() {
+  KillGroup();
+  // One that sleeps in a dead network volume dies when that answers; SIGTERM does not wait for it.
+  while (!WaitUntil(Clock::now() + std::chrono::hours(1))) {
+  }
+  return Reap();
+}
+
+int Child::Reap() {
   int status = -1;
   while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
   }

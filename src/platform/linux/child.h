@@ -20,6 +20,11 @@ struct ChildPlan {
   int stderr_fd = 2;                   ///< Becomes the child's standard error.
 };
 
+/// Makes sure that the ends of our children are reported to us: whoever started this program with
+/// SIGCHLD ignored passed that on, and the kernel would then throw their exit statuses away. To be
+/// called before a child is forked.
+void KeepExitStatuses();
+
 /// A started child that leads a process group of its own and dies with this process. Destroying it
 /// while it runs kills its group.
 class Child {
@@ -41,11 +46,14 @@ class Child {
   /// deadline.
   [[nodiscard]] bool WaitUntil(Clock::time_point deadline) const;
 
-  /// Ends the child's whole group, what it left running included, and returns the child's wait
-  /// status. To be called once.
+  /// Ends the child's whole group, what it left running included.
+  void KillGroup() const;
+  /// Ends the group likewise and returns the child's wait status, with termination requests let in
+  /// while the child is dying. To be called once.
   int KillAndReap();
 
  private:
+  int Reap();
   [[nodiscard]] bool HasEnded() const;
 
   pid_t pid_;

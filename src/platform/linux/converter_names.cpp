@@ -11,6 +11,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/file_types.h"
+
 namespace keldo::platform {
 namespace {
 
@@ -35,10 +37,16 @@ bool HasSpecialCharacter(const std::string& text) {
   return text.find_first_of(kSpecialCharacters) != std::string::npos;
 }
 
-// True for a path without a frame number of its own that has one from us.
+std::string WithoutFirstFrame(const std::string& argument) {
+  return argument.substr(0, argument.size() - kFirstFrame.size());
+}
+
+// True when the frame number at the end is ours and not part of the name. Beside a "b.gif" there
+// may be a file "b.gif[0]", which no list of photos holds and the program would rather read.
 bool HasFirstFrameSuffix(const std::string& argument) {
-  return argument.ends_with(kFirstFrame) && !Exists(argument) &&
-         Exists(argument.substr(0, argument.size() - kFirstFrame.size()));
+  if (!argument.ends_with(kFirstFrame)) return false;
+  const std::string path = WithoutFirstFrame(argument);
+  return Exists(path) && (!Exists(argument) || keldoindexutils::DoesMultiplePagePhotoFile(path));
 }
 
 bool IsRelativeAndMisread(const std::string& path) {
@@ -73,13 +81,15 @@ LiteralNames::LiteralNames(const std::string& program, std::vector<std::string> 
 
 std::string LiteralNames::ThroughDescriptor(const std::string& argument) {
   const bool first_frame = HasFirstFrameSuffix(argument);
-  const std::string path =
-      first_frame ? argument.substr(0, argument.size() - kFirstFrame.size()) : argument;
-  if (!HasSpecialCharacter(path) && !IsRelativeAndMisread(path)) return argument;
+  const std::string path = first_frame ? WithoutFirstFrame(argument) : argument;
+  const bool another_has_this_name = first_frame && Exists(argument);
+  if (!HasSpecialCharacter(path) && !IsRelativeAndMisread(path) && !another_has_this_name) {
+    return argument;
+  }
 
   const std::string name = LastComponent(path);
   // By way of its directory where that will do, so that the extension stays to be seen.
-  std::string safe = HasSpecialCharacter(name)
+  std::string safe = HasSpecialCharacter(name) || another_has_this_name
                          ? Hold(path)
                          : Hold(path.substr(0, path.size() - name.size())) + "/" + name;
   if (first_frame) safe.append(kFirstFrame);
@@ -93,8 +103,7 @@ std::string LiteralNames::Hold(const std::string& path) {
     error_ = errno;
     return {};
   }
-  std::string reached =
-      "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(held.get());
+  std::string reached = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(held.get());
   held_.push_back(std::move(held));
   return reached;
 }

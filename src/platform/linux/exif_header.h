@@ -1,8 +1,9 @@
-// Every format that exiv2 knows: JPEG, PNG, TIFF, GIF, WebP and more.
+// What exiv2 reads: the headers of PNG, TIFF, WebP and more, and EXIF data by itself.
 #pragma once
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/simple_header.h"
 
@@ -17,5 +18,9 @@ struct ExifHeader {
 
 /// Throws what the library throws.
 [[nodiscard]] ExifHeader ReadExifHeader(const std::string& path);
+
+/// The orientation tag of EXIF data that begins with its TIFF header; 0 when there is none or the
+/// data are damaged.
+[[nodiscard]] long ExifOrientation(std::string_view tiff);
 
 }  // namespace keldo::platform

@@ -9,6 +9,7 @@
 #include "platform/linux/exif_header.h"
 #include "platform/linux/file_content.h"
 #include "platform/linux/heif_header.h"
+#include "platform/linux/jpeg_header.h"
 #include "platform/linux/simple_header.h"
 
 namespace keldo::platform {
@@ -50,6 +51,7 @@ std::optional<ImageHeader> Measure(int fd) {
   for (const auto size_of : {PixmapSize, GifSize, BitmapSize}) {
     if (const auto size = size_of(start)) return Checked(*size, 0);
   }
+  if (const auto jpeg = JpegHeader(fd)) return Checked(jpeg->size, jpeg->orientation);
   const ExifHeader header = ReadExifHeader(same_file);
   return Checked(header.size, header.orientation);
 }

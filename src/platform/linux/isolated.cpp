@@ -10,7 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <optional>
+#include <cstdlib>
 #include <string_view>
 
 #include "base/unique_fd.h"
@@ -29,7 +29,7 @@ constexpr int kDidNotReturn = 125;
 // A decoder of the largest photos takes a few hundred MiB; a damaged header asks for anything.
 constexpr rlim_t kLeastMemoryLimit = rlim_t{3} << 29;
 
-rlim_t MemoryLimit() {
+[[maybe_unused]] rlim_t MemoryLimit() {
   const auto total =
       static_cast<rlim_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
   return std::max(kLeastMemoryLimit, total / 4 * 3);
@@ -67,6 +67,9 @@ bool WriteAll(int fd, std::string_view text) {
   if (getppid() != parent) _exit(kDidNotReturn);
   LetTerminationKill();
   LimitResources();
+  // A library that calls exit gets no further than this: behind it stand our parent's buffers, and
+  // destructors that would end our parent's children.
+  if (std::atexit([] { _exit(kDidNotReturn); }) != 0) _exit(kDidNotReturn);
   try {
     std::string output;
     const int status = work(output);
@@ -79,7 +82,8 @@ bool WriteAll(int fd, std::string_view text) {
   }
 }
 
-// Everything the copy writes until it closes its end. False when the deadline came first.
+// Everything the copy writes until it closes its end. False when the deadline came first, and for
+// more than an intact copy writes.
 bool ReadUntilEnd(int fd, Clock::time_point deadline, std::string& text) {
   std::array<char, kReadSize> block{};
   pollfd event{fd, POLLIN, 0};
@@ -90,7 +94,9 @@ bool ReadUntilEnd(int fd, Clock::time_point deadline, std::string& text) {
     const ssize_t count = read(fd, block.data(), block.size());
     if (count == 0) return true;
     if (count > 0) text.append(block.data(), static_cast<std::size_t>(count));
-    if (count < 0 && errno != EINTR) return false;
+    if ((count < 0 && errno != EINTR) || text.size() > kLongestOutput + sizeof(kReturned)) {
+      return false;
+    }
   }
 }
 
@@ -103,6 +109,7 @@ IsolatedResult RunIsolated(const std::function<int(std::string& output)>& work) 
   const UniqueFd reading(ends[0]);
   UniqueFd writing(ends[1]);
   const pid_t parent = getpid();
+  KeepExitStatuses();
   const pid_t pid = fork();
   if (pid < 0) return result;
   if (pid == 0) WorkInCopy(work, parent, writing.get());

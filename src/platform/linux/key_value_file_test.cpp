@@ -183,6 +183,14 @@ TEST_F(KeyValueFile, AFailureSetsErrnoAndLeavesNothingBehind) {
   EXPECT_EQ(errno, ENOENT);
 }
 
+TEST_F(KeyValueFile, WhatIsThereButCannotBeReadIsNotReplaced) {
+  ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
+  errno = 0;
+  EXPECT_LT(Set("total", "1"), 0);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_TRUE(std::filesystem::is_fifo(path_));
+}
+
 // A limit on the file size stands in for a full disk: the write fails half way.
 TEST_F(KeyValueFile, AWriteThatFailsHalfWayLeavesTheOldFileAndNoTemporary) {
   Write("total=3\n");

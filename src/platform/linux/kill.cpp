@@ -1,11 +1,13 @@
 #include <unistd.h>
 
-#include <array>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <system_error>
 
 #include "base/handles.h"
 #include "platform/process.h"
@@ -51,6 +53,8 @@ int KLIBCKill(const char* name, int signal) {
   const std::string wanted = std::string(name).substr(0, kCommandNameLength);
   const int sent = signal == 0 ? SIGKILL : signal;
   int count = 0;
+  // A process that has just gone reads as one without a name.
+  if (wanted.empty()) return count;
   const keldo::UniqueDir processes(opendir("/proc"));
   if (!processes) return count;
   while (const dirent* entry = readdir(processes.get())) {

@@ -2,15 +2,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstring>
 #include <map>
-#include <memory>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
+#include "base/unique_fd.h"
 #include "platform/linux/child.h"
 #include "platform/linux/converter_names.h"
+#include "platform/linux/deadline.h"
 #include "platform/process.h"
 #include "platform/termination.h"
 
@@ -92,7 +99,10 @@ bool KLIBCPWait(FILE* stream) {
   pollfd event{fileno(stream), POLLIN, 0};
   while (true) {
     const int left = keldo::platform::MillisecondsUntil(found->second.deadline);
-    if (left == 0) return false;
+    if (left == 0) {
+      found->second.child.KillGroup();
+      return false;
+    }
     const int ready = keldo::platform::WaitForEvents({&event, 1}, left);
     if (ready > 0) return true;
     if (ready < 0 && errno != EINTR) return false;
@@ -120,6 +130,7 @@ int KLIBCPclose(FILE* stream) {
   if (entry.empty()) return -1;
   static_cast<void>(std::fclose(stream));
   Child& child = entry.mapped().child;
-  static_cast<void>(child.WaitUntil(Clock::now() + kGraceAfterClose));
+  static_cast<void>(
+      child.WaitUntil(std::min(entry.mapped().deadline, Clock::now() + kGraceAfterClose)));
   return child.KillAndReap();
 }

@@ -1,10 +1,13 @@
 #include <sys/wait.h>
 #include <syslog.h>
 
+#include <chrono>
 #include <cstring>
+#include <optional>
 
 #include "platform/linux/child.h"
 #include "platform/linux/converter_names.h"
+#include "platform/linux/deadline.h"
 #include "platform/process.h"
 
 namespace KELDOUtils {

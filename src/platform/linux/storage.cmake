@@ -17,6 +17,7 @@ target_sources(platform_linux PRIVATE
   index_ipc.cpp
   index_queue.cpp
   index_records.cpp
+  jpeg_header.cpp
   json_line.cpp
   key_value_file.cpp
   last_error.cpp
@@ -51,6 +52,7 @@ if(KELDO_BUILD_TESTS)
       index_database_test.cpp
       index_queue_test.cpp
       index_records_test.cpp
+      jpeg_header_test.cpp
       json_line_test.cpp
       key_value_file_test.cpp
       media_info_test.cpp

@@ -1,0 +1,109 @@
+// What the plug-in daemon asks of the database and notes in it, a file at a time.
+#include "platform/linux/index_database.h"
+
+namespace keldo::platform {
+
+using keldoindexutils::MediaInfo;
+
+bool IndexDatabase::ReadRow(sqlite3_stmt* statement, const RowReader& take) {
+  const int result = sqlite3_step(statement);
+  if (result == SQLITE_ROW) take(statement);
+  return Check(result == SQLITE_ROW || result == SQLITE_DONE);
+}
+
+bool IndexDatabase::FindVersion(std::string_view path, std::optional<int>& found) {
+  found.reset();
+  UniqueStatement statement;
+  return Prepared(statement, "SELECT version FROM versions WHERE path=?1") != nullptr &&
+         Check(BindBytes(statement.get(), 1, path)) &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) { found = sqlite3_column_int(row, 0); });
+}
+
+bool IndexDatabase::SetVersion(std::string_view path, int version) {
+  UniqueStatement statement;
+  return Prepared(statement, "INSERT OR REPLACE INTO versions(path, version) VALUES(?1, ?2)") !=
+             nullptr &&
+         Check(BindBytes(statement.get(), 1, path) && BindNumber(statement.get(), 2, version)) &&
+         Write(statement.get());
+}
+
+bool IndexDatabase::FindFinished(std::string_view path, std::optional<std::int64_t>& time) {
+  time.reset();
+  UniqueStatement statement;
+  return Prepared(statement, "SELECT time FROM finished WHERE path=?1") != nullptr &&
+         Check(BindBytes(statement.get(), 1, path)) &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) { time = sqlite3_column_int64(row, 0); });
+}
+
+bool IndexDatabase::AddFinished(std::string_view path, std::int64_t time) {
+  UniqueStatement statement;
+  return Prepared(statement, "INSERT OR REPLACE INTO finished(path, time) VALUES(?1, ?2)") !=
+             nullptr &&
+         Check(BindBytes(statement.get(), 1, path) &&
+               sqlite3_bind_int64(statement.get(), 2, time) == SQLITE_OK) &&
+         Write(statement.get());
+}
+
+bool IndexDatabase::FindConversion(int type, std::optional<bool>& on) {
+  on.reset();
+  UniqueStatement statement;
+  return Prepared(statement, "SELECT is_on FROM conversion WHERE type=?1") != nullptr &&
+         Check(BindNumber(statement.get(), 1, type)) &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) { on = sqlite3_column_int(row, 0) != 0; });
+}
+
+bool IndexDatabase::SetConversion(int type, bool on) {
+  UniqueStatement statement;
+  return Prepared(statement, "INSERT OR REPLACE INTO conversion(type, is_on) VALUES(?1, ?2)") !=
+             nullptr &&
+         Check(BindNumber(statement.get(), 1, type) &&
+               BindNumber(statement.get(), 2, on ? 1 : 0)) &&
+         Write(statement.get());
+}
+
+bool IndexDatabase::FindMedia(std::string_view path, int database,
+                              std::optional<MediaInfo>& found) {
+  found.reset();
+  UniqueStatement statement;
+  return Prepared(statement,
+                  "SELECT width, height, rotation, bitrate FROM media"
+                  " WHERE path=?1 AND database=?2") != nullptr &&
+         Check(BindBytes(statement.get(), 1, path) && BindNumber(statement.get(), 2, database)) &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) {
+           found.emplace();
+           found->path(std::string(path));
+           found->resolution_x(sqlite3_column_int(row, 0));
+           found->resolution_y(sqlite3_column_int(row, 1));
+           found->photo_rotation(sqlite3_column_int(row, 2));
+           found->frame_bitrate(sqlite3_column_int(row, 3));
+         });
+}
+
+bool IndexDatabase::SetMedia(const MediaInfo& media, int database) {
+  UniqueStatement statement;
+  return Prepared(statement,
+                  "INSERT OR REPLACE INTO media(path, database, width, height, rotation, bitrate)"
+                  " VALUES(?1, ?2, ?3, ?4, ?5, ?6)") != nullptr &&
+         Check(BindBytes(statement.get(), 1, media.path()) &&
+               BindNumber(statement.get(), 2, database) &&
+               BindNumber(statement.get(), 3, media.resolution_x()) &&
+               BindNumber(statement.get(), 4, media.resolution_y()) &&
+               BindNumber(statement.get(), 5, media.photo_rotation()) &&
+               BindNumber(statement.get(), 6, media.frame_bitrate())) &&
+         Write(statement.get());
+}
+
+bool IndexDatabase::FindResolution(std::string_view path, std::optional<MediaInfo>& found) {
+  found.reset();
+  UniqueStatement statement;
+  return Prepared(statement, "SELECT width, height FROM resolutions WHERE path=?1") != nullptr &&
+         Check(BindBytes(statement.get(), 1, path)) &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) {
+           found.emplace();
+           found->path(std::string(path));
+           found->resolution_x(sqlite3_column_int(row, 0));
+           found->resolution_y(sqlite3_column_int(row, 1));
+         });
+}
+
+}  // namespace keldo::platform

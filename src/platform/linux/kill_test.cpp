@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "platform/process.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+// start NAME: a process of this command name in the background; its id in $!.
+// ended ID: prints how it ended (137: SIGKILL, 143: SIGTERM). alive ID: prints "alive" or "dead".
+constexpr const char* kFunctions = R"sh(
+  start() {
+    cp /bin/sleep "$1"
+    "./$1" 1000 &
+    until [ "$(cat /proc/$!/comm)" != bash ]; do sleep 0.01; done
+  }
+  ended() { wait $1; echo $?; }
+  alive() { if kill -0 $1; then echo alive; else echo dead; fi; }
+)sh";
+
+class KillTest : public testing::Test {
+ protected:
+  // What a script prints that runs with a process table of its own, $KILL being our helper. It must
+  // not see the machine's processes: it kills by name.
+  [[nodiscard]] std::string InNamespace(const std::string& script) const {
+    const std::string whole = "cd \"$1\"; KILL=$2\n" + std::string(kFunctions) + script;
+    FILE* stream =
+        KLIBCPopen("/usr/bin/bwrap", "r", "--unshare-pid", "--die-with-parent", "--dev-bind", "/",
+                   "/", "--proc", "/proc", "/bin/bash", "-c", whole.c_str(), "bash",
+                   dir_.path().c_str(), KELDO_KILL_TEST_HELPER, nullptr);
+    if (stream == nullptr) return "bwrap is missing";
+    std::string output;
+    std::array<char, 256> line{};
+    while (KLIBCPReadLine(stream, line.data(), line.size()))
+      output += line.data();
+    KLIBCPclose(stream);
+    return output;
+  }
+
+ private:
+  keldo::testing::TempDir dir_;
+};
+
+TEST_F(KillTest, KillsEveryProcessOfTheNameAndNoOther) {
+  EXPECT_EQ(InNamespace(R"sh(
+    start convert-thumb; a=$!
+    start convert-thumb2; other=$!
+    start convert; shorter=$!
+    start Convert-thumb; capital=$!
+    ./convert-thumb 1000 & b=$!
+    until [ "$(cat /proc/$b/comm)" = convert-thumb ]; do sleep 0.01; done
+    $KILL convert-thumb 0
+    ended $a; ended $b; alive $other; alive $shorter; alive $capital
+  )sh"),
+            "2\n137\n137\nalive\nalive\nalive\n");
+}
+
+TEST_F(KillTest, SendsTheSignalThatIsAskedFor) {
+  EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL convert-thumb 15; ended $a"), "1\n143\n");
+}
+
+TEST_F(KillTest, ComparesAtTheKernelsLengthOf15Bytes) {
+  EXPECT_EQ(InNamespace(R"sh(
+    start convert-thumbna; a=$!
+    start convert-thumbnail; b=$!
+    start convert-thumbn; shorter=$!
+    $KILL convert-thumbnails 0
+    ended $a; ended $b; alive $shorter
+  )sh"),
+            "2\n137\n137\nalive\n");
+}
+
+TEST_F(KillTest, NamesAreBytes) {
+  EXPECT_EQ(InNamespace(R"sh(
+    name=$'a\nb) \xff('
+    start "$name"; a=$!
+    $KILL "$name" 0
+    ended $a
+  )sh"),
+            "1\n137\n");
+}
+
+TEST_F(KillTest, FindsNothing) {
+  EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL missing 0; $KILL '' 0; alive $a"),
+            "0\n0\nalive\n");
+}
+
+TEST_F(KillTest, NeverKillsItself) {
+  EXPECT_EQ(InNamespace(R"sh(
+    mkdir d; cd d; start convert-thumb; a=$!; cd ..
+    cp "$KILL" convert-thumb
+    ./convert-thumb convert-thumb 0; echo status $?
+    ended $a
+  )sh"),
+            "1\nstatus 0\n137\n");
+}
+
+// "x) 1 (y" stands for what a name may do to reading the process's parent.
+TEST_F(KillTest, TheGroupOfOurOwnChildGoesToo) {
+  for (const std::string name : {"convert-thumb", "x) 1 (y"}) {
+    EXPECT_EQ(InNamespace("name='" + name + "'\n" + R"sh(
+      cp /bin/bash "$name"
+      $KILL "$name" 0 "./$name" '
+        sleep 1000 &
+        until grep -qx sleep /proc/$!/comm; do :; done
+        echo $!; wait'
+    )sh"),
+              "1\ngone\n");
+  }
+}
+
+TEST_F(KillTest, TheGroupOfAForeignProcessStays) {
+  EXPECT_EQ(InNamespace(R"sh(
+    cp /bin/bash convert-thumb
+    setsid ./convert-thumb -c 'sleep 1000 &
+      until grep -qx sleep /proc/$!/comm; do :; done; echo $! >pid; wait' &
+    leader=$!
+    until [ -s pid ]; do sleep 0.01; done
+    $KILL convert-thumb 0
+    ended $leader; alive $(cat pid)
+  )sh"),
+            "1\n137\nalive\n");
+}
+
+}  // namespace

@@ -1,0 +1,29 @@
+// Calls KLIBCKill for the tests, in a process table of their own:
+//
+//   kill_test_helper NAME SIGNAL                     prints the number of processes
+//   kill_test_helper NAME SIGNAL PROGRAM SCRIPT      starts PROGRAM -c SCRIPT first, which prints
+//   the
+//                                                    id of a process that it started, and prints
+//                                                    whether that one is gone as well
+#include <array>
+#include <cstdlib>
+#include <iostream>
+
+#include "platform/linux/process_test_support.h"
+#include "platform/process.h"
+
+int main(int argc, char** argv) {
+  if (argc < 3) return 2;
+  pid_t started = 0;
+  if (argc > 4) {
+    FILE* stream = KLIBCPopen(argv[3], "r", "-c", argv[4], nullptr);
+    std::array<char, 32> line{};
+    if (stream == nullptr || !KLIBCPReadLine(stream, line.data(), line.size())) return 2;
+    started = static_cast<pid_t>(std::strtol(line.data(), nullptr, 10));
+  }
+  std::cout << KLIBCKill(argv[1], static_cast<int>(std::strtol(argv[2], nullptr, 10))) << '\n';
+  if (started != 0) {
+    const bool gone = keldo::testing::Eventually([&] { return keldo::testing::IsGone(started); });
+    std::cout << (gone ? "gone" : "still there") << '\n';
+  }
+}
