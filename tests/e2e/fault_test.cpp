@@ -1,0 +1,195 @@
+// Faults: the program killed, converters that never end, and full disks.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <random>
+#include <thread>
+
+#include "e2e/fixtures.h"
+#include "e2e/waiting.h"
+#include "support/pictures.h"
+
+namespace keldo::testing {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& directory) {
+  for (const std::string& name : box.List(directory)) {
+    if (!name.starts_with("KELDOPHOTO_THUMB_") || !name.ends_with(".jpg")) continue;
+    EXPECT_TRUE(DecodeJpeg(box.Read(directory + "/" + name))) << name;
+  }
+}
+
+TEST(FaultTest, KilledProgramTakesItsConverterAlong) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "hang\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  running->Signal(SIGKILL);
+  const RunResult run = running->Finish();
+  EXPECT_EQ(run.signal, SIGKILL);
+  EXPECT_THAT(run.survivors, IsEmpty());
+}
+
+// Kills a run, then lets one finish: the photos must be as they were, and every thumbnail whole.
+void KillAtRandom(int rounds, unsigned seed) {
+  Sandbox box;
+  const std::string content = JpegHeaderOf(5000, 4000);
+  box.AddPhoto("a.jpg", content);
+  box.AddPhoto("b.png", content);
+  box.StartDaemon(AnswerVersion(0));
+  box.Script("convert-thumb", "sleep 3\noutputs halves\n");
+  const auto start = steady_clock::now();
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  const auto whole = std::chrono::duration_cast<microseconds>(steady_clock::now() - start).count();
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<std::int64_t> delay(0, whole);
+  for (int round = 0; round < rounds; ++round) {
+    box.Remove("/volume1/photo/@eaDir");
+    box.Remove("/var/spool/conv_progress_photo");
+    const auto running = box.Start();
+    std::this_thread::sleep_for(microseconds(delay(random)));
+    running->Signal(SIGKILL);
+    EXPECT_THAT(running->Finish().survivors, IsEmpty());
+    for (const char* photo : {"a.jpg", "b.png"})
+      ExpectNoBrokenThumbnail(box, MetadataOf(photo));
+
+    for (int i = 0; i < 2; ++i) {
+      const RunResult run = box.RunOn();
+      EXPECT_EQ(run.exit_status, 0);
+      EXPECT_THAT(run.log, IsEmpty());
+    }
+    for (const char* photo : {"a.jpg", "b.png"}) {
+      EXPECT_EQ(box.Read(std::string(kPhotoDir) + "/" + photo), content);
+      for (const std::string& name : ThumbNames("XL B M L SM S")) {
+        EXPECT_TRUE(DecodeJpeg(box.Read(MetadataOf(photo) + "/" + name))) << photo << name;
+      }
+    }
+  }
+}
+
+TEST(FaultTest, KilledAtAnyMomentTheNextRunsFinish) {
+  auto other = std::async(std::launch::async, KillAtRandom, 40, 4U);
+  KillAtRandom(40, 3U);
+  other.get();
+}
+
+TEST(FaultTest, RunawayConverterIsEndedWithItsChildren) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.AddPhoto("b.png");
+  box.SetEnvironment("KELDO_CHILD_DEADLINE_SECONDS", "1");
+  box.StartDaemon(AnswerVersion(0));
+  box.Script("convert-thumb",
+             "when /volume1/photo/a.png\noutputs jpeg\ngrandchild\nhang\nalways\noutputs jpeg\n");
+  const auto start = steady_clock::now();
+  const RunResult run = box.RunOn();
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_EQ(run.exit_status, 0);
+  EXPECT_THAT(run.survivors, IsEmpty());
+  ASSERT_EQ(run.log.size(), 1U);
+  EXPECT_THAT(run.log[0].text, ::testing::HasSubstr("/usr/keldo/bin/convert-thumb"));
+  EXPECT_TRUE(box.Exists(MarkerOf("a.png", "XL")));
+  EXPECT_TRUE(box.Exists(MarkerOf("a.png", "S")));
+  EXPECT_FALSE(box.Exists(ThumbOf("a.png", "XL")));
+  EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
+}
+
+TEST(FaultTest, RunawayConverterInPhaseOneFailsThatPhase) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.SetEnvironment("KELDO_CHILD_DEADLINE_SECONDS", "1");
+  box.Script("convert-thumb", "when jpeg:size=800x800\nhang\nalways\noutputs jpeg\n");
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  EXPECT_TRUE(box.Exists(ThumbOf("a.png", "XL")));
+  EXPECT_TRUE(box.Exists(MarkerOf("a.png", "L")));
+  EXPECT_TRUE(box.Exists(MarkerOf("a.png", "S")));
+  EXPECT_EQ(Counter(box, "completed"), 1);
+  EXPECT_EQ(Counter(box, "completed_thumb"), 6);
+}
+
+TEST(FaultTest, RunawayDjpegFallsBackToTheConverter) {
+  Sandbox box;
+  box.AddPhoto("a.jpg", JpegHeaderOf(5000, 4000));
+  box.SetEnvironment("KELDO_CHILD_DEADLINE_SECONDS", "1");
+  box.Script("djpeg", "hang\n");
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL B M L SM"));
+}
+
+TEST(FaultTest, RunawayDcrawFailsThePhoto) {
+  Sandbox box;
+  box.AddPhoto("a.x3f", "x");
+  box.AddPhoto("b.png");
+  box.SetEnvironment("KELDO_CHILD_DEADLINE_SECONDS", "1");
+  box.Script("dcraw", "grandchild\nhang\n");
+  const RunResult run = box.RunOn();
+  EXPECT_EQ(run.exit_status, 0);
+  EXPECT_THAT(run.survivors, IsEmpty());
+  EXPECT_EQ(box.List(MetadataOf("a.x3f")), MarkerNames("XL B M L SM S"));
+  EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
+}
+
+TEST(FaultTest, ConverterKilledBySomeoneElseFailsThePhase) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "hang\n");
+  const RunResult run = box.Run({"/bin/sh", "-c",
+                                 "/program/keldothumb /conf/profile /volume1/photo & "
+                                 "while ! [ -s /standins/record ]; do :; done; "
+                                 "kill -KILL $(pgrep -x convert-thumb); wait $!; echo $?"});
+  EXPECT_EQ(run.standard_output, "0\n");
+  EXPECT_EQ(box.List(MetadataOf("a.png")), MarkerNames("XL B M L SM S"));
+}
+
+TEST(FaultTest, FullMetadataDirectoryFailsThePhotoOnly) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.AddPhoto("b.png");
+  box.StartDaemon(AnswerVersion(0));
+  box.Script("convert-thumb", "outputs jpeg 1280x960\n");
+  box.MountMemory(MetadataOf("a.png"), 4096 * 6);
+  const RunResult run = box.RunOn();
+  EXPECT_EQ(run.exit_status, 0);
+  const std::string kept = Sandbox::KeptDirectory(MetadataOf("a.png"));
+  ExpectNoBrokenThumbnail(box, kept);
+  EXPECT_TRUE(box.Exists(kept + "/KELDOPHOTO_THUMB_XL.fail")) << "a marker takes no space";
+  EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
+}
+
+TEST(FaultTest, FullSpoolKeepsTheOldCounters) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.StartDaemon(AnswerVersion(0));
+  box.MountMemory("/var/spool", 4096);
+  const RunResult run = box.RunOn();
+  EXPECT_EQ(run.exit_status, 0);
+  EXPECT_THAT(run.log,
+              ElementsAre(ErrorLine("keldomk_progress:117 KLIBCFileSetKeyValue fail: "
+                                    "/var/spool/conv_progress_photo"),
+                          ErrorLine("keldothumb:1169 Failed to write [/volume1/photo] to thumb "
+                                    "queue")));
+  EXPECT_EQ(box.Read(Sandbox::KeptDirectory("/var/spool") + "/conv_progress_photo"),
+            "completed_thumb=3\n");
+  EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
+}
+
+TEST(FaultTest, FullRunDirectoryIsHarmless) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.MountReadOnly("/run");
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
+}
+
+}  // namespace
+}  // namespace keldo::testing

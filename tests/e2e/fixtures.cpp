@@ -1,0 +1,128 @@
+#include "e2e/fixtures.h"
+
+#include <algorithm>
+#include <regex>
+#include <sstream>
+
+namespace keldo::testing {
+
+const char* const kSixKinds = R"([thumb_s]
+size=120
+quality=81
+unsharp=0.1x0.1+1+0
+filename=KELDOPHOTO_THUMB_S.jpg
+phase=2
+
+[thumb_m]
+size=320
+quality=82
+unsharp=0.2x0.2+1+0
+filename=KELDOPHOTO_THUMB_M.jpg
+phase=0
+
+[thumb_sm]
+size=240
+quality=83
+unsharp=0.3x0.3+1+0
+filename=KELDOPHOTO:THUMB_SM.jpg
+phase=1
+
+[other]
+size=1
+
+[thumb_b]
+size=640
+quality=84
+unsharp=0.4x0.4+1+0
+filename=KELDOPHOTO_THUMB_B.jpg
+phase=0
+
+[thumb_l]
+size=800
+quality=85
+filename=KELDOPHOTO_THUMB_L.jpg
+phase=1
+
+[thumb_xl]
+size=1280
+quality=86
+filename=KELDOPHOTO_THUMB_XL.jpg
+phase=0
+)";
+
+std::vector<std::string> Words(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> words;
+  for (std::string word; stream >> word;)
+    words.push_back(word);
+  return words;
+}
+
+std::vector<std::vector<std::string>> Calls(const RunResult& run, const std::string& program) {
+  static const std::regex random_name(R"(KELDOPHOTO\.tmp\.[A-Za-z0-9]{6})");
+  std::vector<std::vector<std::string>> calls;
+  for (const Invocation& invocation : run.invocations) {
+    if (invocation.program != program) continue;
+    std::vector<std::string> arguments = invocation.arguments;
+    for (std::string& argument : arguments) {
+      argument = std::regex_replace(argument, random_name, "KELDOPHOTO.tmp.XXXXXX");
+    }
+    calls.push_back(std::move(arguments));
+  }
+  return calls;
+}
+
+std::string MetadataOf(const std::string& photo_name) {
+  return std::string(kPhotoDir) + "/@eaDir/" + photo_name;
+}
+
+std::string ThumbOf(const std::string& photo_name, const std::string& kind) {
+  return MetadataOf(photo_name) + "/KELDOPHOTO_THUMB_" + kind + ".jpg";
+}
+
+std::string MarkerOf(const std::string& photo_name, const std::string& kind) {
+  return MetadataOf(photo_name) + "/KELDOPHOTO_THUMB_" + kind + ".fail";
+}
+
+namespace {
+
+std::vector<std::string> KindNames(const std::string& kinds, const std::string& extension) {
+  std::vector<std::string> names;
+  for (const std::string& kind : Words(kinds)) {
+    names.push_back("KELDOPHOTO_THUMB_" + kind + extension);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace
+
+std::vector<std::string> ThumbNames(const std::string& kinds) {
+  return KindNames(kinds, ".jpg");
+}
+
+std::vector<std::string> MarkerNames(const std::string& kinds) {
+  return KindNames(kinds, ".fail");
+}
+
+int Counter(const Sandbox& box, const std::string& key) {
+  const std::string path = "/var/spool/conv_progress_photo";
+  if (!box.Exists(path)) return -1;
+  std::istringstream lines(box.Read(path));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(key + "=")) return std::stoi(line.substr(key.size() + 1));
+  }
+  return -1;
+}
+
+std::vector<std::string> QueuedDirectories(const Sandbox& box) {
+  const std::string path = "/var/spool/thumb_create.queue";
+  if (!box.Exists(path)) return {};
+  std::istringstream lines(box.Read(path));
+  std::vector<std::string> directories;
+  for (std::string line; std::getline(lines, line);)
+    directories.push_back(line);
+  return directories;
+}
+
+}  // namespace keldo::testing

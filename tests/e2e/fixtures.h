@@ -1,0 +1,42 @@
+// What many tests need: a profile file, expected argument vectors, and checks of a photo's results.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "e2e/sandbox.h"
+
+namespace keldo::testing {
+
+/// All six kinds: XL, B and M in phase 0, L and SM in phase 1, S in phase 2.
+extern const char* const kSixKinds;
+
+/// The words of a text, split at blanks: argument vectors in one readable line.
+[[nodiscard]] std::vector<std::string> Words(const std::string& text);
+
+/// The argument vectors of one program in the order of its starts, with the random part of
+/// temporary names written as XXXXXX.
+[[nodiscard]] std::vector<std::vector<std::string>> Calls(const RunResult& run,
+                                                          const std::string& program);
+
+/// The metadata directory of a photo in the photo directory, and a file in it.
+[[nodiscard]] std::string MetadataOf(const std::string& photo_name);
+[[nodiscard]] std::string ThumbOf(const std::string& photo_name, const std::string& kind);
+[[nodiscard]] std::string MarkerOf(const std::string& photo_name, const std::string& kind);
+
+/// The sorted names "KELDOPHOTO_THUMB_<kind>.jpg".
+[[nodiscard]] std::vector<std::string> ThumbNames(const std::string& kinds);
+/// The sorted names "KELDOPHOTO_THUMB_<kind>.fail".
+[[nodiscard]] std::vector<std::string> MarkerNames(const std::string& kinds);
+
+/// The value of a key of the photo progress file; -1 when there is none.
+[[nodiscard]] int Counter(const Sandbox& box, const std::string& key);
+/// The lines of the thumbnail queue.
+[[nodiscard]] std::vector<std::string> QueuedDirectories(const Sandbox& box);
+
+/// A line at the error level.
+[[nodiscard]] inline LogLine ErrorLine(std::string text) {
+  return {3, std::move(text)};
+}
+
+}  // namespace keldo::testing

@@ -1,0 +1,35 @@
+// Checking what the real tools made of a photo.
+#pragma once
+
+#include <string>
+
+#include "e2e/sandbox.h"
+#include "support/pictures.h"
+
+namespace keldo::testing {
+
+/// How a photo should look in its thumbnails.
+struct Look {
+  int width = 0;  ///< Of the photo as shown, after any turn.
+  int height = 0;
+  CornerColours colours = kCornerColours;
+  int tolerance = 16;  ///< The greatest difference of a channel.
+};
+
+/// Checks all six thumbnails in a metadata directory, made with the shipped profile file: that each
+/// is a whole JPEG file with the size that its kind has of such a photo, the right colour in every
+/// quarter and mode 0644, and that there is nothing else in the directory.
+void ExpectThumbnails(const Sandbox& box, const std::string& metadata, const Look& look);
+
+/// A sandbox with the real tools and the shipped profile file.
+class RealSandbox : public Sandbox {
+ public:
+  RealSandbox();
+
+  /// Runs keldothumb on the targets until nothing is deferred: two runs. Returns both logs.
+  std::vector<LogLine> RunTwice(const std::vector<std::string>& targets = {kPhotoDir});
+  /// Runs one of the machine's tools, which must succeed.
+  void Tool(const std::vector<std::string>& arguments);
+};
+
+}  // namespace keldo::testing

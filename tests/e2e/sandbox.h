@@ -1,0 +1,135 @@
+// A machine of the program's own: the real binary in bubblewrap, with private mounts, processes and
+// network, and everything that it touches in a scratch directory that the test can look into.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <ctime>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/unique_fd.h"
+#include "e2e/log_collector.h"
+#include "e2e/scripted_daemon.h"
+#include "standins/invocation.h"
+#include "support/temp_dir.h"
+
+namespace keldo::testing {
+
+/// Where the photos of most tests lie, and the modification time that they get.
+inline constexpr const char* kPhotoDir = "/volume1/photo";
+inline constexpr std::time_t kPhotoTime = 1'600'000'000;
+
+/// What one run of a program did.
+struct RunResult {
+  int exit_status = -1;  ///< -1 when a signal ended it.
+  int signal = 0;        ///< That signal.
+  std::string standard_output;
+  std::string standard_error;
+  std::vector<LogLine> log;
+  std::vector<Invocation> invocations;  ///< Of the stand-ins, in order.
+  std::vector<std::string> requests;    ///< To the scripted daemon, in order.
+  std::vector<std::string> survivors;   ///< Processes that outlived the program by a second.
+};
+
+class Sandbox;
+
+/// A run under way. Ends with this object at the latest.
+class Running {
+ public:
+  Running(Sandbox& box, const std::vector<std::string>& arguments);
+  ~Running();
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  /// Sends a signal to the program itself; no failure when it has ended.
+  void Signal(int signal);
+  /// Waits for the program's end and for the processes that it left.
+  [[nodiscard]] RunResult Finish();
+
+ private:
+  Sandbox& box_;
+  UniqueFd control_;
+  pid_t bwrap_ = -1;
+};
+
+/// Paths are those inside unless said otherwise. /volume1, /conf, /run, /var/spool, /var/lib,
+/// /var/packages, /usr/keldo and /tmp are empty, writable, and stay from one run to the next; the
+/// rest is the host's, read-only. The external tools are stand-ins until told otherwise.
+class Sandbox {
+ public:
+  Sandbox();
+
+  /// Runs a program ("keldothumb", "keldothumbctl" or an absolute path) to its end.
+  [[nodiscard]] RunResult Run(const std::vector<std::string>& arguments);
+  /// Runs keldothumb with the profile file on these targets.
+  [[nodiscard]] RunResult RunOn(const std::vector<std::string>& targets = {kPhotoDir});
+  /// Starts keldothumb with the profile file on the photo directory.
+  [[nodiscard]] std::unique_ptr<Running> Start();
+
+  // Files.
+  [[nodiscard]] std::string Outside(const std::string& inside) const;
+  void Write(const std::string& inside, const std::string& content) const;
+  [[nodiscard]] std::string Read(const std::string& inside) const;
+  [[nodiscard]] bool Exists(const std::string& inside) const;
+  void MakeDirectory(const std::string& inside) const;
+  void Remove(const std::string& inside) const;
+  [[nodiscard]] struct stat Status(const std::string& inside) const;
+  void SetTime(const std::string& inside, std::time_t modified) const;
+  /// The names in a directory, sorted; none when it does not exist.
+  [[nodiscard]] std::vector<std::string> List(const std::string& inside) const;
+
+  /// Writes a photo into the photo directory, dated kPhotoTime; its path.
+  std::string AddPhoto(const std::string& name, const std::string& content) const;
+  /// The same with a small valid JPEG file.
+  std::string AddPhoto(const std::string& name) const;
+
+  // The machine.
+  void UseProfile(const std::string& content) const { Write("/conf/profile", content); }
+  /// Lets a stand-in ("convert-thumb", "convert", "djpeg", "dcraw", "compare") do this script.
+  void Script(const std::string& name, const std::string& script) const;
+  /// The machine's own converter, djpeg, dcraw and compare from now on.
+  void UseRealTools();
+  /// As UseRealTools, but dcraw is a stand-in.
+  void UseRealToolsButDcraw();
+  /// As at first.
+  void UseStandIns();
+  void InstallCodecPackage() const;
+  void SetEnvironment(const std::string& name, const std::string& value);
+  void SetTotalMemory(long kib);
+  /// Starts the daemon, or replaces it.
+  void StartDaemon(ScriptedDaemon::Answer answer);
+  /// Ends it; its socket file stays.
+  void StopDaemon() { daemon_.reset(); }
+
+  /// Makes a directory or file read-only for the program.
+  void MountReadOnly(const std::string& inside);
+  /// Mounts an empty memory file system of this size. What is in it after a run is then found below
+  /// KeptDirectory(inside).
+  void MountMemory(const std::string& inside, std::size_t bytes);
+  [[nodiscard]] static std::string KeptDirectory(const std::string& inside);
+  /// Mounts what lies at one path inside over another.
+  void MountOver(const std::string& from, const std::string& to);
+
+ private:
+  friend class Running;
+
+  [[nodiscard]] std::vector<std::string> Command(const std::vector<std::string>& arguments) const;
+  void AppendTools(std::vector<std::string>& command) const;
+  void PrepareKept() const;
+
+  TempDir scratch_;
+  LogCollector log_;
+  std::unique_ptr<ScriptedDaemon> daemon_;
+  bool real_tools_ = false;
+  bool real_dcraw_ = false;
+  std::map<std::string, std::string> environment_;
+  std::vector<std::string> mounts_;
+  std::vector<std::string> kept_;
+};
+
+}  // namespace keldo::testing

@@ -1,0 +1,157 @@
+// The first process of a sandbox: starts the program under test, passes signals on to it, reaps
+// orphans, and tells what was still running after the program's end.
+//
+//   sandbox_init FD [--keep FROM TO]... -- PROGRAM ARGV0 ARG...
+//
+// FD is a packet socket to the test. A packet to us is a signal number for the program. Our packet
+// tells, after the program's end, its wait status, then the command names of the processes that
+// outlived it by more than a second, a line each. "--keep" copies a directory before the sandbox
+// and its memory file systems go.
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "base/unique_fd.h"
+
+namespace keldo::testing {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+struct Options {
+  int control = -1;
+  std::vector<std::pair<std::string, std::string>> keep;
+  std::string program;
+  std::vector<char*> arguments;  ///< Ends with a null pointer.
+};
+
+Options ParseOptions(int argc, char** argv) {
+  Options options;
+  int next = 1;
+  options.control = std::stoi(argv[next++]);
+  while (std::string(argv[next]) == "--keep") {
+    options.keep.emplace_back(argv[next + 1], argv[next + 2]);
+    next += 3;
+  }
+  ++next;  // "--"
+  options.program = argv[next++];
+  options.arguments.assign(argv + next, argv + argc + 1);
+  return options;
+}
+
+pid_t StartProgram(const Options& options) {
+  const pid_t child = ::fork();
+  if (child < 0) throw std::runtime_error("cannot fork");
+  if (child > 0) return child;
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::close(options.control);
+  ::execv(options.program.c_str(), options.arguments.data());
+  std::cerr << "cannot execute " << options.program << '\n';
+  std::_Exit(127);
+}
+
+// Reaps what has ended; the wait status of `program` once it is among that, else -1.
+int ReapChildren(pid_t program) {
+  int program_status = -1;
+  int status = 0;
+  for (pid_t child = ::waitpid(-1, &status, WNOHANG); child > 0;
+       child = ::waitpid(-1, &status, WNOHANG)) {
+    if (child == program) program_status = status;
+  }
+  return program_status;
+}
+
+// Waits for the program's end, passing signals on. When the test itself is gone, so are we, and the
+// kernel ends the rest of the sandbox.
+int WaitForProgram(const Options& options, pid_t program, int child_signals) {
+  for (;;) {
+    pollfd events[] = {{options.control, POLLIN, 0}, {child_signals, POLLIN, 0}};
+    if (::poll(events, 2, -1) < 0 && errno != EINTR) throw std::runtime_error("cannot poll");
+    if (events[0].revents != 0) {
+      int signal = 0;
+      if (::recv(options.control, &signal, sizeof signal, 0) != sizeof signal) std::_Exit(1);
+      ::kill(program, signal);
+    }
+    if (events[1].revents != 0) {
+      signalfd_siginfo info{};
+      if (::read(child_signals, &info, sizeof info) < 0) throw std::runtime_error("no signal info");
+      const int status = ReapChildren(program);
+      if (status != -1) return status;
+    }
+  }
+}
+
+std::vector<std::string> OtherProcesses() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const std::string pid = entry.path().filename();
+    if (pid.find_first_not_of("0123456789") != std::string::npos || pid == "1") continue;
+    std::ifstream comm(entry.path() / "comm");
+    std::string name;
+    if (std::getline(comm, name)) names.push_back(name);
+  }
+  return names;
+}
+
+// What is killed dies a moment later, so that a second is given.
+std::vector<std::string> Survivors() {
+  const auto deadline = steady_clock::now() + std::chrono::seconds(1);
+  for (;;) {
+    ReapChildren(0);
+    std::vector<std::string> names = OtherProcesses();
+    if (names.empty() || steady_clock::now() > deadline) return names;
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+}
+
+int Main(int argc, char** argv) {
+  const Options options = ParseOptions(argc, argv);
+  sigset_t child_ended;
+  sigemptyset(&child_ended);
+  sigaddset(&child_ended, SIGCHLD);
+  ::sigprocmask(SIG_BLOCK, &child_ended, nullptr);
+  const UniqueFd child_signals(::signalfd(-1, &child_ended, SFD_CLOEXEC));
+
+  const pid_t program = StartProgram(options);
+  const int status = WaitForProgram(options, program, child_signals.get());
+  std::string report = std::to_string(status) + "\n";
+  for (const std::string& name : Survivors())
+    report += name + "\n";
+  for (const auto& [from, to] : options.keep) {
+    std::filesystem::copy(
+        from, to,
+        std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
+  }
+  const auto size = static_cast<ssize_t>(report.size());
+  return ::send(options.control, report.data(), report.size(), 0) == size ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace keldo::testing
+
+int main(int argc, char** argv) {
+  try {
+    return keldo::testing::Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "sandbox: " << error.what() << '\n';
+    return 1;
+  }
+}

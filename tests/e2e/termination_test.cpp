@@ -1,0 +1,197 @@
+// SIGTERM: at the places where a run spends its time, and at random moments.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <random>
+#include <thread>
+
+#include "e2e/fixtures.h"
+#include "e2e/waiting.h"
+#include "support/pictures.h"
+
+namespace keldo::testing {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr const char* kPidFile = "/var/run/keldothumb.pid";
+
+// Sends SIGTERM now; the run must be over, with everything that it started, within a second.
+RunResult Terminate(Running& running) {
+  const auto start = steady_clock::now();
+  running.Signal(SIGTERM);
+  RunResult run = running.Finish();
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_THAT(run.survivors, IsEmpty());
+  return run;
+}
+
+void ExpectTerminated(const Sandbox& box, const RunResult& run) {
+  EXPECT_EQ(run.exit_status, 1);
+  EXPECT_EQ(run.signal, 0);
+  EXPECT_TRUE(box.Exists(kPidFile)) << "the run's own pid file stays";
+}
+
+TEST(TerminationTest, StopsTheConverter) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "hang\n");
+  // The program is the sandbox's second process.
+  box.Write("/var/run/keldothumb.2.pid", "2\n");
+  box.Write("/var/run/keldothumb.1.pid", "1\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  ExpectTerminated(box, Terminate(*running));
+  EXPECT_FALSE(box.Exists("/var/run/keldothumb.2.pid"));
+  EXPECT_TRUE(box.Exists("/var/run/keldothumb.1.pid")) << "that of another process";
+  EXPECT_THAT(box.List(MetadataOf("a.png")), IsEmpty()) << "no thumbnail, no marker";
+}
+
+TEST(TerminationTest, StopsTheConvertersOwnChildren) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "grandchild\ngrandchild\nhang\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  ExpectTerminated(box, Terminate(*running));
+}
+
+TEST(TerminationTest, StopsTheCodecPackagesConverter) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.InstallCodecPackage();
+  box.Script("convert", "hang\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  ExpectTerminated(box, Terminate(*running));
+}
+
+TEST(TerminationTest, StopsDjpeg) {
+  Sandbox box;
+  box.AddPhoto("a.jpg", JpegHeaderOf(5000, 4000));
+  box.Script("djpeg", "hang\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  ExpectTerminated(box, Terminate(*running));
+}
+
+TEST(TerminationTest, StopsDcraw) {
+  Sandbox box;
+  box.AddPhoto("a.x3f", "x");
+  box.Script("dcraw", "stdout bytes\nhang\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  ExpectTerminated(box, Terminate(*running));
+}
+
+TEST(TerminationTest, DoesNotWaitForTheDaemon) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  std::promise<void> asked;
+  std::promise<void> answer;
+  box.StartDaemon([&](const std::string&) {
+    asked.set_value();
+    answer.get_future().wait();
+    return "";
+  });
+  const auto running = box.Start();
+  asked.get_future().wait();
+  ExpectTerminated(box, Terminate(*running));
+  answer.set_value();
+}
+
+TEST(TerminationTest, LeftPidFileIsReplacedByTheNextRun) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "hang\n");
+  const auto running = box.Start();
+  WaitForInvocations(box, 1);
+  ExpectTerminated(box, Terminate(*running));
+  box.Script("convert-thumb", "outputs jpeg\n");
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  EXPECT_FALSE(box.Exists(kPidFile));
+  EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
+}
+
+TEST(TerminationTest, OtherProcessesAreLeftAlone) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "hang\n");
+  // A shell that starts the program, ends it, and is still there to tell.
+  const RunResult run = box.Run({"/bin/sh", "-c",
+                                 "/program/keldothumb /conf/profile /volume1/photo & "
+                                 "while ! [ -s /standins/record ]; do :; done; "
+                                 "kill -TERM $!; wait $!; echo $?"});
+  EXPECT_EQ(run.standard_output, "1\n");
+}
+
+// What must hold whenever a run was ended: what is visible is whole.
+void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& photo) {
+  for (const std::string& name : box.List(MetadataOf(photo))) {
+    if (!name.starts_with("KELDOPHOTO_THUMB_")) continue;
+    EXPECT_TRUE(DecodeJpeg(box.Read(MetadataOf(photo) + "/" + name))) << name;
+  }
+}
+
+struct Tally {
+  int terminated = 0;
+  int finished = 0;
+  int too_early = 0;
+};
+
+// Terminates `runs` runs over two photos, each after a random part of the time that one takes.
+Tally TerminateAtRandom(int runs, unsigned seed) {
+  Sandbox box;
+  box.AddPhoto("a.jpg", JpegHeaderOf(5000, 4000));
+  box.AddPhoto("b.png");
+  box.StartDaemon(AnswerVersion(0));
+  box.Script("djpeg", "sleep 5\noutputs rubbish\n");
+  box.Script("convert-thumb", "sleep 10\noutputs halves\n");
+  const auto start = steady_clock::now();
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  const auto whole = std::chrono::duration_cast<microseconds>(steady_clock::now() - start).count();
+
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<std::int64_t> delay(0, whole);
+  Tally tally;
+  for (int i = 0; i < runs; ++i) {
+    box.Remove("/volume1/photo/@eaDir");
+    box.Remove(kPidFile);
+    const auto running = box.Start();
+    std::this_thread::sleep_for(microseconds(delay(random)));
+    const RunResult run = Terminate(*running);
+    // Before the program has had the time to say that it holds the signal back, SIGTERM ends it as
+    // it ends any program; nothing is begun then.
+    const bool too_early = run.signal == SIGTERM && !box.Exists(kPidFile);
+    if (!too_early) {
+      EXPECT_EQ(run.signal, 0);
+      EXPECT_EQ(run.exit_status, box.Exists(kPidFile) ? 1 : 0);
+      ++(run.exit_status == 0 ? tally.finished : tally.terminated);
+    }
+    tally.too_early += too_early ? 1 : 0;
+    EXPECT_THAT(run.log, IsEmpty());
+    ExpectNoBrokenThumbnail(box, "a.jpg");
+    ExpectNoBrokenThumbnail(box, "b.png");
+  }
+  return tally;
+}
+
+TEST(TerminationTest, AtAnyMoment) {
+  constexpr int kRunsOfEach = 200;
+  auto other = std::async(std::launch::async, TerminateAtRandom, kRunsOfEach, 2U);
+  const Tally first = TerminateAtRandom(kRunsOfEach, 1U);
+  const Tally second = other.get();
+  EXPECT_GT(first.terminated + second.terminated, kRunsOfEach) << "most of them were caught";
+  std::cout << first.terminated + second.terminated << " terminated, "
+            << first.finished + second.finished << " had finished, "
+            << first.too_early + second.too_early << " had not begun\n";
+}
+
+}  // namespace
+}  // namespace keldo::testing
