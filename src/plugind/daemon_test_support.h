@@ -1,0 +1,69 @@
+// The daemon as a child of a test, and clients that talk to it byte by byte.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/unique_fd.h"
+#include "support/temp_dir.h"
+
+namespace keldo::plugind {
+
+/// A connection to a local socket. Everything throws std::runtime_error when it takes longer than
+/// ten seconds.
+class Client {
+ public:
+  explicit Client(const std::string& socket_path);
+
+  /// False when the other side has closed.
+  bool Send(std::string_view bytes);
+  /// Says that nothing more will be sent.
+  void EndSending();
+  /// The next line without its newline; "(closed)" when the other side has closed.
+  [[nodiscard]] std::string Line();
+  [[nodiscard]] int fd() const { return fd_.get(); }
+
+ private:
+  UniqueFd fd_;
+  std::string received_;
+};
+
+/// keldoindexplugind with a socket, a database and a log in a directory of its own.
+class DaemonProcess {
+ public:
+  using Arguments = std::vector<std::string>;
+
+  DaemonProcess() = default;
+  ~DaemonProcess();
+  DaemonProcess(const DaemonProcess&) = delete;
+  DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+  /// Starts it with these arguments besides those for socket, database and log, and waits until it
+  /// listens.
+  void Start(const Arguments& more = {});
+  /// Starts it and returns its exit status, as it is when it cannot serve.
+  [[nodiscard]] int Run(const Arguments& more = {});
+  void Signal(int signal) const;
+  /// Its exit status, or minus the number of the signal that ended it.
+  [[nodiscard]] int Wait();
+
+  [[nodiscard]] std::string socket() const { return dir_.path() + "/sock"; }
+  [[nodiscard]] std::string database() const { return dir_.path() + "/index/index.db"; }
+  [[nodiscard]] std::string dir() const { return dir_.path(); }
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  /// What was logged by all daemons of this directory so far.
+  [[nodiscard]] std::string Log() const;
+  /// How often this stands in the log.
+  [[nodiscard]] int Logged(const std::string& text) const;
+
+ private:
+  void Spawn(const Arguments& more);
+
+  testing::TempDir dir_;
+  pid_t pid_ = -1;
+};
+
+}  // namespace keldo::plugind

@@ -1,0 +1,103 @@
+#include "plugind/database_store.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <ctime>
+#include <utility>
+
+#include "platform/linux/path_key.h"
+
+namespace keldo::plugind {
+namespace {
+
+using platform::IndexDatabase;
+using platform::PathKey;
+
+// A database that cannot be opened is not tried again with every request.
+constexpr std::chrono::seconds kOpenPause{5};
+constexpr int kVideoDatabase = 1;
+
+}  // namespace
+
+DatabaseStore::DatabaseStore(std::string path) : path_(std::move(path)) {
+  // What is wrong with it is said at the start already.
+  static_cast<void>(Database());
+}
+
+void DatabaseStore::Trouble::Note(const char* what, const std::string& problem) {
+  if (std::exchange(last_, problem) == problem) return;
+  syslog(LOG_ERR, "cannot %s: %s", what, problem.c_str());
+}
+
+// Somebody may remove the file and make it anew; the old one, still open here, is then nobody's.
+bool DatabaseStore::IsReplaced() const {
+  struct stat file {};
+  return ::stat(path_.c_str(), &file) != 0 || file.st_dev != device_ || file.st_ino != inode_;
+}
+
+IndexDatabase* DatabaseStore::Database() {
+  if (database_ && IsReplaced()) database_.reset();
+  const auto now = std::chrono::steady_clock::now();
+  if (database_ || now < open_again_) return database_.get();
+  IndexDatabase::OpenResult opened = IndexDatabase::OpenOrCreate(path_);
+  struct stat file {};
+  if (!opened.database || ::stat(path_.c_str(), &file) != 0) {
+    opening_.Note("open the index", path_ + ": " + opened.problem);
+    open_again_ = now + kOpenPause;
+    return nullptr;
+  }
+  opening_.Clear();
+  database_ = std::move(opened.database);
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+  return database_.get();
+}
+
+template <typename Operation>
+bool DatabaseStore::Use(Trouble& trouble, const char* what, const Operation& operation) {
+  IndexDatabase* database = Database();
+  if (database == nullptr) return false;
+  if (operation(*database)) {
+    trouble.Clear();
+    return true;
+  }
+  trouble.Note(what, database->problem());
+  if (!database->was_busy()) database_.reset();
+  return false;
+}
+
+int DatabaseStore::Version(std::string_view path) {
+  std::optional<int> version;
+  const bool read = Use(reading_, "read the index", [&](IndexDatabase& database) {
+    return database.FindVersion(PathKey(path), version);
+  });
+  return read ? version.value_or(0) : 0;
+}
+
+bool DatabaseStore::AddFinished(std::string_view path) {
+  return Use(writing_, "write to the index", [&](IndexDatabase& database) {
+    return database.AddFinished(PathKey(path), std::time(nullptr));
+  });
+}
+
+bool DatabaseStore::IsConversionOn(_tag_THUMB_TYPE_ type) {
+  std::optional<bool> on;
+  const bool read = Use(reading_, "read the index",
+                        [&](IndexDatabase& database) { return database.FindConversion(type, on); });
+  return read ? on.value_or(true) : true;
+}
+
+// Of photos the index also knows the sizes that were reported while they were converted.
+std::optional<keldoindexutils::MediaInfo> DatabaseStore::FindMedia(std::string_view path,
+                                                                   int database_number) {
+  std::optional<keldoindexutils::MediaInfo> found;
+  const bool read = Use(reading_, "read the index", [&](IndexDatabase& database) {
+    const std::string key = PathKey(path);
+    if (!database.FindMedia(key, database_number, found)) return false;
+    return found || database_number == kVideoDatabase || database.FindResolution(key, found);
+  });
+  return read ? found : std::nullopt;
+}
+
+}  // namespace keldo::plugind
