@@ -22,7 +22,7 @@ int KELDOIDX_GetThumbSizeMap(const char* path, _tag_THUMB_TYPE_ type, int* mask)
 [[nodiscard]] int KELDOIDX_IsVideoNeedConvert(const char* path);
 
 /// Fills the media record of a photo: path, size and orientation. Returns 0, or -1 when the file
-/// cannot be read as an image.
+/// cannot be read as an image (logged).
 [[nodiscard]] int KELDOIDX_GetMediaInfo(const char* path, MediaInfo& info);
 
 /// Tells the index the resolutions of a photo and of a thumbnail made from it. Returns 0 on

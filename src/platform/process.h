@@ -32,8 +32,8 @@ class ProcessRunner {
   ///
   /// Callers pass (true, false): wait for the child, keep its output attached to ours. Returns 0
   /// only for a normal exit with status 0. A program that cannot be started, ends otherwise, or
-  /// outlives the deadline (its whole group is then killed) gives a non-zero value. Logs when the
-  /// program cannot be started or is killed at the deadline; silent otherwise.
+  /// outlives the deadline (its whole group is then killed) gives a non-zero value and one log
+  /// line.
   [[nodiscard]] int run(bool wait, bool detach_output);
 
  private:

@@ -181,9 +181,9 @@ TEST_F(AutoSendRecvPacketTest, AReplyMayBeAMebibyteAndNoMore) {
   for (const std::size_t size : {kMost, 2 * kMost}) {
     std::filesystem::remove(socket_);
     Daemon daemon(socket_);
-    const std::string head = "{\"a\":\"";
-    const std::string tail = "\"}\n";
-    daemon.Answer(head + std::string(size - head.size() - tail.size(), 'x') + tail);
+    std::string reply = "{\"a\":\"\"}\n";
+    reply.insert(6, size - reply.size(), 'x');
+    daemon.Answer(reply);
     Json::Value value = Request();
     EXPECT_EQ(Send(value) == 0, size == kMost);
   }
@@ -293,7 +293,7 @@ TEST_F(AutoSendRecvPacketTest, ASocketOfAnotherUserIsNoDaemon) {
     EXPECT_EQ(Send(value), 0);
     return;
   }
-  std::filesystem::permissions(dir_.path(), std::filesystem::perms(0777));
+  std::filesystem::permissions(dir_.path(), std::filesystem::perms{0777});
   ASSERT_EQ(seteuid(65534), 0);
   Daemon daemon(socket_);
   ASSERT_EQ(seteuid(0), 0);
@@ -304,9 +304,9 @@ TEST_F(AutoSendRecvPacketTest, ASocketOfAnotherUserIsNoDaemon) {
 }
 
 TEST_F(AutoSendRecvPacketTest, ADaemonOfRootIsTrustedByAll) {
-  std::filesystem::permissions(dir_.path(), std::filesystem::perms(0777));
+  std::filesystem::permissions(dir_.path(), std::filesystem::perms{0777});
   Daemon daemon(socket_);
-  std::filesystem::permissions(socket_, std::filesystem::perms(0777));
+  std::filesystem::permissions(socket_, std::filesystem::perms{0777});
   daemon.Answer("{\"success\":true}\n");
   const bool was_root = geteuid() == 0;
   ASSERT_EQ(was_root ? seteuid(65534) : 0, 0);

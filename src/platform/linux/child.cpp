@@ -95,8 +95,8 @@ pid_t StartChild(Prepared& prepared) {
   sigfillset(&all);
   sigprocmask(SIG_SETMASK, &all, &before);
   const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
-  // NOLINTNEXTLINE(clang-analyzer-unix.Vfork): it makes system calls only, and ends in exec or
-  // _exit
+  // It makes system calls only, and ends in exec or _exit.
+  // NOLINTNEXTLINE(clang-analyzer-unix.Vfork)
   if (pid == 0) BecomeProgram(prepared);
   const int error = errno;
   sigprocmask(SIG_SETMASK, &before, nullptr);

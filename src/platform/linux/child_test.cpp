@@ -49,7 +49,7 @@ std::string ChildsDescriptors(const std::string& path) {
 
 class ChildTest : public testing::Test {
  protected:
-  ~ChildTest() override { EXPECT_TRUE(HasNoChildren()); }
+  void TearDown() override { EXPECT_TRUE(HasNoChildren()); }
 
   [[nodiscard]] std::string PathOf(const char* name) const { return dir_.path() + "/" + name; }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <string_view>
@@ -78,7 +77,7 @@ char* NextLine(char* buffer, int size, void* stream) {
     return nullptr;
   }
   if (line.starts_with('[')) EnterSection(source, line);
-  std::memcpy(buffer, line.data(), line.size());
+  line.copy(buffer, line.size());
   buffer[line.size()] = '\0';
   return buffer;
 }

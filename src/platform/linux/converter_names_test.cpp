@@ -24,7 +24,6 @@ namespace {
 using keldo::platform::IsImageMagick;
 using keldo::platform::LiteralNames;
 using keldo::testing::CountDescriptors;
-using keldo::testing::OneSecondDeadline;
 using keldo::testing::ReadFile;
 using keldo::testing::Rgb;
 using keldo::testing::TempDir;
@@ -143,8 +142,8 @@ INSTANTIATE_TEST_SUITE_P(Converter, AwkwardName, testing::ValuesIn(AwkwardNames(
 
 class RelativeDirectory : public testing::TestWithParam<const char*> {
  protected:
-  RelativeDirectory() { fs::current_path(dir_.path()); }
-  ~RelativeDirectory() override { fs::current_path(before_); }
+  void SetUp() override { fs::current_path(dir_.path()); }
+  void TearDown() override { fs::current_path(before_); }
 
  private:
   fs::path before_ = fs::current_path();

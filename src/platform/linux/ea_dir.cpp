@@ -41,11 +41,16 @@ bool IsGone(const std::string& path) {
   return ::unlink(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
-// The last error's line tells which of the reports it was.
-int Fail(ErrorCode code, char* buffer, std::size_t size,
-         std::source_location where = std::source_location::current()) {
-  if (buffer != nullptr && size > 0) *buffer = '\0';
-  RecordError(code, where);
+// What the caller gave for the result.
+struct Buffer {
+  char* text;
+  std::size_t size;
+};
+
+// Fails with an empty result. The line tells which of the reports it was.
+int Fail(ErrorCode code, int line, const Buffer& buffer) {
+  if (buffer.text != nullptr && buffer.size > 0) *buffer.text = '\0';
+  RecordError(code, "ea_dir.cpp", line);
   return -1;
 }
 
@@ -53,18 +58,18 @@ int Fail(ErrorCode code, char* buffer, std::size_t size,
 
 int KELDOEADirPath(const char* source_path, char* buffer, std::size_t size) {
   if (source_path == nullptr || buffer == nullptr) {
-    return Fail(ErrorCode::kMissingArgument, buffer, size);
+    return Fail(ErrorCode::kMissingArgument, __LINE__, {buffer, size});
   }
   const std::string_view source(source_path);
   const std::size_t slash = source.rfind('/');
   const std::size_t name = slash == std::string_view::npos ? 0 : slash + 1;
-  if (name == source.size()) return Fail(ErrorCode::kNoFileName, buffer, size);
+  if (name == source.size()) return Fail(ErrorCode::kNoFileName, __LINE__, {buffer, size});
 
   std::string path;
   path.reserve(source.size() + kMetadataDirectory.size() + 1);
   path.append(source.substr(0, name)).append(kMetadataDirectory);
   path.append("/").append(source.substr(name));
-  if (path.size() >= size) return Fail(ErrorCode::kPathTooLong, buffer, size);
+  if (path.size() >= size) return Fail(ErrorCode::kPathTooLong, __LINE__, {buffer, size});
   std::memcpy(buffer, path.c_str(), path.size() + 1);
   return 0;
 }

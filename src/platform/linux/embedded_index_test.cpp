@@ -37,11 +37,11 @@ class OrdinaryReader {
   void SetModes(unsigned directory_mode, unsigned file_mode) {
     if (was_root_) return;
     namespace fs = std::filesystem;
-    fs::permissions(directory_, fs::perms(0755));
+    fs::permissions(directory_, fs::perms{0755});
     for (const auto& file : fs::directory_iterator(directory_)) {
-      fs::permissions(file.path(), fs::perms(file_mode));
+      fs::permissions(file.path(), fs::perms{file_mode});
     }
-    fs::permissions(directory_, fs::perms(directory_mode));
+    fs::permissions(directory_, fs::perms{directory_mode});
   }
 
   std::string directory_;
@@ -49,14 +49,16 @@ class OrdinaryReader {
 };
 
 class EmbeddedIndexTest : public ::testing::Test {
+ public:
+  EmbeddedIndexTest(const EmbeddedIndexTest&) = delete;
+  EmbeddedIndexTest& operator=(const EmbeddedIndexTest&) = delete;
+
  protected:
   EmbeddedIndexTest() {
-    std::filesystem::permissions(dir_.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(dir_.path(), std::filesystem::perms{0755});
     UseIndexAt(database_);
   }
   ~EmbeddedIndexTest() override { UseIndexAt(database_ + ".none"); }
-  EmbeddedIndexTest(const EmbeddedIndexTest&) = delete;
-  EmbeddedIndexTest& operator=(const EmbeddedIndexTest&) = delete;
 
   std::unique_ptr<IndexDatabase> Create() {
     auto opened = IndexDatabase::OpenOrCreate(database_);

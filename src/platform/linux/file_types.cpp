@@ -45,7 +45,8 @@ bool Holds(const Table& table, std::string extension) {
   std::ranges::transform(extension, extension.begin(), [](char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   });
-  return std::ranges::binary_search(table, std::string_view(extension));
+  const std::string_view wanted = extension;
+  return std::ranges::binary_search(table, wanted);
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ std::string BigEndian(std::uint32_t number) {
 std::string LittleEndian(std::uint32_t number, int size) {
   std::string bytes;
   for (int i = 0; i < size; ++i)
-    bytes += static_cast<char>(number >> (8U * unsigned(i)));
+    bytes += static_cast<char>(number >> (8U * static_cast<unsigned>(i)));
   return bytes;
 }
 

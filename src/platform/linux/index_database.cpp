@@ -130,8 +130,12 @@ std::optional<int> IndexDatabase::SchemaVersion() {
 
 bool IndexDatabase::HasOurSchema() {
   const std::optional<int> version = SchemaVersion();
-  // Commits need not reach the disk one by one: what is lost is measured or set again.
-  if (version == kSchemaVersion) return Execute("PRAGMA synchronous=NORMAL");
+  // Commits need not reach the disk one by one: what is lost is measured or set again. The log is
+  // emptied when the last process closes the database, so that a run that changes nothing neither
+  // reads it at its start nor writes it back at its end.
+  if (version == kSchemaVersion) {
+    return Execute("PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=0");
+  }
   if (version) {
     problem_ = "the database has version " + std::to_string(*version) + ", not " +
                std::to_string(kSchemaVersion);

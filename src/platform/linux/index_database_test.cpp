@@ -90,6 +90,7 @@ TEST_F(IndexDatabaseTest, RemovingAMaskThatIsNotThereIsNoFailure) {
 
 TEST_F(IndexDatabaseTest, ManyMayCreateItAtOnce) {
   std::vector<std::thread> creators;
+  creators.reserve(4);
   for (int i = 0; i < 4; ++i) {
     creators.emplace_back([this, i] {
       const auto database = Create();
@@ -129,6 +130,17 @@ TEST_F(IndexDatabaseTest, AWriterWaitsForAnotherButNotForEver) {
 
   ASSERT_EQ(sqlite3_exec(raw, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
   EXPECT_TRUE(database->SetMask("/v", kPhoto, 3));
+}
+
+// What every later run would read at its start and write back at its end.
+TEST_F(IndexDatabaseTest, TheLogIsEmptyOnceTheDatabaseIsClosed) {
+  Create().reset();
+  EXPECT_EQ(std::filesystem::file_size(path_ + "-wal"), 0U);
+  ASSERT_TRUE(IndexDatabase::Open(path_).database->SetMask("/v", kPhoto, 3));
+  EXPECT_EQ(std::filesystem::file_size(path_ + "-wal"), 0U);
+  std::optional<MaskEntry> entry;
+  ASSERT_TRUE(IndexDatabase::Open(path_).database->FindMask("/v", kPhoto, entry));
+  EXPECT_TRUE(entry);
 }
 
 TEST_F(IndexDatabaseTest, AnotherVersionIsAProblem) {

@@ -1,5 +1,7 @@
 #include "platform/index_ipc.h"
 
+#include <syslog.h>
+
 #include <string>
 #include <string_view>
 
@@ -10,6 +12,8 @@
 
 namespace keldoindexutils::ipc {
 namespace {
+
+constexpr int kUnreadableImageLine = 61;
 
 using keldo::platform::Measured;
 using keldo::platform::NoteResolution;
@@ -43,7 +47,11 @@ int KELDOIDX_IsVideoNeedConvert(const char* path) {
 int KELDOIDX_GetMediaInfo(const char* path, MediaInfo& info) {
   if (path == nullptr) return -1;
   const auto header = ReadImageHeader(path);
-  if (!header) return -1;
+  if (!header) {
+    syslog(LOG_WARNING, "%s:%d [Warning] cannot be read as an image: %s", "index_ipc",
+           kUnreadableImageLine, path);
+    return -1;
+  }
   info.path(path);
   info.resolution_x(header->width);
   info.resolution_y(header->height);

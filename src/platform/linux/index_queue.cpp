@@ -73,8 +73,8 @@ UniqueFd OpenLockedQueue(const std::string& path) {
 // Adds the line in one write. On failure the part that a full disk took is taken back, unless
 // somebody without regard for the lock has written behind it.
 bool AppendLine(int fd, const std::string& content, const std::string& text) {
-  std::string line;
-  if (!content.empty() && !content.ends_with('\n')) line = "\n";  // heals a line that was cut
+  const bool last_line_was_cut = !content.empty() && !content.ends_with('\n');
+  std::string line(last_line_was_cut ? 1 : 0, '\n');
   line.append(text).append("\n");
   if (WriteAll(fd, line)) return true;
   struct stat status {};

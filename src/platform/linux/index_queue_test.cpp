@@ -59,7 +59,7 @@ TEST_F(IndexQueue, ANewFileHasMode0644WhateverTheUmask) {
 
 TEST_F(IndexQueue, AnExistingFileKeepsItsMode) {
   std::ofstream(queue_) << "/a\n";
-  std::filesystem::permissions(queue_, std::filesystem::perms(0660));
+  std::filesystem::permissions(queue_, std::filesystem::perms{0660});
   EXPECT_TRUE(WriteIndexQueue("/b", queue_));
   EXPECT_EQ(Mode(), 0660U);
   EXPECT_EQ(Content(), "/a\n/b\n");
@@ -103,6 +103,7 @@ TEST_F(IndexQueue, WritersAtTheSameTimeLoseNothing) {
   constexpr int kWriters = 4;
   constexpr int kLines = 25;
   std::vector<std::thread> writers;
+  writers.reserve(kWriters);
   for (int writer = 0; writer < kWriters; ++writer) {
     writers.emplace_back([this, writer] {
       for (int line = 0; line < kLines; ++line) {

@@ -38,7 +38,7 @@ constexpr int kSomeDescriptors = 64;
 
 class IsolatedTest : public testing::Test {
  protected:
-  ~IsolatedTest() override { EXPECT_TRUE(HasNoChildren()); }
+  void TearDown() override { EXPECT_TRUE(HasNoChildren()); }
 
   [[nodiscard]] std::string PathOf(const char* name) const { return dir_.path() + "/" + name; }
 

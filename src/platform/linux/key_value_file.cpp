@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -22,9 +21,7 @@ using keldo::platform::TakeLine;
 // Copies as much as fits. Returns the whole length, so that the caller can tell a cut text.
 int CopyOut(std::string_view text, char* out, std::size_t size) {
   if (out != nullptr && size > 0) {
-    const std::size_t length = std::min(text.size(), size - 1);
-    std::memcpy(out, text.data(), length);
-    out[length] = '\0';
+    out[text.copy(out, size - 1)] = '\0';
   }
   constexpr auto kLongest = static_cast<std::size_t>(std::numeric_limits<int>::max());
   return static_cast<int>(std::min(text.size(), kLongest));

@@ -145,7 +145,7 @@ TEST_F(KeyValueFile, RefusesWhatWouldBeReadBackAsSomethingElse) {
 
 TEST_F(KeyValueFile, TheFileIsReplacedWithMode0644WhateverTheUmask) {
   Write("total=3\n");
-  std::filesystem::permissions(path_, std::filesystem::perms(0600));
+  std::filesystem::permissions(path_, std::filesystem::perms{0600});
   std::ifstream reader(path_);
   for (const mode_t mask : {mode_t{0}, mode_t{0077}}) {
     const mode_t before = umask(mask);

@@ -83,8 +83,17 @@ TEST_F(KillTest, NamesAreBytes) {
 }
 
 TEST_F(KillTest, FindsNothing) {
-  EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL missing 0; $KILL '' 0; alive $a"),
-            "0\n0\nalive\n");
+  EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL missing 0; alive $a"), "0\nalive\n");
+}
+
+TEST_F(KillTest, NoNameMeansNoProcess) {
+  EXPECT_EQ(InNamespace(R"sh(
+    bash -c 'printf "\0" >/proc/$$/comm; sleep 1000 & echo >ready; wait' & a=$!
+    until [ -s ready ]; do sleep 0.01; done
+    $KILL '' 0
+    alive $a
+  )sh"),
+            "0\nalive\n");
 }
 
 TEST_F(KillTest, NeverKillsItself) {

@@ -1,7 +1,5 @@
 #include "platform/linux/last_error.h"
 
-#include <cstring>
-
 #include "platform/error.h"
 
 namespace keldo::platform {
@@ -18,18 +16,10 @@ LastError& Last() {
   return last;
 }
 
-// "/build/src/platform/linux/ea_dir.cpp" gives "ea_dir.cpp": where the sources lay at build time is
-// nothing for a log.
-const char* BaseName(const char* path) {
-  const char* slash = std::strrchr(path, '/');
-  return slash == nullptr ? path : slash + 1;
-}
-
 }  // namespace
 
-void RecordError(ErrorCode code, std::source_location where) {
-  Last() = {
-      .code = code, .file = BaseName(where.file_name()), .line = static_cast<int>(where.line())};
+void RecordError(ErrorCode code, const char* source_file, int line) {
+  Last() = {.code = code, .file = source_file, .line = line};
 }
 
 }  // namespace keldo::platform

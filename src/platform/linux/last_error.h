@@ -1,8 +1,6 @@
 // Remembering why a platform call failed, for callers that ask afterwards.
 #pragma once
 
-#include <source_location>
-
 namespace keldo::platform {
 
 /// Codes that KLIBCErrGet returns; callers log them in four hexadecimal digits.
@@ -13,7 +11,8 @@ enum class ErrorCode : int {
   kMissingArgument = 0x0300  ///< A null pointer where there must be text or a buffer.
 };
 
-/// Makes `code` this process's last error, reported by the place of the call.
-void RecordError(ErrorCode code, std::source_location where = std::source_location::current());
+/// Makes `code` this process's last error, reported by line `line` of `source_file`, a literal such
+/// as "ea_dir.cpp".
+void RecordError(ErrorCode code, const char* source_file, int line);
 
 }  // namespace keldo::platform

@@ -3,7 +3,6 @@
 // A program of its own, since the tests look at when their process loads libheif.
 #include <libheif/heif_cxx.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <span>
@@ -31,8 +30,8 @@ int main(int argc, char** argv) {
     heif::Context context;
     heif::Encoder encoder(avif ? heif_compression_AV1 : heif_compression_HEVC);
     heif::Context::EncodingOptions options;
-    options.image_orientation = static_cast<heif_orientation>(std::atoi(arguments[5]));
-    context.encode_image(Gray(std::atoi(arguments[3]), std::atoi(arguments[4])), encoder, options);
+    options.image_orientation = static_cast<heif_orientation>(std::stoi(arguments[5]));
+    context.encode_image(Gray(std::stoi(arguments[3]), std::stoi(arguments[4])), encoder, options);
     context.write_to_file(arguments[1]);
   } catch (const heif::Error& error) {
     std::cerr << "make_heif: " << error.get_message() << '\n';

@@ -64,7 +64,7 @@ std::vector<std::string> LinesOf(const std::string& script, std::size_t size = 2
 class PopenTest : public testing::Test {
  protected:
   PopenTest() { keldo::testing::ClearSyslog(); }
-  ~PopenTest() override {
+  void TearDown() override {
     EXPECT_TRUE(HasNoChildren());
     EXPECT_THAT(keldo::testing::CapturedSyslog(), IsEmpty());
   }

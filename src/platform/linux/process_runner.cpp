@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <string>
 
 #include "platform/linux/child.h"
 #include "platform/linux/converter_names.h"
@@ -21,6 +22,16 @@ constexpr int kFailed = -1;
 // Line values of this source's messages.
 constexpr int kNotStartedLine = 41;
 constexpr int kOverranLine = 52;
+constexpr int kFailedLine = 63;
+
+// Says how the child ended. Its last argument tells what it worked on: the photo itself, or an
+// output in the photo's metadata directory.
+void LogFailure(const std::string& program, int status, const std::string& last_argument) {
+  const bool killed = WIFSIGNALED(status);
+  syslog(LOG_WARNING, "%s:%d [Warning] %s ended with %s %d on %s", "process", kFailedLine,
+         program.c_str(), killed ? "signal" : "status",
+         killed ? WTERMSIG(status) : WEXITSTATUS(status), last_argument.c_str());
+}
 
 }  // namespace
 
@@ -59,6 +70,7 @@ int ProcessRunner::run(bool /*wait*/, bool /*detach_output*/) {
            kOverranLine, program_.c_str(), static_cast<long long>(limit.count()));
     return kFailed;
   }
+  if (status != 0) LogFailure(program_, status, arguments_.back());
   return status;
 }
 

@@ -28,12 +28,11 @@ using keldo::testing::Stopwatch;
 using keldo::testing::TempDir;
 using KELDOUtils::ProcessRunner;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ProcessRunnerTest : public testing::Test {
  protected:
   ProcessRunnerTest() { keldo::testing::ClearSyslog(); }
-  ~ProcessRunnerTest() override { EXPECT_TRUE(HasNoChildren()); }
+  void TearDown() override { EXPECT_TRUE(HasNoChildren()); }
 
   [[nodiscard]] std::string PathOf(const char* name) const { return dir_.path() + "/" + name; }
 
@@ -46,13 +45,24 @@ TEST_F(ProcessRunnerTest, ReturnsZeroForExitStatusZeroOnly) {
   EXPECT_NE(RunShell("exit 1"), 0);
   EXPECT_NE(RunShell("exit 127"), 0);
   EXPECT_NE(RunShell("exit 255"), 0);
-  EXPECT_THAT(CapturedSyslog(), IsEmpty());
+  EXPECT_EQ(CapturedSyslog().size(), 3U) << "one line a failure";
 }
 
 TEST_F(ProcessRunnerTest, AChildKilledByASignalHasFailed) {
   EXPECT_NE(RunShell("kill -KILL $$"), 0);
   EXPECT_NE(RunShell("kill -TERM $$"), 0);
-  EXPECT_THAT(CapturedSyslog(), IsEmpty());
+  EXPECT_EQ(CapturedSyslog().size(), 2U) << "one line a failure";
+}
+
+TEST_F(ProcessRunnerTest, LogsHowAChildFailedAndWhatItWorkedOn) {
+  EXPECT_NE(RunShell("exit 3", {"/photos/a.jpg"}), 0);
+  EXPECT_NE(RunShell("kill -KILL $$", {"/photos/b.jpg"}), 0);
+  EXPECT_THAT(
+      CapturedSyslog(),
+      ElementsAre(
+          LogLine{LOG_WARNING, "process:63 [Warning] /bin/sh ended with status 3 on /photos/a.jpg"},
+          LogLine{LOG_WARNING,
+                  "process:63 [Warning] /bin/sh ended with signal 9 on /photos/b.jpg"}));
 }
 
 TEST_F(ProcessRunnerTest, LogsOnceThatAProgramIsMissing) {

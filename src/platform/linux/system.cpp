@@ -31,7 +31,8 @@ std::optional<long> MemTotalIn(std::string_view line) {
 // that here.
 int GetTotalMemory(long* total_kib) {
   const std::optional<std::string> content = keldo::platform::ReadRegularFile("/proc/meminfo");
-  std::string_view rest = content ? std::string_view(*content) : std::string_view();
+  std::string_view rest;
+  if (content) rest = *content;
   while (!rest.empty()) {
     if (const auto total = MemTotalIn(keldo::platform::TakeLine(rest))) {
       *total_kib = *total;

@@ -202,14 +202,14 @@ TEST(Termination, ReachesIsolatedWorkAtOnce) {
   const std::string path = dir.path() + "/pid";
   const pid_t program = ForkCopy([&] {
     HoldTermination();
-    std::signal(SIGTERM, Leave);
+    std::signal(SIGTERM, Count);
     const auto result = keldo::platform::RunIsolated([&](std::string&) {
       WriteFile(path, std::to_string(getpid()) + "\n");
       return pause();
     });
     return result.finished ? 1 : 0;
   });
-  // The copy must not run the program's handler: it would leave by exit.
+  // The copy must not run the program's handler, which would let the work go on here.
   kill(PidIn(path), SIGTERM);
   const int status = WaitFor(program);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -14,7 +15,8 @@ using KELDOUtils::GetPathExt;
 
 std::string Trimmed(std::string text) {
   EXPECT_EQ(StringTrim(text.data()), text.data());
-  return text.c_str();
+  text.resize(std::strlen(text.data()));
+  return text;
 }
 
 TEST(StringTrim, RemovesWhiteSpaceAtBothEndsInPlace) {
