@@ -21,13 +21,6 @@ using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& directory) {
-  for (const std::string& name : box.List(directory)) {
-    if (!name.starts_with("KELDOPHOTO_THUMB_") || !name.ends_with(".jpg")) continue;
-    EXPECT_TRUE(DecodeJpeg(box.Read(directory + "/" + name))) << name;
-  }
-}
-
 TEST(FaultTest, KilledProgramTakesItsConverterAlong) {
   Sandbox box;
   box.AddPhoto("a.png");
@@ -104,6 +97,15 @@ TEST(FaultTest, RunawayConverterIsEndedWithItsChildren) {
   EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
 }
 
+TEST(FaultTest, WhatAConverterLeavesRunningIsEnded) {
+  Sandbox box;
+  box.AddPhoto("a.png");
+  box.Script("convert-thumb", "grandchild\noutputs jpeg\n");
+  const RunResult run = box.RunOn();
+  EXPECT_THAT(run.survivors, IsEmpty());
+  EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
+}
+
 TEST(FaultTest, RunawayConverterInPhaseOneFailsThatPhase) {
   Sandbox box;
   box.AddPhoto("a.png");
@@ -157,7 +159,7 @@ TEST(FaultTest, FullMetadataDirectoryFailsThePhotoOnly) {
   box.AddPhoto("b.png");
   box.StartDaemon(AnswerVersion(0));
   box.Script("convert-thumb", "outputs jpeg 1280x960\n");
-  box.MountMemory(MetadataOf("a.png"), 4096 * 6);
+  box.MountMemory(MetadataOf("a.png"), 6 * kPage);
   const RunResult run = box.RunOn();
   EXPECT_EQ(run.exit_status, 0);
   const std::string kept = Sandbox::KeptDirectory(MetadataOf("a.png"));
@@ -170,7 +172,7 @@ TEST(FaultTest, FullSpoolKeepsTheOldCounters) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.StartDaemon(AnswerVersion(0));
-  box.MountMemory("/var/spool", 4096);
+  box.MountMemory("/var/spool", kPage);
   const RunResult run = box.RunOn();
   EXPECT_EQ(run.exit_status, 0);
   EXPECT_THAT(run.log,

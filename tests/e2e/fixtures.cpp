@@ -1,8 +1,13 @@
 #include "e2e/fixtures.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <regex>
 #include <sstream>
+
+#include "base/path.h"
+#include "support/pictures.h"
 
 namespace keldo::testing {
 
@@ -89,7 +94,8 @@ namespace {
 std::vector<std::string> KindNames(const std::string& kinds, const std::string& extension) {
   std::vector<std::string> names;
   for (const std::string& kind : Words(kinds)) {
-    names.push_back("KELDOPHOTO_THUMB_" + kind + extension);
+    names.push_back("KELDOPHOTO_THUMB_");
+    names.back().append(kind).append(extension);
   }
   std::sort(names.begin(), names.end());
   return names;
@@ -103,6 +109,13 @@ std::vector<std::string> ThumbNames(const std::string& kinds) {
 
 std::vector<std::string> MarkerNames(const std::string& kinds) {
   return KindNames(kinds, ".fail");
+}
+
+void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& directory) {
+  for (const std::string& name : box.List(directory)) {
+    if (!name.starts_with("KELDOPHOTO_THUMB_") || !name.ends_with(".jpg")) continue;
+    EXPECT_TRUE(DecodeJpeg(box.Read(JoinPath(directory, name)))) << JoinPath(directory, name);
+  }
 }
 
 int Counter(const Sandbox& box, const std::string& key) {

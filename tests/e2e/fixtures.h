@@ -29,6 +29,9 @@ extern const char* const kSixKinds;
 /// The sorted names "KELDOPHOTO_THUMB_<kind>.fail".
 [[nodiscard]] std::vector<std::string> MarkerNames(const std::string& kinds);
 
+/// Checks that every thumbnail that is visible in a directory is a whole JPEG file.
+void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& directory);
+
 /// The value of a key of the photo progress file; -1 when there is none.
 [[nodiscard]] int Counter(const Sandbox& box, const std::string& key);
 /// The lines of the thumbnail queue.

@@ -20,7 +20,6 @@ using ::testing::IsEmpty;
 constexpr const char* kPhotoA = "/volume1/photo/a.png";
 constexpr const char* kPhotoB = "/volume1/photo/b.png";
 constexpr std::size_t kGiB = std::size_t{1} << 30;
-constexpr std::size_t kPage = 4096;
 
 // The names that a photo's metadata directory should hold, sorted.
 std::vector<std::string> Both(const std::string& thumb_kinds, const std::string& marker_kinds) {
@@ -60,7 +59,11 @@ TEST_F(JobFailureTest, FailedPhaseZeroMarksEverything) {
   box.Script("convert-thumb", "when /volume1/photo/a.png\nexit 1\nalways\noutputs jpeg\n");
   const RunResult run = box.RunOn();
   EXPECT_EQ(run.exit_status, 0);
-  EXPECT_THAT(run.log, IsEmpty());
+  ASSERT_EQ(run.log.size(), 1U) << "the converter's end";
+  EXPECT_EQ(run.log[0].priority, 4);
+  EXPECT_THAT(run.log[0].text,
+              ::testing::StartsWith("process:63 [Warning] /usr/keldo/bin/convert-thumb ended with "
+                                    "status 1 on /volume1/photo/@eaDir/a.png/KELDOPHOTO.tmp."));
   EXPECT_EQ(box.List(MetadataOf("a.png")), MarkerNames("XL B M L SM S"));
   EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
   EXPECT_EQ(box.Status(MarkerOf("a.png", "XL")).st_size, 0);

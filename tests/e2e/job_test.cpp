@@ -169,6 +169,9 @@ TEST_F(JobTest, ThumbnailAsOldAsThePhotoIsCurrent) {
     box.SetTime(ThumbOf("a.jpg", kind), kPhotoTime);
   }
   EXPECT_THAT(box.RunOn().invocations, IsEmpty());
+  box.Remove(ThumbOf("a.jpg", "S"));
+  EXPECT_THAT(Calls(box.RunOn(), "convert-thumb"), ElementsAre(Words(kPhase2OfA)));
+  box.SetTime(ThumbOf("a.jpg", "S"), kPhotoTime);
   box.SetTime(kPhotoA, kPhotoTime + 1);
   EXPECT_THAT(Calls(box.RunOn(), "convert-thumb"),
               ElementsAre(Words(kPhase0OfA), Words(kPhase1OfA)));

@@ -157,7 +157,9 @@ TEST_F(PipelineTest, FailedConverterOnTheBitmapFallsBackToo) {
 TEST_F(PipelineTest, UnreadableJpegFailsWithoutAnyChild) {
   const RunResult run = RunWith("a.jpg", "this is no picture");
   EXPECT_THAT(run.invocations, IsEmpty());
-  EXPECT_THAT(run.log, IsEmpty());
+  EXPECT_THAT(run.log, ElementsAre(LogLine{4,
+                                           "index_ipc:61 [Warning] cannot be read as an image: "
+                                           "/volume1/photo/a.jpg"}));
   ExpectFailed();
 }
 
@@ -217,6 +219,13 @@ TEST_F(PipelineTest, HalfAGibibyteOfMemoryIsEnough) {
   EXPECT_THAT(Calls(RunWithSmallPhoto(), "convert-thumb"), ElementsAre(expected.Convert()));
 }
 
+// Three standard ones, the stand-in's script, and the directory that is listed.
+TEST_F(PipelineTest, ChildrenGetNoDescriptorOfOurs) {
+  box.Script("convert-thumb", "list /proc/self/fd\noutputs jpeg\n");
+  const RunResult run = RunWithSmallPhoto();
+  EXPECT_THAT(Words(run.standard_output), ::testing::UnorderedElementsAre("0", "1", "2", "3", "4"));
+}
+
 TEST_F(PipelineTest, TemporaryNamesAreFreeUntilTheConverterWritesThem) {
   box.Script("convert-thumb", "list /volume1/photo/@eaDir/a.jpg\noutputs jpeg\n");
   const RunResult run = RunWithSmallPhoto();
@@ -228,7 +237,7 @@ TEST_F(PipelineTest, TemporaryNamesAreFreeUntilTheConverterWritesThem) {
 
 TEST_F(PipelineTest, TemporariesOfAFailedConverterStay) {
   box.Script("convert-thumb", "outputs jpeg\nexit 1\n");
-  EXPECT_THAT(RunWithSmallPhoto().log, IsEmpty());
+  EXPECT_EQ(RunWithSmallPhoto().log.size(), 1U) << "the converter's end";
   const std::vector<std::string> names = box.List(MetadataOf("a.jpg"));
   EXPECT_EQ(std::count_if(names.begin(), names.end(),
                           [](const auto& name) { return name.starts_with("KELDOPHOTO.tmp."); }),
@@ -255,6 +264,12 @@ TEST_F(PipelineTest, PhotoThatGrewMeanwhileIsNotCommitted) {
 TEST_F(PipelineTest, PhotoRewrittenInTheSameSizeIsCommitted) {
   box.Script("convert-thumb", "outputs jpeg\nrewrite /volume1/photo/a.png\n");
   EXPECT_EQ(RunWith("a.png", EncodeJpeg(FourCorners(64, 48))).exit_status, 0);
+  EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL S"));
+}
+
+TEST_F(PipelineTest, PhotoThatGrewWithinItsBlocksIsCommitted) {
+  box.Script("convert-thumb", "outputs jpeg\ngrow /volume1/photo/a.png\n");
+  EXPECT_THAT(RunWith("a.png", EncodeJpeg(FourCorners(64, 48))).log, IsEmpty());
   EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL S"));
 }
 

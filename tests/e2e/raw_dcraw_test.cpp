@@ -146,7 +146,7 @@ TEST_F(RawDcrawTest, FullDiskFailsThePhotoWithoutAnIntermediate) {
   box.AddPhoto("b.png");
   box.Write("/conf/full", std::string(1 << 20, 'x'));
   UsePreview(100, 100);
-  box.MountMemory(MetadataOf("a.x3f"), 4096 * 4);
+  box.MountMemory(MetadataOf("a.x3f"), 4 * kPage);
   const RunResult run = box.RunOn();
   EXPECT_EQ(run.exit_status, 0);
   EXPECT_EQ(box.List(Sandbox::KeptDirectory(MetadataOf("a.x3f"))), MarkerNames("XL B M L SM S"));

@@ -135,7 +135,8 @@ TEST_F(RawLibrawTest, FilesWithWrongBytesStopNothing) {
     // Most of the harm is done in the tags, which stand at the beginning.
     for (int flip = 0; flip < 8; ++flip) {
       const std::size_t range = flip < 6 ? 900 : content.size();
-      content[random() % range] ^= static_cast<char>(1U << random() % 8);
+      char& byte = content[random() % range];
+      byte = static_cast<char>(static_cast<unsigned char>(byte) ^ 1U << random() % 8);
     }
     box.AddPhoto("wrong-" + std::to_string(copy) + ".dng", content);
   }

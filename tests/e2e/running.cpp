@@ -41,6 +41,7 @@ class FileActions {
 
 pid_t Spawn(const FileActions& actions, std::vector<std::string> command) {
   std::vector<char*> pointers;
+  pointers.reserve(command.size() + 1);
   for (std::string& word : command)
     pointers.push_back(word.data());
   pointers.push_back(nullptr);

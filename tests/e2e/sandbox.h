@@ -24,6 +24,9 @@ namespace keldo::testing {
 inline constexpr const char* kPhotoDir = "/volume1/photo";
 inline constexpr std::time_t kPhotoTime = 1'600'000'000;
 
+/// What memory file systems give space in.
+inline constexpr std::size_t kPage = 4096;
+
 /// What one run of a program did.
 struct RunResult {
   int exit_status = -1;  ///< -1 when a signal ended it.

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "base/path.h"
 #include "e2e/sandbox.h"
 #include "support/pictures.h"
 
@@ -69,7 +70,7 @@ std::vector<std::string> Sandbox::List(const std::string& inside) const {
 }
 
 std::string Sandbox::AddPhoto(const std::string& name, const std::string& content) const {
-  const std::string path = std::string(kPhotoDir) + "/" + name;
+  std::string path = JoinPath(kPhotoDir, name);
   Write(path, content);
   SetTime(path, kPhotoTime);
   return path;

@@ -90,6 +90,16 @@ TEST(WalkTest, LinksToDirectoriesAreFollowedWithoutEnd) {
   EXPECT_EQ(QueuedDirectories(box).size(), 2U);
 }
 
+TEST(WalkTest, LinkToItselfIsTold) {
+  Sandbox box;
+  box.MakeDirectory(kPhotoDir);
+  fs::create_symlink("itself", box.Outside("/volume1/photo/itself"));
+  const RunResult run = box.RunOn({"R:/volume1/photo"});
+  EXPECT_EQ(run.exit_status, 0);
+  EXPECT_THAT(run.log, ElementsAre(ErrorLine("keldothumb:1256 [Error] walk of /volume1/photo ended "
+                                             "early, Too many levels of symbolic links")));
+}
+
 TEST(WalkTest, FileAsRootDoesNothing) {
   Sandbox box;
   AddAlbum(box, "/volume1/photo");

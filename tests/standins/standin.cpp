@@ -12,7 +12,8 @@
 //   stdout TEXT         prints TEXT and a newline; stderr likewise
 //   stdout-file PATH    prints the file
 //   list PATH           prints the names in a directory
-//   append PATH         appends 1 MiB to the file; rewrite PATH inverts its bytes in place
+//   append PATH         appends 1 MiB to the file; grow PATH appends one byte
+//   rewrite PATH        inverts the file's bytes in place
 //   remove PATH         removes the file
 //   sleep MS            waits; hang waits for ever
 //   grandchild          starts a child that hangs in the same process group
@@ -84,25 +85,6 @@ class Player {
       WriteOutputs(rest);
     } else if (verb == "icc") {
       WriteFile(ArgumentsAfter("-icc").at(0), rest, std::ios::trunc);
-    } else if (verb == "stdout") {
-      std::cout << rest << '\n' << std::flush;
-    } else if (verb == "stderr") {
-      std::cerr << rest << '\n' << std::flush;
-    } else if (verb == "stdout-file") {
-      std::cout << ReadFile(rest) << std::flush;
-    } else if (verb == "list") {
-      for (const auto& entry : std::filesystem::directory_iterator(rest)) {
-        std::cout << entry.path().filename().string() << '\n' << std::flush;
-      }
-    } else if (verb == "append") {
-      WriteFile(rest, std::string(kGrowth, 'x'), std::ios::app);
-    } else if (verb == "rewrite") {
-      std::string content = ReadFile(rest);
-      for (char& byte : content)
-        byte = static_cast<char>(~byte);
-      WriteFile(rest, content, std::ios::in | std::ios::out);
-    } else if (verb == "remove") {
-      std::filesystem::remove(rest);
     } else if (verb == "sleep") {
       Sleep(std::stoi(rest));
     } else if (verb == "hang") {
@@ -110,9 +92,45 @@ class Player {
         ::pause();
     } else if (verb == "grandchild") {
       StartGrandchild();
-    } else {
+    } else if (!Print(verb, rest) && !ChangeFile(verb, rest)) {
       throw std::runtime_error("no such step: " + verb);
     }
+  }
+
+  static bool Print(const std::string& verb, const std::string& rest) {
+    if (verb == "stdout") {
+      std::cout << rest << '\n';
+    } else if (verb == "stderr") {
+      std::cerr << rest << '\n';
+    } else if (verb == "stdout-file") {
+      std::cout << ReadFile(rest);
+    } else if (verb == "list") {
+      for (const auto& entry : std::filesystem::directory_iterator(rest)) {
+        std::cout << entry.path().filename().string() << '\n';
+      }
+    } else {
+      return false;
+    }
+    std::cout << std::flush;
+    return true;
+  }
+
+  static bool ChangeFile(const std::string& verb, const std::string& path) {
+    if (verb == "append") {
+      WriteFile(path, std::string(kGrowth, 'x'), std::ios::app);
+    } else if (verb == "grow") {
+      WriteFile(path, "x", std::ios::app);
+    } else if (verb == "rewrite") {
+      std::string content = ReadFile(path);
+      for (char& byte : content)
+        byte = static_cast<char>(~byte);
+      WriteFile(path, content, std::ios::in | std::ios::out);
+    } else if (verb == "remove") {
+      std::filesystem::remove(path);
+    } else {
+      return false;
+    }
+    return true;
   }
 
   [[nodiscard]] bool HasArgument(const std::string& wanted) const {
