@@ -77,10 +77,12 @@ ensure_packages() {
   install_with_apt "${missing[@]}"
 }
 
-# Says so where a build of another user is in the way.
+# Says so where a folder cannot be written to, or made.
 check_writable() {
-  [[ ! -e $1 || -w $1 ]] || {
-    warn "$1 cannot be written to; is it another user's?"
+  local folder=$1
+  while [[ ! -e $folder ]]; do folder=${folder%/*}; done
+  [[ -w $folder ]] || {
+    warn "$folder cannot be written to; is it another user's?"
     return 1
   }
 }
@@ -102,7 +104,8 @@ build() {
   local preset=$1
   shift
   ! ninja -C "$repo/build/$preset" -n "$@" 2>/dev/null | grep -q 'no work to do' || return 0
-  check_writable "$repo/build/$preset" && (cd -- "$repo" && cmake --build --preset "$preset" ${1:+--target "$@"})
+  check_writable "$repo/build/$preset" &&
+    (cd -- "$repo" && cmake --build --preset "$preset" ${1:+--target "$@"})
 }
 
 # The tests are configured where what they need is installed, so that a machine that only runs the
