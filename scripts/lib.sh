@@ -8,13 +8,13 @@ converter_link=/usr/keldo/bin/convert-thumb
 converter_target=/usr/bin/convert
 install_prefix=/usr/local/bin
 installed_profile=/etc/keldothumb/thumb.conf
-programs=(keldothumb keldothumbctl)
+programs=(keldothumb keldothumbctl keldoindexplugind)
 
 # Building and running. Each list names only what we use ourselves.
 packages_run=(g++ cmake ninja-build pkg-config
   libjsoncpp-dev libexiv2-dev libheif-dev libinih-dev libsqlite3-dev libraw-dev libcli11-dev
   imagemagick libjpeg-turbo-progs dcraw libheif-examples)
-packages_tests=(libgtest-dev libgmock-dev libjpeg62-turbo-dev bubblewrap)
+packages_tests=(libgtest-dev libgmock-dev libjpeg62-turbo-dev bubblewrap python3)
 packages_lint=(git clang-format clang-tidy shellcheck)
 packages_dev=(valgrind strace gdb)
 

@@ -15,7 +15,7 @@ constexpr const char* kMaskHelp =
     "Show or set which thumbnails are wanted for a directory and all below it";
 
 constexpr const char* kMaskExamples =
-    "Kinds, with the longest side in pixels:\n"
+    "Kinds, with the side of their box in pixels:\n"
     "  S 120, SM 240, M 320, B 640, L 800, XL 1280\n"
     "As a number: S 1, M 2, B 4, L 8, XL 16, SM 32, added up.\n"
     "\n"
