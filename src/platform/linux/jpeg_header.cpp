@@ -38,7 +38,7 @@ unsigned ByteAt(const Bytes& bytes, std::size_t index) {
 }
 
 unsigned BigEndian16(const Bytes& bytes, std::size_t index) {
-  return (ByteAt(bytes, index) << 8U) | ByteAt(bytes, index + 1);
+  return ByteAt(bytes, index) * 256 + ByteAt(bytes, index + 1);
 }
 
 // SOF0 to SOF15 but for the three codes in that range which mean something else.
@@ -66,7 +66,7 @@ std::optional<Segment> SegmentAt(int fd, std::int64_t offset) {
 long OrientationOf(int fd, const Segment& segment) {
   const Bytes content = ReadAt(fd, segment.content, segment.length);
   if (!content.starts_with(kExifSignature)) return 0;
-  return ExifOrientation(std::string_view(content).substr(kExifSignature.size()));
+  return ExifOrientation(std::string_view{content}.substr(kExifSignature.size()));
 }
 
 std::optional<ImageSize> SizeOf(int fd, const Segment& segment) {
