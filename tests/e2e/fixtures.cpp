@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 #include <sstream>
 
 #include "base/path.h"
@@ -63,16 +62,24 @@ std::vector<std::string> Words(const std::string& text) {
   return words;
 }
 
+namespace {
+
+std::string WithoutRandomPart(std::string text) {
+  const std::string prefix = "KELDOPHOTO.tmp.";
+  const std::string any = "XXXXXX";
+  const std::size_t at = text.find(prefix);
+  return at == std::string::npos ? text : text.replace(at + prefix.size(), any.size(), any);
+}
+
+}  // namespace
+
 std::vector<std::vector<std::string>> Calls(const RunResult& run, const std::string& program) {
-  static const std::regex random_name(R"(KELDOPHOTO\.tmp\.[A-Za-z0-9]{6})");
   std::vector<std::vector<std::string>> calls;
   for (const Invocation& invocation : run.invocations) {
     if (invocation.program != program) continue;
-    std::vector<std::string> arguments = invocation.arguments;
-    for (std::string& argument : arguments) {
-      argument = std::regex_replace(argument, random_name, "KELDOPHOTO.tmp.XXXXXX");
-    }
-    calls.push_back(std::move(arguments));
+    calls.push_back(invocation.arguments);
+    for (std::string& argument : calls.back())
+      argument = WithoutRandomPart(argument);
   }
   return calls;
 }

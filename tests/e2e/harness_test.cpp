@@ -101,6 +101,8 @@ TEST(HarnessTest, TakesLogPacketsApart) {
   EXPECT_EQ(ParseLogPacket("<15>Nov  1 05:42:10 keldothumb: x"), (LogLine{7, "x"}));
   EXPECT_EQ(ParseLogPacket("<27>Nov  1 05:42:10 keldothumb: x").priority, -1) << "facility daemon";
   EXPECT_EQ(ParseLogPacket("<11>Nov  1 05:42:10 other: x").priority, -1);
+  EXPECT_EQ(ParseLogPacket("<11>keldothumb: x").priority, -1) << "no time";
+  EXPECT_EQ(ParseLogPacket("keldothumb: x").priority, -1) << "no code";
 }
 
 TEST(HarnessTest, ReplacesTheToolsAndRecordsThem) {

@@ -5,7 +5,9 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <regex>
+#include <charconv>
+#include <system_error>
+#include <utility>
 
 #include "e2e/unix_socket.h"
 
@@ -16,14 +18,26 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line) {
 }
 
 LogLine ParseLogPacket(std::string_view packet) {
-  static const std::regex form(R"(<(\d+)>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d keldothumb: ([^]*))");
   constexpr int kUserFacility = 1;
-  const std::string text(packet.substr(0, packet.find('\0')));
-  std::smatch parts;
-  if (!std::regex_match(text, parts, form)) return {-1, text};
-  const int code = std::stoi(parts[1]);
-  if (code >> 3 != kUserFacility) return {-1, text};
-  return {code & 7, parts[2]};
+  constexpr std::string_view kTime = "Mmm dd hh:mm:ss ";
+  constexpr std::string_view kName = "keldothumb: ";
+  packet = packet.substr(0, packet.find('\0'));
+  const LogLine other_form = {-1, std::string(packet)};
+
+  int code = -1;
+  const std::size_t end = packet.find('>');
+  if (!packet.starts_with('<') || end == std::string_view::npos) return other_form;
+  const auto [stop, error] = std::from_chars(packet.data() + 1, packet.data() + end, code);
+  if (error != std::errc() || stop != packet.data() + end) return other_form;
+
+  std::string_view text = packet.substr(end + 1);
+  if (text.size() < kTime.size()) return other_form;
+  for (const std::size_t separator : {3U, 6U, 9U, 12U, 15U}) {
+    if (text[separator] != kTime[separator]) return other_form;
+  }
+  text.remove_prefix(kTime.size());
+  if (!text.starts_with(kName) || code >> 3 != kUserFacility) return other_form;
+  return {code & 7, std::string(text.substr(kName.size()))};
 }
 
 LogCollector::LogCollector(const std::string& path)

@@ -18,6 +18,7 @@
 //   sleep MS            waits; hang waits for ever
 //   grandchild          starts a child that hangs in the same process group
 //   exit STATUS         ends at once
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -180,10 +181,10 @@ class Player {
   static void StartGrandchild() {
     const pid_t child = ::fork();
     if (child < 0) throw std::runtime_error("cannot fork");
-    if (child == 0) {
-      for (;;)
-        ::pause();
-    }
+    if (child != 0) return;
+    ::prctl(PR_SET_NAME, "grandchild");  // So that it is not found by the name of its parent.
+    for (;;)
+      ::pause();
   }
 
   std::string name_;
