@@ -1,10 +1,22 @@
 // The photos that lie directly in a directory.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 #include <vector>
 
 namespace keldo {
+
+/// A photo and its file status.
+struct DirPhoto {
+  std::string name;
+  struct stat status;
+};
+
+/// The photos of ListDirPhotos together with their status, for who needs it anyway: the photos are
+/// looked up once. Same order, same log lines.
+[[nodiscard]] std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& dirPath);
 
 /// Names of the regular files (links followed) in `dirPath` that get thumbnails, in ascending byte
 /// order; "._" names are left out. `dirPath` has no trailing slash. What cannot be read is logged

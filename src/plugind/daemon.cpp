@@ -15,7 +15,7 @@
 #include "plugind/listen_socket.h"
 #include "plugind/request.h"
 #include "plugind/server.h"
-#include "plugind/stop_signals.h"
+#include "platform/linux/stop_signals.h"
 
 namespace keldo::plugind {
 namespace {
@@ -75,7 +75,7 @@ int Fail(const std::string& problem, const Options& options) {
 
 int Serve(const Options& options) {
   // Before the socket, which must not stay behind.
-  const StopSignals signals;
+  const platform::StopSignals signals;
   DatabaseStore store(options.database);
   ListenSocket::OpenResult opened = ListenSocket::Open(options.socket);
   if (!opened.socket) return Fail(opened.problem, options);

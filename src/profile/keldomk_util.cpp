@@ -86,6 +86,10 @@ bool GetMetadataDir(const std::string& source_path, int log_line, std::string& d
   return true;
 }
 
+bool IsThumbnailOutdated(const struct stat& source, const struct stat& thumbnail) {
+  return source.st_mtime > thumbnail.st_mtime || thumbnail.st_size == 0;
+}
+
 bool NeedsThumbnail(const std::string& source_path, const std::string& file_name) {
   struct stat source {};
   if (stat(source_path.c_str(), &source) != 0) {
@@ -99,7 +103,7 @@ bool NeedsThumbnail(const std::string& source_path, const std::string& file_name
   struct stat thumbnail {};
   const std::string path = CutToPathBuffer(JoinPath(directory, file_name));
   if (stat(path.c_str(), &thumbnail) != 0) return true;
-  return source.st_mtime > thumbnail.st_mtime || thumbnail.st_size == 0;
+  return IsThumbnailOutdated(source, thumbnail);
 }
 
 bool AreWantedThumbnailsPresent(const char* source_path, ThumbSizeMask mask) {

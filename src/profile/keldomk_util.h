@@ -4,6 +4,8 @@
 // name has two spellings: the underscore form is written, and either form counts as present.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <array>
 #include <string>
 
@@ -41,6 +43,10 @@ extern const std::array<ThumbKindInfo, 6> kThumbKindTable;
 /// True when `file_name`, in either spelling, names a kind whose bit is set in `mask`. An unknown
 /// name is logged and not wanted.
 [[nodiscard]] bool IsKindWanted(const std::string& file_name, ThumbSizeMask mask);
+
+/// True when a thumbnail with this status does not show its source any more: it is empty, or older
+/// than the source by at least a second.
+[[nodiscard]] bool IsThumbnailOutdated(const struct stat& source, const struct stat& thumbnail);
 
 /// True when the thumbnail `file_name` of `source_path` must be made: it is absent, empty or older
 /// than its source. False, and logged, when the source or its metadata directory cannot be found.

@@ -46,6 +46,11 @@ class Child {
   /// deadline.
   [[nodiscard]] bool WaitUntil(Clock::time_point deadline) const;
 
+  /// The child's process id, and a descriptor that is readable from the child's end on; the latter
+  /// is -1 on kernels before 5.3.
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  [[nodiscard]] int pidfd() const { return pidfd_.get(); }
+
   /// Ends the child's whole group, what it left running included.
   void KillGroup() const;
   /// Ends the group likewise and returns the child's wait status, with termination requests let in

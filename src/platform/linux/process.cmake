@@ -9,6 +9,7 @@ target_sources(platform_linux PRIVATE
   popen.cpp
   process_runner.cpp
   standard_descriptors.cpp
+  stop_signals.cpp
   termination.cpp)
 
 if(KELDO_BUILD_TESTS)

@@ -1,4 +1,4 @@
-#include "plugind/stop_signals.h"
+#include "platform/linux/stop_signals.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <system_error>
 
-namespace keldo::plugind {
+namespace keldo::platform {
 namespace {
 
 constexpr std::array<int, 3> kStopSignals{SIGTERM, SIGINT, SIGHUP};
@@ -69,4 +69,4 @@ StopSignals::~StopSignals() {
   stop_event = -1;
 }
 
-}  // namespace keldo::plugind
+}  // namespace keldo::platform

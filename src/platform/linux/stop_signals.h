@@ -1,9 +1,9 @@
-// The signals that end the daemon, as something that can be waited for.
+// The signals that end a program, as something that can be waited for.
 #pragma once
 
 #include "base/unique_fd.h"
 
-namespace keldo::plugind {
+namespace keldo::platform {
 
 /// From its construction on, SIGTERM, SIGINT and SIGHUP make a descriptor readable instead of
 /// ending the process. One object a process. Throws std::system_error where the system refuses.
@@ -21,4 +21,4 @@ class StopSignals {
   UniqueFd event_;
 };
 
-}  // namespace keldo::plugind
+}  // namespace keldo::platform
