@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fstream>
+#include <iterator>
 #include <utility>
 
 #include "platform/termination.h"
@@ -119,6 +121,25 @@ std::vector<char*> PointersTo(const std::vector<std::string>& arguments) {
   return pointers;
 }
 
+// Once it is stopped it starts nothing more. One that sleeps in the kernel is not waited for.
+void WaitForStop(pid_t pid) {
+  constexpr int kLooks = 200;
+  constexpr useconds_t kMicrosecondsBetween = 1000;
+  for (int look = 0; look < kLooks; ++look) {
+    siginfo_t info{};
+    const int looked =
+        waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WEXITED | WNOHANG | WNOWAIT);
+    if (looked != 0 || info.si_pid == pid) return;
+    usleep(kMicrosecondsBetween);
+  }
+}
+
+std::vector<pid_t> ChildrenOf(pid_t pid) {
+  const std::string number = std::to_string(pid);
+  std::ifstream list("/proc/" + number + "/task/" + number + "/children");
+  return {std::istream_iterator<pid_t>(list), std::istream_iterator<pid_t>()};
+}
+
 }  // namespace
 
 void KeepExitStatuses() {
@@ -187,6 +208,15 @@ bool Child::HasEnded() const {
 
 void Child::KillGroup() const {
   kill(-pid_, SIGKILL);
+}
+
+void Child::KillWithChildren() const {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGSTOP);
+  WaitForStop(pid_);
+  for (const pid_t child : ChildrenOf(pid_))
+    kill(-child, SIGKILL);
+  KillGroup();
 }
 
 int Child::KillAndReap() {

@@ -53,7 +53,11 @@ class Child {
 
   /// Ends the child's whole group, what it left running included.
   void KillGroup() const;
-  /// Ends the group likewise and returns the child's wait status, with termination requests let in
+  /// Ends the child together with the process groups that its own children lead, as those of this
+  /// program's runs do. Unlike a termination request it lets the child do nothing any more: it
+  /// neither takes its children's end for a failure nor looks for other processes to stop.
+  void KillWithChildren() const;
+  /// Ends the child's group and returns the child's wait status, with termination requests let in
   /// while the child is dying. To be called once.
   int KillAndReap();
 

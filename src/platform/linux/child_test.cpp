@@ -200,4 +200,26 @@ TEST_F(ChildTest, DestroyingKillsTheGroup) {
   EXPECT_TRUE(Eventually([&] { return IsGone(grandchild); }));
 }
 
+TEST_F(ChildTest, KillingItWithItsChildrenEndsTheGroupsThatTheyLead) {
+  // The child's own child leads a group, and has a child in it.
+  std::optional<Child> child = StartShell(
+      "setsid sh -c 'sleep 1000 & echo $! >\"$1\"; wait' sh \"$1\" & wait; echo >\"$1.more\"",
+      PathOf("grandchild"));
+  ASSERT_TRUE(child);
+  const pid_t grandchild = PidIn(PathOf("grandchild"));
+  child->KillWithChildren();
+  EXPECT_TRUE(Eventually([&] { return IsGone(grandchild); }));
+  const int status = child->KillAndReap();
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(ReadFile(PathOf("grandchild.more")), "") << "it had no time to see their end";
+}
+
+TEST_F(ChildTest, KillingOneThatHasEndedIsHarmless) {
+  std::optional<Child> child = StartShell("exit 3");
+  ASSERT_TRUE(child);
+  EXPECT_TRUE(child->WaitUntil(Clock::now() + std::chrono::seconds(10)));
+  child->KillWithChildren();
+  EXPECT_EQ(WEXITSTATUS(child->KillAndReap()), 3);
+}
+
 }  // namespace

@@ -25,9 +25,12 @@ std::chrono::seconds ChildDeadline() {
 }
 
 int MillisecondsUntil(Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+  const Clock::time_point now = Clock::now();
+  // Asked first: what is far enough in the past would overflow the difference.
+  if (deadline <= now) return 0;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now);
   constexpr long long kLongestPoll = kLongestSeconds * 1000;
-  return static_cast<int>(std::clamp<long long>(left.count(), 0, kLongestPoll));
+  return static_cast<int>(std::min<long long>(left.count(), kLongestPoll));
 }
 
 }  // namespace keldo::platform

@@ -33,6 +33,7 @@ TEST(ChildDeadline, IgnoresWhatIsNoUsableNumber) {
 
 TEST(MillisecondsUntil, IsNeverNegativeAndRoundedUp) {
   EXPECT_EQ(MillisecondsUntil(Clock::now() - seconds(5)), 0);
+  EXPECT_EQ(MillisecondsUntil(Clock::time_point::min()), 0);
   const Clock::time_point soon = Clock::now() + std::chrono::microseconds(100);
   const int left = MillisecondsUntil(soon);
   EXPECT_TRUE(left == 1 || (left == 0 && Clock::now() >= soon)) << left;

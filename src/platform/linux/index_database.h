@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/linux/sqlite.h"
 #include "platform/media_info.h"
@@ -27,6 +28,27 @@ struct Measured {
   std::string path;
   int width = 0;
   int height = 0;
+};
+
+/// A mask as it was set.
+struct MaskRecord {
+  std::string directory;
+  int type = 0;
+  int mask = 0;
+};
+
+/// A media record, and the number of the media database that it is of.
+struct MediaRecord {
+  int database = 0;
+  keldoindexutils::MediaInfo media;
+};
+
+/// How many files the index knows something of.
+struct IndexCounts {
+  std::int64_t resolutions = 0;
+  std::int64_t versions = 0;
+  std::int64_t finished = 0;
+  std::int64_t media = 0;
 };
 
 /// One open index database: size masks by directory and type, resolutions of photos and of their
@@ -80,6 +102,17 @@ class IndexDatabase {
   [[nodiscard]] bool FindResolution(std::string_view path,
                                     std::optional<keldoindexutils::MediaInfo>& found);
 
+  /// The thumbnail whose size was noted together with that of a photo.
+  [[nodiscard]] bool FindMeasuredThumbnail(std::string_view path, std::optional<Measured>& found);
+
+  /// All masks, in the byte order of their directories, photos before videos.
+  [[nodiscard]] bool ListMasks(std::vector<MaskRecord>& masks);
+
+  /// A file's records in all media databases, in the order of their numbers.
+  [[nodiscard]] bool ListMedia(std::string_view path, std::vector<MediaRecord>& records);
+
+  [[nodiscard]] bool CountRecords(IndexCounts& counts);
+
   /// Why the last operation failed.
   [[nodiscard]] const std::string& problem() const { return problem_; }
 
@@ -94,6 +127,8 @@ class IndexDatabase {
 
   /// Gives the row that a bound statement finds, if any, to `take`.
   [[nodiscard]] bool ReadRow(sqlite3_stmt* statement, const RowReader& take);
+  /// The same with all rows.
+  [[nodiscard]] bool ReadRows(sqlite3_stmt* statement, const RowReader& take);
   /// Passes `succeeded` on; remembers why when it is false.
   bool Check(bool succeeded);
   [[nodiscard]] bool Execute(const char* sql);

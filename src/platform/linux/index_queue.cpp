@@ -1,30 +1,23 @@
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 
 #include "base/unique_fd.h"
 #include "platform/index_filesystem.h"
 #include "platform/linux/file_content.h"
 #include "platform/linux/lines.h"
-#include "platform/termination.h"
+#include "platform/linux/locked_file.h"
 
 namespace keldoindexutils::filesystem {
 namespace {
 
 using keldo::UniqueFd;
 using keldo::platform::HasLine;
+using keldo::platform::OpenLocked;
 using keldo::platform::ReadToEnd;
-using keldo::platform::WaitForEvents;
 using keldo::platform::WriteAll;
-using Clock = std::chrono::steady_clock;
-
-// Holders of the lock write one line and go; who keeps it longer hangs.
-constexpr std::chrono::seconds kLongestWait{10};
-constexpr int kRetryMilliseconds = 20;
 
 // Opens the queue, making it when it is missing. Invalid when it is no regular file.
 UniqueFd OpenQueue(const std::string& path) {
@@ -39,35 +32,6 @@ UniqueFd OpenQueue(const std::string& path) {
   struct stat status {};
   if (!fd.valid() || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return UniqueFd();
   return fd;
-}
-
-// Takes the lock without sleeping in the kernel, so that a termination request is not kept waiting.
-bool Lock(int fd, Clock::time_point deadline) {
-  while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return false;
-    if (Clock::now() >= deadline) return false;
-    static_cast<void>(WaitForEvents({}, kRetryMilliseconds));
-  }
-  return true;
-}
-
-// False when the queue was taken away for its work to be done while we waited for the lock: a line
-// that is written now might never be read.
-bool IsStillAt(int fd, const std::string& path) {
-  struct stat held {};
-  struct stat current {};
-  return ::fstat(fd, &held) == 0 && ::stat(path.c_str(), &current) == 0 &&
-         held.st_dev == current.st_dev && held.st_ino == current.st_ino;
-}
-
-UniqueFd OpenLockedQueue(const std::string& path) {
-  const Clock::time_point deadline = Clock::now() + kLongestWait;
-  do {
-    UniqueFd fd = OpenQueue(path);
-    if (!fd.valid() || !Lock(fd.get(), deadline)) return UniqueFd();
-    if (IsStillAt(fd.get(), path)) return fd;
-  } while (Clock::now() < deadline);
-  return {};
 }
 
 // Adds the line in one write. On failure the part that a full disk took is taken back, unless
@@ -88,7 +52,9 @@ bool AppendLine(int fd, const std::string& content, const std::string& text) {
 bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
   // Read back, either would be another entry than the one that was meant.
   if (text.empty() || text.find('\n') != std::string::npos) return false;
-  const UniqueFd fd = OpenLockedQueue(queue_path);
+  // Where the queue is taken away for its work to be done while we wait, a line written to the old
+  // file might never be read.
+  const UniqueFd fd = OpenLocked(queue_path, [&] { return OpenQueue(queue_path); });
   std::string content;
   if (!fd.valid() || !ReadToEnd(fd.get(), content)) return false;
   return HasLine(content, text) || AppendLine(fd.get(), content, text);

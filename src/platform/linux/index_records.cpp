@@ -1,14 +1,32 @@
-// What the plug-in daemon asks of the database and notes in it, a file at a time.
+// What the plug-in daemon asks of the database and notes in it, a file at a time, and what people
+// ask of it.
 #include "platform/linux/index_database.h"
 
 namespace keldo::platform {
 
 using keldoindexutils::MediaInfo;
 
+namespace {
+
+std::string BytesAt(sqlite3_stmt* row, int column) {
+  const void* bytes = sqlite3_column_blob(row, column);
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(row, column));
+  return bytes == nullptr ? std::string() : std::string(static_cast<const char*>(bytes), size);
+}
+
+}  // namespace
+
 bool IndexDatabase::ReadRow(sqlite3_stmt* statement, const RowReader& take) {
   const int result = sqlite3_step(statement);
   if (result == SQLITE_ROW) take(statement);
   return Check(result == SQLITE_ROW || result == SQLITE_DONE);
+}
+
+bool IndexDatabase::ReadRows(sqlite3_stmt* statement, const RowReader& take) {
+  int result = sqlite3_step(statement);
+  for (; result == SQLITE_ROW; result = sqlite3_step(statement))
+    take(statement);
+  return Check(result == SQLITE_DONE);
 }
 
 bool IndexDatabase::FindVersion(std::string_view path, std::optional<int>& found) {
@@ -103,6 +121,60 @@ bool IndexDatabase::FindResolution(std::string_view path, std::optional<MediaInf
            found->path(std::string(path));
            found->resolution_x(sqlite3_column_int(row, 0));
            found->resolution_y(sqlite3_column_int(row, 1));
+         });
+}
+
+bool IndexDatabase::FindMeasuredThumbnail(std::string_view path, std::optional<Measured>& found) {
+  found.reset();
+  UniqueStatement statement;
+  return Prepared(statement,
+                  "SELECT thumb_path, thumb_width, thumb_height FROM resolutions"
+                  " WHERE path=?1") != nullptr &&
+         Check(BindBytes(statement.get(), 1, path)) &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) {
+           found = {BytesAt(row, 0), sqlite3_column_int(row, 1), sqlite3_column_int(row, 2)};
+         });
+}
+
+bool IndexDatabase::ListMasks(std::vector<MaskRecord>& masks) {
+  masks.clear();
+  UniqueStatement statement;
+  return Prepared(statement, "SELECT directory, type, mask FROM masks ORDER BY directory, type") !=
+             nullptr &&
+         ReadRows(statement.get(), [&](sqlite3_stmt* row) {
+           masks.push_back(
+               {BytesAt(row, 0), sqlite3_column_int(row, 1), sqlite3_column_int(row, 2)});
+         });
+}
+
+bool IndexDatabase::ListMedia(std::string_view path, std::vector<MediaRecord>& records) {
+  records.clear();
+  UniqueStatement statement;
+  return Prepared(statement,
+                  "SELECT database, width, height, rotation, bitrate FROM media"
+                  " WHERE path=?1 ORDER BY database") != nullptr &&
+         Check(BindBytes(statement.get(), 1, path)) &&
+         ReadRows(statement.get(), [&](sqlite3_stmt* row) {
+           MediaRecord record{sqlite3_column_int(row, 0), {}};
+           record.media.path(std::string(path));
+           record.media.resolution_x(sqlite3_column_int(row, 1));
+           record.media.resolution_y(sqlite3_column_int(row, 2));
+           record.media.photo_rotation(sqlite3_column_int(row, 3));
+           record.media.frame_bitrate(sqlite3_column_int(row, 4));
+           records.push_back(std::move(record));
+         });
+}
+
+bool IndexDatabase::CountRecords(IndexCounts& counts) {
+  counts = {};
+  UniqueStatement statement;
+  return Prepared(statement,
+                  "SELECT (SELECT count(*) FROM resolutions), (SELECT count(*) FROM versions),"
+                  " (SELECT count(*) FROM finished),"
+                  " (SELECT count(DISTINCT path) FROM media)") != nullptr &&
+         ReadRow(statement.get(), [&](sqlite3_stmt* row) {
+           counts = {sqlite3_column_int64(row, 0), sqlite3_column_int64(row, 1),
+                     sqlite3_column_int64(row, 2), sqlite3_column_int64(row, 3)};
          });
 }
 

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/linux/index_database.h"
 #include "support/temp_dir.h"
@@ -112,6 +113,78 @@ TEST_F(IndexRecordsTest, ReportedSizesOfAPhotoAreFound) {
   EXPECT_EQ(found->resolution_x(), 6000);
   EXPECT_EQ(found->resolution_y(), 4000);
   EXPECT_EQ(found->photo_rotation(), 0);
+}
+
+TEST_F(IndexRecordsTest, TheThumbnailThatWasReportedWithAPhotoIsFound) {
+  std::optional<Measured> found = Measured();
+  ASSERT_TRUE(database_->FindMeasuredThumbnail(kOddPath, found));
+  EXPECT_FALSE(found);
+  ASSERT_TRUE(database_->SetResolution({kOddPath, 6000, 4000}, {kOddPath + "/t", 320, 213}));
+  ASSERT_TRUE(database_->FindMeasuredThumbnail(kOddPath, found));
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->path, kOddPath + "/t");
+  EXPECT_EQ(found->width, 320);
+  EXPECT_EQ(found->height, 213);
+}
+
+TEST_F(IndexRecordsTest, MasksAreListedInOrder) {
+  std::vector<MaskRecord> masks(1);
+  ASSERT_TRUE(database_->ListMasks(masks));
+  EXPECT_TRUE(masks.empty());
+  ASSERT_TRUE(database_->SetMask("/v/b", 1, 0));
+  ASSERT_TRUE(database_->SetMask(kOddPath, 2, 7));
+  ASSERT_TRUE(database_->SetMask(kOddPath, 1, 63));
+  ASSERT_TRUE(database_->ListMasks(masks));
+  ASSERT_EQ(masks.size(), 3U);
+  EXPECT_EQ(masks[0].directory, kOddPath);
+  EXPECT_EQ(masks[0].type, 1);
+  EXPECT_EQ(masks[0].mask, 63);
+  EXPECT_EQ(masks[1].type, 2);
+  EXPECT_EQ(masks[1].mask, 7);
+  EXPECT_EQ(masks[2].directory, "/v/b");
+}
+
+TEST_F(IndexRecordsTest, AFilesMediaRecordsAreListedInOrder) {
+  MediaInfo media;
+  media.path("/v/other");
+  ASSERT_TRUE(database_->SetMedia(media, 0));
+  media.path(kOddPath);
+  media.resolution_x(1920);
+  media.frame_bitrate(7);
+  ASSERT_TRUE(database_->SetMedia(media, 1));
+  media.resolution_y(1080);
+  media.photo_rotation(6);
+  ASSERT_TRUE(database_->SetMedia(media, 0));
+  std::vector<MediaRecord> records;
+  ASSERT_TRUE(database_->ListMedia(kOddPath, records));
+  ASSERT_EQ(records.size(), 2U);
+  EXPECT_EQ(records[0].database, 0);
+  EXPECT_EQ(records[0].media.path(), kOddPath);
+  EXPECT_EQ(records[0].media.resolution_x(), 1920);
+  EXPECT_EQ(records[0].media.resolution_y(), 1080);
+  EXPECT_EQ(records[0].media.photo_rotation(), 6);
+  EXPECT_EQ(records[0].media.frame_bitrate(), 7);
+  EXPECT_EQ(records[1].database, 1);
+  EXPECT_EQ(records[1].media.resolution_y(), 0);
+}
+
+TEST_F(IndexRecordsTest, RecordsAreCountedByWhatTheyTell) {
+  MediaInfo media;
+  media.path("/v/a");
+  ASSERT_TRUE(database_->SetMedia(media, 0));
+  ASSERT_TRUE(database_->SetMedia(media, 1));
+  for (const char* path : {"/v/a", "/v/b"})
+    ASSERT_TRUE(database_->AddFinished(path, 1));
+  for (const char* path : {"/v/a", "/v/b", "/v/c"})
+    ASSERT_TRUE(database_->SetVersion(path, 1));
+  for (const char* path : {"/v/a", "/v/b", "/v/c", "/v/d"})
+    ASSERT_TRUE(database_->SetResolution({path, 1, 1}, {"/t", 1, 1}));
+  IndexCounts counts;
+  ASSERT_TRUE(database_->CountRecords(counts));
+  EXPECT_EQ(counts.media, 1);
+  EXPECT_EQ(counts.finished, 2);
+  EXPECT_EQ(counts.versions, 3);
+  EXPECT_EQ(counts.resolutions, 4);
 }
 
 }  // namespace

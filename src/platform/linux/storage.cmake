@@ -21,6 +21,7 @@ target_sources(platform_linux PRIVATE
   json_line.cpp
   key_value_file.cpp
   last_error.cpp
+  locked_file.cpp
   media_info.cpp
   mount_type.cpp
   path_key.cpp
