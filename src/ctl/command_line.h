@@ -5,12 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "ctl/command.h"
+
 namespace keldo::ctl {
 
-/// Runs the command that `arguments` (without the program's name) give, on the index database at
-/// `database_path`. Returns the exit status: 0 done, 1 cannot be done, 2 no such command or option.
+/// Carries out one command line; `arguments` do not include the program's name. Returns the exit
+/// status: 0 when all is well, 1 when something failed, 2 for wrong usage.
 [[nodiscard]] int RunCommandLine(const std::vector<std::string>& arguments,
-                                 const std::string& database_path, std::ostream& out,
+                                 const Environment& environment, std::ostream& out,
                                  std::ostream& err);
 
 }  // namespace keldo::ctl

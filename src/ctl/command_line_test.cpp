@@ -39,7 +39,7 @@ class CommandLine : public ::testing::Test {
   int Status(const std::vector<std::string>& arguments) {
     std::ostringstream out;
     std::ostringstream err;
-    const int status = RunCommandLine(arguments, database_, out, err);
+    const int status = RunCommandLine(arguments, Environment{database_, "", ""}, out, err);
     output_ = out.str();
     errors_ = err.str();
     return status;
@@ -162,7 +162,8 @@ TEST_F(CommandLine, ADatabaseThatCannotBeMadeIsAFailure) {
 TEST_F(CommandLine, AnAnswerThatCannotBeWrittenIsAFailure) {
   std::ofstream full("/dev/full");
   std::ostringstream err;
-  EXPECT_EQ(RunCommandLine({"index", "mask", photos_}, database_, full, err), 1);
+  EXPECT_EQ(RunCommandLine({"index", "mask", photos_}, Environment{database_, "", ""}, full, err),
+            1);
   EXPECT_EQ(err.str(), "keldothumbctl: standard output: cannot be written\n");
 }
 

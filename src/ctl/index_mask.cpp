@@ -100,7 +100,6 @@ int RunIndexMask(const IndexMaskRequest& request, const std::string& database_pa
     return Fail(err, database_path, opened.database->problem());
   }
   Print(request, key, entry, out);
-  if (!out.flush()) return Fail(err, "standard output", "cannot be written");
   return 0;
 }
 

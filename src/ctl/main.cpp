@@ -3,9 +3,9 @@
 #include <vector>
 
 #include "ctl/command_line.h"
-#include "platform/paths.h"
 
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
-  return keldo::ctl::RunCommandLine(arguments, keldo::paths::kIndexDatabase, std::cout, std::cerr);
+  return keldo::ctl::RunCommandLine(arguments, keldo::ctl::EnvironmentOfProcess(), std::cout,
+                                    std::cerr);
 }

@@ -6,7 +6,6 @@
 #include <system_error>
 
 #include "platform/linux/index_database.h"
-#include "profile/keldomk_util.h"
 
 namespace keldo::ctl {
 namespace {
@@ -47,6 +46,10 @@ std::string UpperCase(std::string_view text) {
 }
 
 }  // namespace
+
+std::string KindName(ThumbKind kind) {
+  return KindNames(1 << kind).front();
+}
 
 std::vector<std::string> KindNames(int mask) {
   std::vector<std::string> names;

@@ -180,6 +180,7 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& argume
   Append(command, {"--ro-bind", KELDO_SANDBOX_INIT, "/sandbox_init"});
   Append(command, {"--ro-bind", KELDO_PROGRAM, "/program/keldothumb"});
   Append(command, {"--ro-bind", KELDO_CONTROL_PROGRAM, "/program/keldothumbctl"});
+  Append(command, {"--ro-bind", KELDO_DAEMON_PROGRAM, "/program/keldoindexplugind"});
 #ifdef KELDO_COVERAGE_DIRECTORY
   Append(command, {"--bind", KELDO_COVERAGE_DIRECTORY, KELDO_COVERAGE_DIRECTORY});
 #endif

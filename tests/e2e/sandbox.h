@@ -67,7 +67,8 @@ class Sandbox {
  public:
   Sandbox();
 
-  /// Runs a program ("keldothumb", "keldothumbctl" or an absolute path) to its end.
+  /// Runs a program to its end: "keldothumb", "keldothumbctl", "keldoindexplugind" (these lie in
+  /// /program) or an absolute path.
   [[nodiscard]] RunResult Run(const std::vector<std::string>& arguments);
   /// Runs keldothumb with the profile file on these targets.
   [[nodiscard]] RunResult RunOn(const std::vector<std::string>& targets = {kPhotoDir});

@@ -1,0 +1,75 @@
+// How the commands talk to people and to scripts.
+#pragma once
+
+#include <json/value.h>
+
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace keldo::ctl {
+
+/// What the streams are connected to and how much is to be said.
+struct ConsoleStyle {
+  bool colour = false;         ///< Colour the output.
+  bool live_progress = false;  ///< Rewrite one line of the error stream.
+  bool quiet = false;          ///< Say what failed, and nothing else.
+  bool verbose = false;
+};
+
+/// The two streams of a command, and what may be written to them.
+class Console {
+ public:
+  enum class Colour { kRed, kYellow, kGreen, kBold, kDim };
+
+  Console(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
+
+  [[nodiscard]] std::ostream& out() { return out_; }
+  [[nodiscard]] std::ostream& err() { return err_; }
+  [[nodiscard]] const ConsoleStyle& style() const { return style_; }
+  void set_style(const ConsoleStyle& style) { style_ = style; }
+
+  /// The text in a colour where colours are on, else as it is.
+  [[nodiscard]] std::string Coloured(Colour colour, std::string_view text) const;
+
+  /// Writes "keldothumbctl: PATH: PROBLEM" to the error stream and returns 1, the exit status.
+  int Fail(std::string_view path, std::string_view problem);
+  /// Writes "keldothumbctl: TEXT" to the error stream.
+  void Warn(std::string_view text);
+
+  /// Writes the value as one line of JSON.
+  void PrintJson(const Json::Value& value);
+
+  /// Flushes the output. Returns `status`, or 1 with a message when not all could be written.
+  [[nodiscard]] int Finish(int status);
+
+ private:
+  std::ostream& out_;
+  std::ostream& err_;
+  ConsoleStyle style_;
+};
+
+/// A file name as a terminal can show it: control characters, and bytes that are not UTF-8, become
+/// "\n", "\t", "\x1b" and the like, a backslash "\\". Other names are left alone.
+[[nodiscard]] std::string ShownName(std::string_view name);
+
+/// A file name for JSON: as it is where it is UTF-8; else "\ufffd" stands for each byte that is
+/// not, so that the output stays JSON. Commands give such a path a second time as "path_bytes", in
+/// hexadecimal.
+[[nodiscard]] std::string JsonName(std::string_view name);
+
+/// Puts `path` into `object` as "path", and as "path_bytes" too where it is not UTF-8.
+void SetJsonPath(Json::Value& object, std::string_view path);
+
+/// A number of photos or thumbnails with its word: "1 photo", "1,204 photos".
+[[nodiscard]] std::string Counted(long number, std::string_view singular);
+/// "1,204".
+[[nodiscard]] std::string Grouped(long number);
+
+/// Rows of text in columns, flush right but for the column with the number `text_column`. Widths
+/// are counted in characters, not in bytes.
+[[nodiscard]] std::string Table(const std::vector<std::vector<std::string>>& rows,
+                                std::size_t text_column);
+
+}  // namespace keldo::ctl

@@ -1,0 +1,63 @@
+# Writes the gallery's page into a C++ source: cmake -DFROM=FOLDER -DTO=FILE.cpp -P embed_page.cmake
+#
+# The page's policy names its style and its script by their SHA-256, in base64, so that nothing else
+# runs in it; the sums are taken here, of the very bytes that go into the page.
+
+set(scripts page_library.js page_grid.js page_viewer.js page.js)
+
+function(base64_of_hex hex out)
+  set(alphabet ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
+  set(text "")
+  string(LENGTH "${hex}" left)
+  while(left GREATER 0)
+    string(SUBSTRING "${hex}0000" 0 6 group)
+    math(EXPR bits "0x${group}")
+    foreach(shift IN ITEMS 18 12 6 0)
+      math(EXPR at "(${bits} >> ${shift}) & 63")
+      string(SUBSTRING ${alphabet} ${at} 1 character)
+      string(APPEND text ${character})
+    endforeach()
+    if(left LESS 6)
+      # Two bytes are left of the 32: three characters, and one to fill up.
+      string(REGEX REPLACE ".$" "=" text "${text}")
+      set(left 0)
+    else()
+      math(EXPR left "${left} - 6")
+      string(SUBSTRING "${hex}" 6 -1 hex)
+    endif()
+  endwhile()
+  set(${out} "${text}" PARENT_SCOPE)
+endfunction()
+
+function(append_piece name content)
+  if(content MATCHES "\\)page\"")
+    message(FATAL_ERROR "${name} holds the end of a raw string")
+  endif()
+  set(source "${source}const std::string_view ${name} = R\"page(${content})page\";\n" PARENT_SCOPE)
+endfunction()
+
+file(READ ${FROM}/page.html html)
+file(READ ${FROM}/page.css style)
+set(script "")
+foreach(name IN LISTS scripts)
+  file(READ ${FROM}/${name} part)
+  string(APPEND script "${part}")
+endforeach()
+# Either would end its element before its end.
+if(script MATCHES "</[sS]cript|<!--" OR style MATCHES "</[sS]tyle")
+  message(FATAL_ERROR "The page's style or script holds an end tag")
+endif()
+string(SHA256 style_sum "${style}")
+string(SHA256 script_sum "${script}")
+base64_of_hex("${style_sum}" style_sum)
+base64_of_hex("${script_sum}" script_sum)
+
+set(source "// Made of the page's files by embed_page.cmake.\n")
+string(APPEND source "#include \"ctl/gallery/page_pieces.h\"\n\nnamespace keldo::ctl {\n\n")
+append_piece(kPageHtml "${html}")
+append_piece(kPageStyle "${style}")
+append_piece(kPageScript "${script}")
+append_piece(kPageStyleSum "${style_sum}")
+append_piece(kPageScriptSum "${script_sum}")
+string(APPEND source "\n}  // namespace keldo::ctl\n")
+file(WRITE ${TO} "${source}")

@@ -1,0 +1,77 @@
+#include "ctl/kind_profile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "base/unique_fd.h"
+#include "platform/conf_parser.h"
+#include "platform/linux/file_content.h"
+#include "platform/text.h"
+
+namespace keldo::ctl {
+namespace {
+
+bool MakesOneOf(const std::string& file_name, ThumbSizeMask kinds) {
+  return std::any_of(kThumbKindTable.begin(), kThumbKindTable.end(), [&](const auto& kind) {
+    return (kinds & 1 << kind.kind) != 0 &&
+           (file_name == kind.underscore_name || file_name == kind.colon_name);
+  });
+}
+
+std::string SectionText(const KELDOUtils::ConfParser& parser, const std::string& section) {
+  std::string text = "[" + section + "]\nphase=0\n";
+  for (const char* key : {"size", "quality", "unsharp", "filename"}) {
+    const std::string value = parser.getString(section, key, "");
+    if (!value.empty()) text += std::string(key) + "=" + value + "\n";
+  }
+  return text;
+}
+
+std::string TextFor(const KELDOUtils::ConfParser& parser, ThumbSizeMask kinds) {
+  std::string text;
+  for (const std::string& section : parser.enumSections()) {
+    if (!keldoindexutils::StartWith(section, "thumb")) continue;
+    if (!MakesOneOf(parser.getString(section, "filename", ""), kinds)) continue;
+    text += SectionText(parser, section);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::unique_ptr<KindProfile> KindProfile::Make(const std::string& profile_path, ThumbSizeMask kinds,
+                                               std::string& problem) {
+  KELDOUtils::ConfParser parser;
+  const bool loaded = parser.loadFromFile(profile_path.c_str()) != 0;
+  const std::string text = loaded ? TextFor(parser, kinds) : "";
+  if (text.empty()) {
+    problem = "has none of these kinds";
+    return nullptr;
+  }
+  const char* directory = std::getenv("TMPDIR");
+  std::string path = std::string(directory != nullptr && *directory == '/' ? directory : "/tmp") +
+                     "/keldothumbctl-XXXXXX";
+  const UniqueFd fd(mkostemp(path.data(), O_CLOEXEC));
+  if (!fd.valid()) {
+    problem = "a copy of it cannot be made: " + std::string(std::strerror(errno));
+    return nullptr;
+  }
+  auto profile = std::make_unique<KindProfile>(std::move(path));
+  if (platform::WriteAll(fd.get(), text)) return profile;
+  problem = "a copy of it cannot be written: " + std::string(std::strerror(errno));
+  return nullptr;
+}
+
+KindProfile::KindProfile(std::string path) : path_(std::move(path)) {}
+
+KindProfile::~KindProfile() {
+  unlink(path_.c_str());
+}
+
+}  // namespace keldo::ctl

@@ -1,0 +1,36 @@
+#include "ctl/library.h"
+
+#include <cstring>
+#include <set>
+#include <utility>
+
+#include "files/index.h"
+#include "files/tree_walk.h"
+
+namespace keldo::ctl {
+
+bool ScanLibrary(const std::vector<std::string>& roots, PhotoScanner& scanner, Console& console,
+                 const std::function<void(DirectoryState)>& visit) {
+  bool complete = true;
+  std::set<std::string> seen;
+  const TreeVisitor visitor{[&](const std::string& directory) {
+                              if (!seen.insert(directory).second) return;
+                              DirectoryState state = scanner.Scan(directory);
+                              if (!state.photos.empty()) visit(std::move(state));
+                            },
+                            [&](const std::string& directory, int error) {
+                              complete = false;
+                              console.Fail(directory, std::strerror(error));
+                            }};
+  for (const std::string& root : roots) {
+    if (IsFileSystemRejected(root)) {
+      complete = false;
+      console.Fail(root, "is on a network share or a disk image, where no thumbnails are made");
+      continue;
+    }
+    WalkDirectories(root, visitor);
+  }
+  return complete;
+}
+
+}  // namespace keldo::ctl

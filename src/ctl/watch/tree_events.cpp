@@ -1,0 +1,107 @@
+// How a tree takes the kernel's reports.
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "base/path.h"
+#include "ctl/watch/directory_tree.h"
+#include "files/index.h"
+#include "platform/file_types.h"
+#include "platform/text.h"
+
+namespace keldo::ctl {
+namespace {
+
+// So many readings at once: in a flood there must be time for other things.
+constexpr int kMostReadings = 16;
+
+bool IsPhotoName(const std::string& name) {
+  return !keldoindexutils::StartWith(name, "._") &&
+         keldoindexutils::DoesPhotoOnWebConvertFile(name);
+}
+
+// What was made under this name is complete: a link. Who makes a file writes to it, and that it is
+// written is reported when it is closed.
+bool IsMadeWhole(const struct stat& status) {
+  return S_ISLNK(status.st_mode) || (S_ISREG(status.st_mode) && status.st_nlink > 1);
+}
+
+}  // namespace
+
+void DirectoryTree::ReadEvents() {
+  for (int i = 0; i < kMostReadings; ++i) {
+    const std::string_view events = inotify_.Read();
+    if (events.empty()) return;
+    TakeEvents(events);
+  }
+}
+
+void DirectoryTree::TakeEvents(std::string_view events) {
+  while (events.size() >= sizeof(inotify_event)) {
+    inotify_event event{};
+    std::memcpy(&event, events.data(), sizeof event);
+    events.remove_prefix(sizeof event);
+    const std::string_view padded = events.substr(0, event.len);
+    Handle(event, std::string(padded.substr(0, padded.find('\0'))));
+    events.remove_prefix(padded.size());
+  }
+}
+
+void DirectoryTree::Handle(const inotify_event& event, const std::string& name) {
+  if ((event.mask & IN_Q_OVERFLOW) != 0) return listener_.OnOverflow();
+  const auto known = by_watch_.find(event.wd);
+  if (known == by_watch_.end()) return;
+  const std::string directory = known->second->first;
+  const dev_t device = known->second->second.identity.first;
+  if (!name.empty()) return EntryChanged(directory, name, event.mask);
+  if ((event.mask & IN_UNMOUNT) != 0) return Unmounted(directory);
+  // The kernel has ended the watch. There may be a new directory of the same name.
+  if ((event.mask & IN_IGNORED) != 0) ForgetTree(directory);
+  if ((event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
+    Enqueue({directory, device, true});
+  } else if ((event.mask & IN_ATTRIB) != 0) {
+    // What could not be read may be readable now.
+    listener_.OnDirectory(directory, true);
+  }
+}
+
+void DirectoryTree::EntryChanged(const std::string& directory, const std::string& name,
+                                 std::uint32_t mask) {
+  const std::string path = directory.ends_with('/') ? directory + name : JoinPath(directory, name);
+  const dev_t device = nodes_.at(directory).identity.first;
+  if ((mask & IN_ISDIR) != 0) {
+    if (IsDirNameAccepted(name) || FindRoot(path) != nullptr) Enqueue({path, device, true});
+    return;
+  }
+  if ((mask & (IN_DELETE | IN_MOVED_FROM)) != 0) {
+    // A link to a directory went. A photo that went leaves nothing to do.
+    if (nodes_.contains(path) || aliases_.contains(path)) Enqueue({path, device, true});
+    return;
+  }
+  if ((mask & (IN_CREATE | IN_MOVED_TO)) != 0) {
+    struct stat entry {};
+    struct stat target {};
+    if (::lstat(path.c_str(), &entry) != 0) return;
+    const bool is_link = S_ISLNK(entry.st_mode);
+    if (is_link && ::stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode)) {
+      if (IsDirNameAccepted(name)) Enqueue({path, device, true});
+      return;
+    }
+    if ((mask & IN_CREATE) != 0 && !IsMadeWhole(entry)) return;
+  }
+  if (IsPhotoName(name)) listener_.OnPhoto(directory, name);
+}
+
+// The kernel ends the watches of the whole file system, one after the other.
+void DirectoryTree::Unmounted(const std::string& directory) {
+  Root* root = FindRoot(directory);
+  if (root == nullptr || root->gone) return;
+  root->gone = true;
+  struct stat status {};
+  if (::stat(directory.c_str(), &status) == 0) root->bare = status.st_dev;
+  ForgetTree(directory);
+  listener_.OnRootGone(directory);
+}
+
+}  // namespace keldo::ctl

@@ -1,0 +1,203 @@
+// Trees when watches run out, events get lost and roots go.
+#include <gmock/gmock.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/unique_fd.h"
+#include "ctl/watch/directory_tree.h"
+#include "ctl/watch/tree_test_support.h"
+
+namespace keldo::ctl {
+namespace {
+
+using Names = std::set<std::string>;
+
+// An event as the kernel writes it.
+std::string RawEvent(int watch, std::uint32_t mask, const std::string& name = {}) {
+  inotify_event event{};
+  event.wd = watch;
+  event.mask = mask;
+  event.len = name.empty() ? 0 : static_cast<std::uint32_t>(name.size() / 16 + 1) * 16;
+  std::string raw(sizeof event, '\0');
+  std::memcpy(raw.data(), &event, sizeof event);
+  return raw + name + std::string(event.len - name.size(), '\0');
+}
+
+TEST_F(DirectoryTreeTest, TellsOnceThatWatchesHaveRunOut) {
+  MakeDirs("a/deep");
+  MakeDirs("b");
+  inotify_.most = 2;
+  inotify_.error = ENOSPC;
+  Begin();
+  EXPECT_EQ(told_.shortages, std::vector<int>{ENOSPC});
+  EXPECT_EQ(Directories(), (Names{"", "a", "a/deep", "b"})) << "what is unwatched is found as well";
+  EXPECT_EQ(tree_.watched(), 2U);
+  EXPECT_EQ(tree_.unwatched(), 2U);
+}
+
+TEST_F(DirectoryTreeTest, LooksAtUnwatchedDirectoriesAgain) {
+  MakeDirs("a/deep");
+  MakeDirs("b");
+  inotify_.most = 2;
+  inotify_.error = ENOSPC;
+  Begin();
+  MakeDirs("b/new");
+  Clear();
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_EQ(Directories(), (Names{"a/deep", "b", "b/new"}));
+  EXPECT_TRUE(told_.shortages.empty());
+  EXPECT_TRUE(told_.gone.empty()) << "what is known of them must not be lost";
+}
+
+TEST_F(DirectoryTreeTest, TakesWatchesThatBecomeFree) {
+  MakeDirs("a/deep");
+  inotify_.most = 1;
+  inotify_.error = ENOSPC;
+  Begin();
+  inotify_.most = 10;
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_EQ(tree_.unwatched(), 0U);
+  EXPECT_TRUE(IsWatched("a/deep"));
+  Clear();
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_TRUE(told_.directories.empty());
+}
+
+TEST_F(DirectoryTreeTest, UnwatchedDirectoriesThatGoAreForgotten) {
+  MakeDirs("a/deep");
+  inotify_.most = 1;
+  inotify_.error = ENOMEM;
+  Begin();
+  Remove("a");
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_EQ(Gone(), (Names{"a", "a/deep"}));
+  EXPECT_EQ(tree_.unwatched(), 0U);
+}
+
+TEST_F(DirectoryTreeTest, LinksInACircleDoNoHarmWithoutWatches) {
+  MakeDirs("a");
+  ASSERT_EQ(symlink("..", At("a/up").c_str()), 0);
+  ASSERT_EQ(symlink(".", At("a/here").c_str()), 0);
+  inotify_.most = 0;
+  inotify_.error = EMFILE;
+  Begin();
+  EXPECT_EQ(Directories(), (Names{"", "a"}));
+}
+
+TEST_F(DirectoryTreeTest, PassesOnThatTheKernelLostEvents) {
+  Begin();
+  tree_.TakeEvents(RawEvent(-1, IN_Q_OVERFLOW));
+  EXPECT_EQ(told_.overflows, 1);
+}
+
+TEST_F(DirectoryTreeTest, AFullLookFindsWhatWentUnreported) {
+  for (const char* name : {"keep/sub", "gone/sub", "moved/sub"})
+    MakeDirs(name);
+  Begin();
+  Clear();
+  Remove("gone");
+  Move("moved", "elsewhere");
+  MakeDirs("new/sub");
+  while (!inotify_.Read().empty()) {
+    // These are the reports that get lost.
+  }
+  tree_.LookAtAll();
+  Settle();
+  EXPECT_EQ(Gone(), (Names{"gone", "gone/sub", "moved", "moved/sub"}));
+  EXPECT_EQ(Directories(),
+            (Names{"", "keep", "keep/sub", "elsewhere", "elsewhere/sub", "new", "new/sub"}));
+  for (const char* name : {"", "keep/sub", "elsewhere", "elsewhere/sub", "new/sub"})
+    EXPECT_TRUE(IsWatched(name)) << name;
+  EXPECT_EQ(tree_.watched(), 7U);
+}
+
+TEST_F(DirectoryTreeTest, TellsThatARootIsGoneAndIsBack) {
+  MakeDirs("a");
+  Begin();
+  Remove("");
+  Settle();
+  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{root_});
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_EQ(told_.roots_gone.size(), 1U);
+  MakeDirs("b");
+  Clear();
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_EQ(told_.roots_back, std::vector<std::string>{root_});
+  EXPECT_TRUE(IsWatched("b"));
+}
+
+TEST_F(DirectoryTreeTest, NoticesThatARootWasMovedAway) {
+  Begin();
+  std::filesystem::rename(root_, temp_.path() + "/other");
+  Settle();
+  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{root_});
+  EXPECT_EQ(tree_.watched(), 0U);
+}
+
+TEST_F(DirectoryTreeTest, AnUnmountedRootIsGoneThoughItsMountPointIsThere) {
+  MakeDirs("a");
+  Begin();
+  const int watch = inotify_.watch_of.at(root_);
+  tree_.TakeEvents(RawEvent(watch, IN_UNMOUNT) + RawEvent(watch, IN_IGNORED));
+  Settle();
+  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{root_});
+  EXPECT_EQ(tree_.watched(), 0U);
+  tree_.LookAtUnwatched();
+  Settle();
+  EXPECT_TRUE(told_.roots_back.empty()) << "the bare mount point is not the root";
+}
+
+TEST_F(DirectoryTreeTest, ARootMayHaveAnyNameAndLieInAnother) {
+  MakeDirs("Tool.app/in");
+  tree_.AddRoot(At("Tool.app"));
+  Begin();
+  EXPECT_EQ(Directories(), (Names{"", "Tool.app", "Tool.app/in"}));
+  Remove("Tool.app");
+  Settle();
+  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{At("Tool.app")});
+}
+
+TEST_F(DirectoryTreeTest, SkipsEventsOfWatchesItDoesNotKnow) {
+  Begin();
+  Clear();
+  tree_.TakeEvents(RawEvent(4711, IN_CLOSE_WRITE, "a.jpg") +
+                   RawEvent(inotify_.watch_of.at(root_), IN_CLOSE_WRITE, "b.jpg"));
+  EXPECT_EQ(Photos(), Names{"b.jpg"});
+}
+
+TEST(InotifyTest, ReportsWithoutAnInstanceThatNothingCanBeWatched) {
+  // As many instances as the user may have, or more descriptors than the process may have.
+  std::vector<UniqueFd> instances;
+  while (true) {
+    instances.emplace_back(inotify_init1(IN_CLOEXEC));
+    if (!instances.back().valid()) break;
+  }
+  Inotify inotify;
+  EXPECT_EQ(inotify.fd(), -1);
+  errno = 0;
+  EXPECT_EQ(inotify.Add("/"), -1);
+  EXPECT_EQ(errno, EMFILE);
+  EXPECT_TRUE(inotify.Read().empty());
+}
+
+TEST(InotifyTest, SaysWhichLimitIsReachedAndHowToRaiseIt) {
+  EXPECT_THAT(ShortageText(ENOSPC),
+              ::testing::AllOf(::testing::HasSubstr("/proc/sys/fs/inotify/max_user_watches is "),
+                               ::testing::HasSubstr("sysctl fs.inotify.max_user_watches=")));
+  EXPECT_THAT(ShortageText(EMFILE), ::testing::HasSubstr("sysctl fs.inotify.max_user_instances="));
+}
+
+}  // namespace
+}  // namespace keldo::ctl

@@ -1,0 +1,150 @@
+// keldothumbctl watch: keeping thumbnails current.
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ctl/command.h"
+#include "ctl/make_options.h"
+#include "ctl/watch/inotify.h"
+#include "ctl/watch/watch_loop.h"
+#include "files/index.h"
+#include "platform/linux/stop_signals.h"
+#include "platform/paths.h"
+
+namespace keldo::ctl {
+namespace {
+
+constexpr const char* kDescription =
+    "Keep thumbnails current while photos come, change and go, until it is stopped";
+
+constexpr const char* kNotes =
+    "A folder has its turn when nothing has happened in it for the quiet period, at the latest "
+    "after\n"
+    "twelve of them. What the profile file defers is made when there is nothing else to do. A "
+    "photo that\n"
+    "failed is tried again when it changes; 'retry' tries it at once. The thumbnails of photos "
+    "that are\n"
+    "gone stay: 'clean' removes them. A large library is faster begun with 'make'. Ctrl-C or "
+    "SIGTERM\n"
+    "stops the watch, with exit status 0.\n"
+    "\n"
+    "Examples:\n"
+    "  keldothumbctl watch --nice ~/Pictures\n"
+    "  keldothumbctl watch -j 4 --quiet-period 0.5 /volume1/photo /volume2/photo\n";
+
+constexpr double kDefaultQuiet = 5;
+constexpr double kDefaultRescan = 600;
+constexpr double kLongest = 86400;
+constexpr int kMostJobs = 1024;
+
+constexpr int kLowestPriority = 19;
+constexpr int kIoprioWhoProcess = 1;
+constexpr int kIoprioIdle = 3 << 13;
+
+struct Request {
+  std::vector<std::string> directories;
+  double quiet_period = kDefaultQuiet;
+  double rescan = kDefaultRescan;
+  MakeSettings make;
+};
+
+platform::Clock::duration Seconds(double seconds) {
+  return std::chrono::duration_cast<platform::Clock::duration>(
+      std::chrono::duration<double>(seconds));
+}
+
+// "nan" passes for a number, and lies in every range.
+std::string ProblemWithNumber(const std::string& text) {
+  return std::isnan(std::strtod(text.c_str(), nullptr)) ? "'" + text + "' is no number" : "";
+}
+
+// The lowest priorities, also for all that is started. Where the system refuses, the watch is just
+// less polite.
+void Yield() {
+  static_cast<void>(setpriority(PRIO_PROCESS, 0, kLowestPriority));
+  static_cast<void>(syscall(SYS_ioprio_set, kIoprioWhoProcess, 0, kIoprioIdle));
+}
+
+// The trees that get thumbnails, each once. What is said of the others stands on the error stream.
+std::vector<std::string> UsableRoots(const Request& request, Console& console) {
+  std::vector<std::string> roots = CheckedDirectories(request.directories);
+  std::sort(roots.begin(), roots.end());
+  roots.erase(std::unique(roots.begin(), roots.end()), roots.end());
+  std::erase_if(roots, [&console](const std::string& root) {
+    if (!IsFileSystemRejected(root)) return false;
+    console.Fail(root, "is on a network share or a disk image, where no thumbnails are made");
+    return true;
+  });
+  return roots;
+}
+
+int RunWatch(const Request& request, CommandContext& context) {
+  Console& console = context.console;
+  const MakeOptions options = OptionsFrom(request.make, context);
+  WatchSettings settings;
+  settings.roots = UsableRoots(request, console);
+  settings.quiet = Seconds(request.quiet_period);
+  settings.rescan = Seconds(request.rescan);
+  settings.jobs = options.jobs;
+  settings.keldothumb = options.keldothumb;
+  settings.profile_path = options.profile_path;
+  settings.queue_path = paths::kThumbQueue;
+  if (settings.roots.empty()) return kSomeFailed;
+  if (::access(settings.keldothumb.c_str(), X_OK) != 0) {
+    return console.Fail(settings.keldothumb, std::strerror(errno));
+  }
+
+  if (options.nice) Yield();
+  // Each run's converter gets one processor: -j says how many are used.
+  setenv("MAGICK_THREAD_LIMIT", "1", 1);
+  setenv("OMP_NUM_THREADS", "1", 1);
+  const platform::StopSignals signals;
+  Inotify inotify;
+  WatchLoop(settings, inotify, console, signals.fd()).Run();
+  return kAllWell;
+}
+
+void AddOptions(CLI::App& watch, Request& request) {
+  watch
+      .add_option("--quiet-period", request.quiet_period,
+                  "How long nothing must happen in a folder before its turn; 5 otherwise")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, kLongest))
+      ->check(ProblemWithNumber);
+  watch
+      .add_option("--rescan", request.rescan,
+                  "How often to look at what cannot be watched or did not succeed; 600 otherwise")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1.0, kLongest))
+      ->check(ProblemWithNumber);
+  watch.add_option("-j,--jobs", request.make.jobs, "Processors to use; one otherwise")
+      ->type_name("N")
+      ->check(CLI::Range(1, kMostJobs));
+  AddProfileOption(watch, request.make.profile);
+  watch.add_flag("--nice", request.make.nice, "Yield processors and disks to everything else");
+}
+
+}  // namespace
+
+void AddWatchCommand(CLI::App& app, CommandContext& context) {
+  const auto request = std::make_shared<Request>();
+  request->make.jobs = 1;
+  CLI::App* watch = AddCommand(app, context, "watch", kDescription);
+  AddOptions(*watch, *request);
+  AddDirectoriesArgument(*watch, request->directories);
+  watch->footer(kNotes);
+  OnRun(*watch, context, [&context, request] { return RunWatch(*request, context); });
+}
+
+}  // namespace keldo::ctl

@@ -1,0 +1,93 @@
+// The work of keldothumbctl watch.
+#pragma once
+
+#include <chrono>
+#include <ctime>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ctl/console.h"
+#include "ctl/photo_scan.h"
+#include "ctl/watch/change_scheduler.h"
+#include "ctl/watch/directory_tree.h"
+#include "ctl/watch/inotify.h"
+#include "ctl/watch/thumb_runner.h"
+#include "ctl/watch/watch_report.h"
+
+namespace keldo::ctl {
+
+struct WatchSettings {
+  std::vector<std::string> roots;  ///< Absolute, without a slash at the end.
+  platform::Clock::duration quiet = std::chrono::seconds(5);
+  platform::Clock::duration rescan = std::chrono::minutes(10);
+  int jobs = 1;
+  std::string keldothumb;    ///< The program.
+  std::string profile_path;  ///< Its profile file.
+  std::string queue_path;    ///< The work queue, which the program adds unfinished directories to.
+};
+
+/// Watches trees and runs keldothumb where photos lack thumbnails, until it is stopped.
+class WatchLoop : private TreeListener {
+ public:
+  /// `stop_fd` becomes readable when the watch is to end.
+  WatchLoop(WatchSettings settings, Inotify& inotify, Console& console, int stop_fd);
+  ~WatchLoop() override = default;
+  WatchLoop(const WatchLoop&) = delete;
+  WatchLoop& operator=(const WatchLoop&) = delete;
+
+  void Run();
+
+ private:
+  using Clock = platform::Clock;
+
+  // A run that is under way.
+  struct CurrentRun {
+    DirectoryState before;
+    std::set<std::string> changed;
+    time_t began;
+  };
+
+  void OnPhoto(const std::string& directory, const std::string& photo) override;
+  void OnDirectory(const std::string& directory, bool is_new) override;
+  void OnGone(const std::string& directory) override;
+  void OnRootGone(const std::string& root) override;
+  void OnRootBack(const std::string& root) override;
+  void OnOverflow() override;
+  void OnShortage(int error) override;
+  void OnUnreadable(const std::string& directory, int error) override;
+
+  [[nodiscard]] bool WaitForNews() const;
+  [[nodiscard]] Clock::time_point NextNews() const;
+  void Turn();
+  void WalkOn();
+  void LookAgain();
+  void JudgeEnded();
+  void Judge(const std::string& directory, const CurrentRun& run);
+  [[nodiscard]] TurnEnd EndOf(const CurrentRun& run, const DirectoryState& after) const;
+  void StartWhatIsDue();
+  void Begin(const ChangeScheduler::Turn& turn);
+  void TakeOutOfQueue(const std::string& directory);
+  void Say(const std::string& line);
+  void SayMore(const std::string& directory, const std::string& text);
+
+  WatchSettings settings_;
+  Console& console_;
+  int stop_fd_;
+  Inotify& inotify_;
+  DirectoryTree tree_;
+  ChangeScheduler scheduler_;
+  PhotoScanner scanner_;
+  ThumbRunner runner_;
+  TroubleMemory troubles_;
+  std::map<std::string, CurrentRun> runs_;
+  std::set<std::string> unreadable_;  ///< Directories of which that was told.
+  Clock::time_point next_rescan_;
+  std::optional<Clock::time_point> look_at_all_at_;
+  int start_error_ = 0;  ///< Why the last run could not be started.
+  bool has_begun_ = false;
+};
+
+}  // namespace keldo::ctl
