@@ -14,8 +14,11 @@ programs=(keldothumb keldothumbctl keldoindexplugind)
 packages_run=(g++ cmake ninja-build pkg-config
   libjsoncpp-dev libexiv2-dev libheif-dev libinih-dev libsqlite3-dev libraw-dev libcli11-dev
   imagemagick libjpeg-turbo-progs dcraw libheif-examples)
-packages_tests=(libgtest-dev libgmock-dev libjpeg62-turbo-dev bubblewrap python3)
+packages_tests=(libgtest-dev libgmock-dev libjpeg62-turbo-dev bubblewrap parallel python3
+  chromium chromium-driver python3-selenium)
 packages_lint=(git clang-format clang-tidy shellcheck)
+packages_package=(dpkg-dev file gzip)
+packages_package_check=(lintian mandoc mmdebstrap debian-archive-keyring bubblewrap)
 packages_dev=(valgrind strace gdb)
 
 say() { printf '%s\n' "$*"; }
