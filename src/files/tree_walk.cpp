@@ -1,6 +1,5 @@
 #include "files/tree_walk.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -9,11 +8,9 @@
 #include <optional>
 #include <set>
 #include <utility>
-#include <vector>
 
 #include "base/handles.h"
 #include "base/path.h"
-#include "base/unique_fd.h"
 #include "files/index.h"
 
 namespace keldo {
@@ -43,7 +40,7 @@ class Walk {
     struct stat status {};
     if (fstat(dirfd(stream.get()), &status) != 0 || !IsNew(status)) return;
     visitor_.directory(directory);
-    std::vector<std::string> below = Below(stream.get());
+    std::vector<std::string> below = WalkedDirectoriesIn(stream.get());
     // Taken from the back, so that the first in byte order is the next.
     std::sort(below.rbegin(), below.rend());
     for (const std::string& name : below)
@@ -56,22 +53,6 @@ class Walk {
     return *device_ == status.st_dev && visited_.insert(status.st_ino).second;
   }
 
-  static std::vector<std::string> Below(DIR* stream) {
-    std::vector<std::string> names;
-    while (const dirent* entry = readdir(stream)) {
-      const bool may_be_directory =
-          entry->d_type == DT_DIR || entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN;
-      if (!may_be_directory || !IsDirNameAccepted(entry->d_name)) continue;
-      struct stat status {};
-      if (entry->d_type != DT_DIR &&
-          (fstatat(dirfd(stream), entry->d_name, &status, 0) != 0 || !S_ISDIR(status.st_mode))) {
-        continue;
-      }
-      names.emplace_back(entry->d_name);
-    }
-    return names;
-  }
-
   const TreeVisitor& visitor_;
   std::vector<std::string> pending_;
   std::optional<dev_t> device_;
@@ -79,6 +60,22 @@ class Walk {
 };
 
 }  // namespace
+
+std::vector<std::string> WalkedDirectoriesIn(DIR* directory) {
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(directory)) {
+    const bool may_be_directory =
+        entry->d_type == DT_DIR || entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN;
+    if (!may_be_directory || !IsDirNameAccepted(entry->d_name)) continue;
+    struct stat status {};
+    if (entry->d_type != DT_DIR &&
+        (fstatat(dirfd(directory), entry->d_name, &status, 0) != 0 || !S_ISDIR(status.st_mode))) {
+      continue;
+    }
+    names.emplace_back(entry->d_name);
+  }
+  return names;
+}
 
 void WalkDirectories(const std::string& root, const TreeVisitor& visitor) {
   Walk(root, visitor).Run();
