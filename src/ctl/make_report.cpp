@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <ostream>
 #include <string>
@@ -32,7 +33,7 @@ std::string OneDecimal(double number) {
 }
 
 std::string TimeText(double time) {
-  const int whole = static_cast<int>(time + 0.5);
+  const long whole = std::lround(time);
   if (whole < kMinute) return std::to_string(whole) + " s";
   if (whole < kHour) return std::to_string((whole + kMinute / 2) / kMinute) + " min";
   return std::to_string(whole / kHour) + " h " + std::to_string(whole % kHour / kMinute) + " min";
