@@ -10,12 +10,12 @@
 #include <iostream>
 #include <string>
 
+#include "platform/linux/stop_signals.h"
 #include "platform/paths.h"
 #include "plugind/database_store.h"
 #include "plugind/listen_socket.h"
 #include "plugind/request.h"
 #include "plugind/server.h"
-#include "platform/linux/stop_signals.h"
 
 namespace keldo::plugind {
 namespace {
