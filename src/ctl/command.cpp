@@ -62,7 +62,7 @@ Environment EnvironmentOfProcess() {
 CLI::App* AddCommand(CLI::App& parent, CommandContext& context, const std::string& name,
                      const std::string& description) {
   CLI::App* command = parent.add_subcommand(name, description);
-  command->add_flag("-q,--quiet", context.quiet, "Say what failed, and nothing else");
+  command->add_flag("-q,--quiet", context.quiet, "Say less: what failed, and totals");
   command->add_flag("-v,--verbose", context.verbose, "Say more");
   command
       ->add_option("--color", context.colour,

@@ -28,6 +28,18 @@ void AddCommands(CLI::App& app, CommandContext& context) {
   AddDoctorCommand(app, context);
 }
 
+// The library takes "[a,b]" for a list of two; here it is the name of a directory. Another spelling
+// of the same path is none.
+std::vector<std::string> WithoutLists(std::vector<std::string> arguments) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const bool is_text = i > 0 && arguments[i - 1] == "--title";
+    if (arguments[i].starts_with('[') && arguments[i].ends_with(']') && !is_text) {
+      arguments[i].insert(0, "./");
+    }
+  }
+  return arguments;
+}
+
 }  // namespace
 
 int RunCommandLine(const std::vector<std::string>& arguments, const Environment& environment,
@@ -41,7 +53,8 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Environment&
   AddCommands(app, context);
   try {
     // The library takes arguments from the end.
-    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    const std::vector<std::string> words = WithoutLists(arguments);
+    app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
   } catch (const CLI::ParseError& error) {
     return app.exit(error, out, err) == 0 ? kAllWell : kUsage;
   } catch (const UsageError& error) {

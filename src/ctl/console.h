@@ -14,7 +14,7 @@ namespace keldo::ctl {
 struct ConsoleStyle {
   bool colour = false;         ///< Colour the output.
   bool live_progress = false;  ///< Rewrite one line of the error stream.
-  bool quiet = false;          ///< Say what failed, and nothing else.
+  bool quiet = false;          ///< Say less: what failed, and totals.
   bool verbose = false;
 };
 

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -148,14 +147,19 @@ bool IsDirectoryLocked(const std::string& directory) {
   struct stat status {};
   if (::stat((directory + "/@eaDir").c_str(), &status) != 0) return false;
   // "1: FLOCK  ADVISORY  WRITE 4711 08:02:1234 0 EOF"
-  std::array<char, 64> file{};
-  std::snprintf(file.data(), file.size(), " %02x:%02x:%ju ", major(status.st_dev),
-                minor(status.st_dev), static_cast<std::uintmax_t>(status.st_ino));
+  // Where the device is none of the disk's own, as for each part of a btrfs volume, the kernel
+  // lists another number there: then the file's alone must do.
+  std::array<char, 64> device{};
+  if (major(status.st_dev) != 0) {
+    std::snprintf(device.data(), device.size(), " %02x:%02x", major(status.st_dev),
+                  minor(status.st_dev));
+  }
+  const std::string file = device.data() + (":" + std::to_string(status.st_ino) + " ");
   std::ifstream locks("/proc/locks");
   for (std::string line; std::getline(locks, line);) {
     const bool is_held = line.find(" -> ") == std::string::npos;
     if (is_held && line.find(" FLOCK ") != std::string::npos &&
-        line.find(file.data()) != std::string::npos) {
+        line.find(file) != std::string::npos) {
       return true;
     }
   }

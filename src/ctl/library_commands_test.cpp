@@ -154,5 +154,20 @@ TEST_F(LibraryCommandsTest, EveryCommandHasHelpWithExamples) {
   EXPECT_THAT(Run({"--version"}), HasSubstr("keldothumbctl 0."));
 }
 
+TEST_F(LibraryCommandsTest, ANameInBracketsIsAName) {
+  Photo("[a]/x.jpg");
+  Photo("[a,b]/y.jpg");
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(root_);
+  EXPECT_EQ(Run({"dirs", "[a]"}), In("[a]") + "\n");
+  EXPECT_EQ(Run({"dirs", "--", "[a,b]", "[a]"}), In("[a,b]") + "\n" + In("[a]") + "\n");
+  std::filesystem::current_path(before);
+}
+
+TEST_F(LibraryCommandsTest, ADirectoryReachedByTwoPathsIsCountedOnce) {
+  std::filesystem::create_directory_symlink(root_, dir_.path() + "/link");
+  EXPECT_THAT(Run({"status", root_, dir_.path() + "/link"}), HasSubstr("     3       11        6"));
+}
+
 }  // namespace
 }  // namespace keldo::ctl

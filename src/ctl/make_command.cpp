@@ -19,9 +19,10 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kMakeExamples =
-    "What is there and current is kept. A photo that failed is left alone until it changes; "
-    "'retry'\n"
-    "tries it again. Ctrl-C stops at once and leaves nothing half done.\n"
+    "What is there and current is kept. A photo that failed is tried again when it has changed, "
+    "or\n"
+    "when its folder has other work; 'retry' tries all of them. Ctrl-C stops at once: thumbnails\n"
+    "come whole or not at all, and what a converter was writing is found by 'clean'.\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl make ~/Pictures\n"

@@ -140,6 +140,11 @@ TEST(ProgressTextTest, SaysHowFarItIs) {
   progress.thumbs_made = 100;
   progress.elapsed = std::chrono::seconds(10);
   EXPECT_EQ(ProgressText(progress), "300 of 1,200 photos, 2 failed, 10.0 thumbnails/s, 50 s left");
+  progress.folders_locked = 1;
+  EXPECT_THAT(ProgressText(progress), HasSubstr("2 failed, 1 folder in use by another run, 10.0"));
+  progress.folders_locked = 0;
+  progress.thumbs_total = 90;
+  EXPECT_THAT(ProgressText(progress), HasSubstr(", 0 s left"));
   progress.thumbs_total = 6100;
   EXPECT_THAT(ProgressText(progress), HasSubstr("10 min left"));
   progress.thumbs_total = 100100;
@@ -169,6 +174,14 @@ TEST(ProgressLineTest, IsRewrittenOnATerminalAndRareElsewhere) {
   live.Clear();
   EXPECT_EQ(err.str(), "\r\033[K0 of 0 photos, 0 failed\r\033[K0 of 0 photos, 0 failed\r\033[K");
   EXPECT_EQ(out.str(), "");
+}
+
+TEST_F(MakeCommandTest, AProgramThatCrashesIsSaid) {
+  Photo("a/x.jpg", "");
+  Program("kill -SEGV $$");
+  EXPECT_EQ(Status(Command({"make"})), 1);
+  EXPECT_EQ(errors_, "keldothumbctl: " + In("a") +
+                         ": keldothumb was killed by signal 11 (Segmentation fault)\n");
 }
 
 }  // namespace

@@ -22,15 +22,17 @@ namespace {
 constexpr int kMostJobs = 1024;
 
 // keldothumb has asked for the directories to come back to while their last thumbnails were still
-// to be made. Each is looked at once more, for a photo that came meanwhile.
-void TakeOutOfQueue(const MakeOutcome& outcome, PhotoScanner& scanner, Console& console) {
+// to be made. Each is looked at once more, for a photo that came meanwhile, and for kinds that the
+// index wants but this run was not told to make.
+void TakeOutOfQueue(const MakeOutcome& outcome, Console& console) {
   // A user who may not write the queue has put nothing into it.
   if (::access(paths::kThumbQueue, W_OK) != 0) return;
+  PhotoScanner scanner;
   std::set<std::string> worked_on;
   for (const DirectoryState& directory : outcome.directories)
     worked_on.insert(directory.path);
   const auto is_done = [&](const std::string& line) {
-    return worked_on.contains(line) && CountsOf(scanner.Scan(line)).unfinished_photos == 0;
+    return worked_on.contains(line) && scanner.Scan(line).IsFinished();
   };
   if (!RemoveFromQueueIf(paths::kThumbQueue, is_done)) {
     console.Fail(paths::kThumbQueue, std::strerror(errno));
@@ -78,7 +80,7 @@ MakeOutcome MakeWithProgress(const MakeOptions& options, PhotoScanner& scanner,
               [&line](const MakeProgress& progress) { line.Show(progress); });
   MakeOutcome outcome = maker.Run(std::move(directories));
   line.Clear();
-  TakeOutOfQueue(outcome, scanner, console);
+  TakeOutOfQueue(outcome, console);
   return outcome;
 }
 

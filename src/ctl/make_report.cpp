@@ -2,9 +2,11 @@
 
 #include <json/value.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -124,9 +126,13 @@ std::string ProgressText(const MakeProgress& progress) {
   std::string text = Grouped(progress.photos_done) + " of " +
                      Counted(progress.photos_total, "photo") + ", " +
                      Grouped(progress.photos_failed) + " failed";
+  if (progress.folders_locked > 0) {
+    text += ", " + Counted(progress.folders_locked, "folder") + " in use by another run";
+  }
   if (progress.thumbs_made == 0 || elapsed <= 0) return text;
   const double per_second = progress.thumbs_made / elapsed;
-  const int left = progress.thumbs_total - progress.thumbs_made;
+  // Photos that came meanwhile were not in the total.
+  const int left = std::max(0, progress.thumbs_total - progress.thumbs_made);
   return text + ", " + OneDecimal(per_second) + " thumbnails/s, " + TimeText(left / per_second) +
          " left";
 }
@@ -161,11 +167,19 @@ int ReportOutcome(Console& console, const MakeOutcome& outcome, bool json) {
   } else {
     PrintTextSummary(console, outcome, counts, undone);
   }
+  bool all_read = true;
+  for (const DirectoryState& directory : outcome.directories) {
+    if (directory.error == 0) continue;
+    all_read = false;
+    console.Fail(directory.path, std::strerror(directory.error));
+  }
+  for (const RunTrouble& trouble : outcome.troubles)
+    console.Fail(trouble.directory, trouble.text);
   if (!outcome.problem.empty()) console.Warn(outcome.problem);
   if (outcome.stopped) {
     console.Warn("stopped; " + Counted(static_cast<long>(unfinished), "photo") + " left undone");
   }
-  return undone.failed.empty() && unfinished == 0 ? 0 : 1;
+  return undone.failed.empty() && unfinished == 0 && all_read ? 0 : 1;
 }
 
 }  // namespace keldo::ctl

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,6 +56,14 @@ void Yield(pid_t pid) {
 
 }  // namespace
 
+std::string TextOfStatus(int status) {
+  if (!WIFSIGNALED(status)) {
+    return "keldothumb ended with status " + std::to_string(WEXITSTATUS(status));
+  }
+  return "keldothumb was killed by signal " + std::to_string(WTERMSIG(status)) + " (" +
+         ::strsignal(WTERMSIG(status)) + ")";
+}
+
 Maker::Maker(MakeOptions options, PhotoScanner& scanner, int stop_fd, Report report)
     : options_(std::move(options)),
       scanner_(scanner),
@@ -74,7 +83,7 @@ MakeOutcome Maker::Run(std::vector<DirectoryState> directories) {
     if (Clock::now() >= next_refresh_) Refresh();
   }
   StopAll();
-  MakeOutcome outcome{Progress(), {}, stopped_, problem_};
+  MakeOutcome outcome{Progress(), {}, std::move(troubles_), stopped_, problem_};
   for (Folder& folder : folders_)
     outcome.directories.push_back(std::move(folder.state));
   return outcome;
@@ -101,6 +110,7 @@ void Maker::StartWhatCanRun() {
     if (folders_[folder].not_before > now) {
       waiting_.push_back(folder);
     } else {
+      folders_[folder].not_before = {};
       Start(folder);
     }
   }
@@ -156,6 +166,8 @@ void Maker::ReapEnded() {
       continue;
     }
     const std::size_t folder = running->folder;
+    const int status = running->child.KillAndReap();
+    if (status != 0) troubles_.push_back({folders_[folder].state.path, TextOfStatus(status)});
     running = running_.erase(running);
     Judge(folder);
   }
@@ -203,6 +215,9 @@ void Maker::StopAll() {
 
 MakeProgress Maker::Progress() const {
   MakeProgress progress;
+  for (const std::size_t waiting : waiting_) {
+    if (folders_[waiting].not_before != Clock::time_point{}) ++progress.folders_locked;
+  }
   for (const Folder& folder : folders_) {
     if (folder.at_start.unfinished_photos == 0) continue;
     const LibraryCounts now = CountsOf(folder.state);

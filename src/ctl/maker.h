@@ -31,16 +31,27 @@ struct MakeProgress {
   int photos_failed = 0;  ///< Of these: failed in this run.
   int thumbs_total = 0;   ///< Thumbnails that were lacking at the start.
   int thumbs_made = 0;
+  int folders_locked = 0;  ///< That wait for another run to leave them.
   std::chrono::steady_clock::duration elapsed{};
 };
+
+/// A process that did not end as it should.
+struct RunTrouble {
+  std::string directory;
+  std::string text;  ///< "keldothumb was killed by signal 11 (Segmentation fault)".
+};
+
+/// What a wait status other than 0 means, in words.
+[[nodiscard]] std::string TextOfStatus(int status);
 
 /// How a run ended.
 struct MakeOutcome {
   MakeProgress progress;
   /// Directories in the order in which they were given, as they are now.
   std::vector<DirectoryState> directories;
-  bool stopped = false;  ///< By the stop descriptor.
-  std::string problem;   ///< Why no process could be started; empty when all could.
+  std::vector<RunTrouble> troubles;  ///< In the order in which they came.
+  bool stopped = false;              ///< By the stop descriptor.
+  std::string problem;               ///< Why no process could be started; empty when all could.
 };
 
 /// Runs the program over directories until nothing is missing that can be made: a directory has its
@@ -96,6 +107,7 @@ class Maker {
   Clock::time_point next_refresh_;
   bool stopped_ = false;
   std::string problem_;
+  std::vector<RunTrouble> troubles_;
 };
 
 }  // namespace keldo::ctl

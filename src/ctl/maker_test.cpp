@@ -236,5 +236,15 @@ TEST_F(MakerTest, AnyDirectoryNameReachesTheProgramAsItIs) {
   EXPECT_EQ(Make({name}).progress.photos_done, 1);
 }
 
+TEST_F(MakerTest, AProgramThatEndsBadlyIsTold) {
+  Photo("a/a.jpg");
+  Photo("b/a.jpg");
+  Program(R"sh(make a.jpg S SM M B L XL; [ "$name" = b ] || kill -SEGV $$)sh");
+  const MakeOutcome outcome = Make({"a", "b"});
+  ASSERT_EQ(outcome.troubles.size(), 1U);
+  EXPECT_EQ(outcome.troubles[0].directory, In("a"));
+  EXPECT_EQ(outcome.troubles[0].text, "keldothumb was killed by signal 11 (Segmentation fault)");
+}
+
 }  // namespace
 }  // namespace keldo::ctl

@@ -132,6 +132,11 @@ bool PhotoState::IsUnfinished() const {
   return !IsFailed() && Count(ThumbState::kMissing) + Count(ThumbState::kStale) > 0;
 }
 
+bool DirectoryState::IsFinished() const {
+  return error == 0 && std::none_of(photos.begin(), photos.end(),
+                                    [](const PhotoState& photo) { return photo.IsUnfinished(); });
+}
+
 std::string PathOf(const DirectoryState& directory, const PhotoState& photo) {
   return JoinPath(directory.path == "/" ? "" : directory.path, photo.name);
 }
@@ -176,7 +181,7 @@ PhotoScanner::PhotoScanner(std::optional<std::string> profile_path)
 
 DirectoryState PhotoScanner::Scan(const std::string& directory) {
   DirectoryState state{directory, {}};
-  const std::vector<DirPhoto> photos = ListDirPhotosWithStatus(directory);
+  const std::vector<DirPhoto> photos = ListDirPhotosWithStatus(directory, &state.error);
   if (photos.empty()) return state;
   const UniqueFd metadata(
       open(JoinPath(directory, kMetadata).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));

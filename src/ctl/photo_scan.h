@@ -50,6 +50,11 @@ struct PhotoState {
 struct DirectoryState {
   std::string path;
   std::vector<PhotoState> photos;
+  int error = 0;  ///< An errno value when not all could be looked at.
+
+  /// True when it is known that nothing is left to do: all was looked at, and every photo has its
+  /// thumbnails or has failed.
+  [[nodiscard]] bool IsFinished() const;
 };
 
 /// The photo's path.
@@ -79,8 +84,8 @@ class PhotoScanner {
   /// that the index asks for.
   explicit PhotoScanner(std::optional<std::string> profile_path = std::nullopt);
 
-  /// The photos directly in `directory`, which has no slash at its end unless it is "/". None when
-  /// it cannot be read (logged).
+  /// The photos directly in `directory`, which has no slash at its end unless it is "/". What
+  /// cannot be looked at is logged and left out, and `error` tells so.
   [[nodiscard]] DirectoryState Scan(const std::string& directory);
 
   /// The kinds wanted in a directory.

@@ -169,5 +169,24 @@ TEST_F(PhotoScanTest, AProfileIsUsableWhenItCanBeParsedAndSaysSomething) {
   EXPECT_TRUE(IsUsableProfile(profile));
 }
 
+TEST_F(PhotoScanTest, WhatCannotBeLookedAtIsNotTakenForFinished) {
+  Photo("a.jpg");
+  AllThumbs("a.jpg");
+  EXPECT_TRUE(PhotoScanner().Scan(root_).IsFinished());
+  EXPECT_EQ(PhotoScanner().Scan(root_).error, 0);
+  const DirectoryState gone = PhotoScanner().Scan(In("none"));
+  EXPECT_EQ(gone.error, ENOENT);
+  EXPECT_FALSE(gone.IsFinished());
+  Photo("b.jpg");
+  EXPECT_FALSE(PhotoScanner().Scan(root_).IsFinished());
+  Markers("b.jpg", {"XL"});
+  EXPECT_TRUE(PhotoScanner().Scan(root_).IsFinished()) << "a failure is an end";
+  std::filesystem::create_symlink("nowhere", In("dangling.jpg"));
+  EXPECT_EQ(PhotoScanner().Scan(root_).error, 0);
+  // A link to a name that no file can have cannot be looked at.
+  std::filesystem::create_symlink(std::string(300, 'x'), In("long.jpg"));
+  EXPECT_EQ(PhotoScanner().Scan(root_).error, ENAMETOOLONG);
+}
+
 }  // namespace
 }  // namespace keldo::ctl

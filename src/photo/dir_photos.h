@@ -15,8 +15,11 @@ struct DirPhoto {
 };
 
 /// The photos of ListDirPhotos together with their status, for who needs it anyway: the photos are
-/// looked up once. Same order, same log lines.
-[[nodiscard]] std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& dirPath);
+/// looked up once. Same order, same log lines. `error`, where given, becomes an errno value when
+/// the list is not complete, else 0; that a file went meanwhile, or a link leads nowhere, is no
+/// error.
+[[nodiscard]] std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& dirPath,
+                                                            int* error = nullptr);
 
 /// Names of the regular files (links followed) in `dirPath` that get thumbnails, in ascending byte
 /// order; "._" names are left out. `dirPath` has no trailing slash. What cannot be read is logged

@@ -102,5 +102,16 @@ TEST(CtlMakeTest, AKilledMakeTakesItsChildrenWithIt) {
   EXPECT_THAT(running.Finish().survivors, IsEmpty());
 }
 
+TEST(CtlMakeTest, SomeKindsAloneLeaveTheDirectoryQueued) {
+  Sandbox box;
+  box.AddPhoto("a.jpg");
+  EXPECT_EQ(box.RunOn().exit_status, 0);
+  EXPECT_EQ(QueuedDirectories(box), std::vector<std::string>{kPhotoDir});
+  EXPECT_EQ(box.Run(Make({"--only-missing-kinds", "M"})).exit_status, 0);
+  EXPECT_EQ(QueuedDirectories(box), std::vector<std::string>{kPhotoDir});
+  EXPECT_EQ(box.Run(Make()).exit_status, 0);
+  EXPECT_THAT(QueuedDirectories(box), IsEmpty());
+}
+
 }  // namespace
 }  // namespace keldo::testing

@@ -151,6 +151,10 @@ TEST(MetadataNames, KindsAreToldByBothSpellings) {
   EXPECT_EQ(WhatIs("KELDOPHOTO_THUMB_S.fail").file, MetadataFile::kMarker);
   EXPECT_EQ(WhatIs("KELDOPHOTO_THUMB_S.fail").kind, 0);
   EXPECT_EQ(WhatIs("KELDOPHOTO_THUMB_RAW.fail").file, MetadataFile::kForeign);
+  EXPECT_EQ(WhatIs("magick-Ab3_-fGhIjKlMnOpQrStUvWxYz012345").file, MetadataFile::kTemporary);
+  for (const char* name : {"magick-notes.txt", "magick-Ab3_-fGhIjKlMnOpQrStUvWxYz0123456",
+                           "magick-Ab3_.fGhIjKlMnOpQrStUvWxYz012345"})
+    EXPECT_EQ(WhatIs(name).file, MetadataFile::kForeign) << name;
 }
 
 TEST(MetadataNames, TemporariesMayHaveAPageNumber) {

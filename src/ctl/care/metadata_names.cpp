@@ -51,10 +51,21 @@ bool IsTemporary(std::string_view name) {
   return name.empty() || name == ".jpg";
 }
 
+// "magick-" and 32 random characters: pixels that did not fit the converter's memory, in the
+// directory that it is given for them.
+bool IsPixelCache(std::string_view name) {
+  constexpr std::string_view kStart = "magick-";
+  constexpr std::size_t kLength = 32;
+  if (!name.starts_with(kStart) || name.size() != kStart.size() + kLength) return false;
+  name.remove_prefix(kStart.size());
+  return std::all_of(name.begin(), name.end(),
+                     [](char c) { return IsAlphanumeric(c) || c == '-' || c == '_'; });
+}
+
 }  // namespace
 
 MetadataName WhatIs(std::string_view name) {
-  if (IsTemporary(name)) return {MetadataFile::kTemporary, 0};
+  if (IsTemporary(name) || IsPixelCache(name)) return {MetadataFile::kTemporary, 0};
   if (std::find(kIntermediates.begin(), kIntermediates.end(), name) != kIntermediates.end()) {
     return {MetadataFile::kTemporary, 0};
   }

@@ -166,7 +166,7 @@ class QueueRun {
   // A directory is done when no photo of it lacks a thumbnail other than by failure.
   void FinishComplete(const std::vector<DirectoryState>& directories) {
     for (const DirectoryState& directory : directories) {
-      if (CountsOf(directory).unfinished_photos == 0) complete_.insert(directory.path);
+      if (directory.IsFinished()) complete_.insert(directory.path);
     }
     std::set<std::string> done;
     for (const auto& [entry, wanted] : wanted_) {
@@ -185,7 +185,7 @@ class QueueRun {
   // taken out is looked at once more.
   void TakeOutRequeued() {
     const auto is_done = [this](const std::string& line) {
-      return known_.contains(line) && CountsOf(scanner_.Scan(line)).unfinished_photos == 0;
+      return known_.contains(line) && scanner_.Scan(line).IsFinished();
     };
     if (RemoveFromQueueIf(paths_.waiting, is_done)) return;
     failed_ = true;

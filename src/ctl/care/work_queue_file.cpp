@@ -57,6 +57,8 @@ LockedQueue::LockedQueue(const std::string& queue_path, bool make_missing)
       fd_(platform::OpenLocked(path_, [&] { return Open(path_, make_missing); })) {
   if (fd_.valid()) {
     held_ = platform::ReadToEnd(fd_.get(), content_);
+    struct stat status {};
+    if (::fstat(fd_.get(), &status) == 0) status_ = status;
   } else {
     held_ = errno == ENOENT && !make_missing;
   }
@@ -64,6 +66,11 @@ LockedQueue::LockedQueue(const std::string& queue_path, bool make_missing)
 
 bool LockedQueue::Replace(const std::string& content) {
   if (!platform::ReplaceFile(path_, content)) return false;
+  if (status_) {
+    // The owner first: giving a file away takes bits off its mode.
+    static_cast<void>(!::lchown(path_.c_str(), status_->st_uid, status_->st_gid));
+    static_cast<void>(!::chmod(path_.c_str(), status_->st_mode & 07777));
+  }
   fd_.reset();
   content_ = content;
   return true;

@@ -1,6 +1,8 @@
 // The work queue's two files: text files of one path a line, which several programs read and write.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <functional>
 #include <optional>
 #include <set>
@@ -34,8 +36,8 @@ class LockedQueue {
   [[nodiscard]] bool held() const { return held_; }
   [[nodiscard]] const std::string& content() const { return content_; }
 
-  /// Makes `content` the file's content, whole or not at all. The lock ends with it, since it is on
-  /// the old file. False with errno set.
+  /// Makes `content` the file's content, whole or not at all; mode and owner stay, as far as that
+  /// is ours to say. The lock ends with it, since it is on the old file. False with errno set.
   [[nodiscard]] bool Replace(const std::string& content);
 
   /// Removes the file; that it is missing is no failure. The lock ends with it.
@@ -45,6 +47,7 @@ class LockedQueue {
   std::string path_;
   UniqueFd fd_;
   std::string content_;
+  std::optional<struct stat> status_;  ///< Of the file when it was locked.
   bool held_ = false;
 };
 

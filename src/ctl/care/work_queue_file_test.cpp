@@ -140,5 +140,14 @@ TEST_F(WorkQueueFile, TwoWhoTakeOutAtTheSameTimeDoNotUndoEachOther) {
   EXPECT_THAT(ReadQueue(queue_), Optional(ElementsAre("/v/kept")));
 }
 
+TEST_F(WorkQueueFile, KeepsItsMode) {
+  std::ofstream(queue_) << "/a\n/b\n";
+  ASSERT_EQ(chmod(queue_.c_str(), 0666), 0);
+  EXPECT_TRUE(RemoveFromQueue(queue_, {"/a"}));
+  struct stat status {};
+  ASSERT_EQ(stat(queue_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0666U);
+}
+
 }  // namespace
 }  // namespace keldo::ctl

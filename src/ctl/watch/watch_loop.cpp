@@ -12,6 +12,7 @@
 
 #include "ctl/care/work_queue_file.h"
 #include "ctl/diagnosis.h"
+#include "ctl/maker.h"
 #include "platform/termination.h"
 
 namespace keldo::ctl {
@@ -42,14 +43,6 @@ std::vector<Trouble> FindTroubles(const DirectoryState& directory, bool with_unf
     }
   }
   return troubles;
-}
-
-std::string StatusText(int status) {
-  if (!WIFSIGNALED(status)) {
-    return "keldothumb ended with status " + std::to_string(WEXITSTATUS(status));
-  }
-  return "keldothumb was killed by signal " + std::to_string(WTERMSIG(status)) + " (" +
-         ::strsignal(WTERMSIG(status)) + ")";
 }
 
 std::string SecondsText(platform::Clock::duration duration) {
@@ -162,7 +155,7 @@ void WatchLoop::Begin(const ChangeScheduler::Turn& turn) {
 
 void WatchLoop::JudgeEnded() {
   for (const ThumbRunner::Ended& ended : runner_.TakeEnded()) {
-    if (ended.status != 0) console_.Fail(ended.directory, StatusText(ended.status));
+    if (ended.status != 0) console_.Fail(ended.directory, TextOfStatus(ended.status));
     const auto run = runs_.find(ended.directory);
     Judge(ended.directory, run->second);
     runs_.erase(run);
@@ -183,7 +176,7 @@ void WatchLoop::Judge(const std::string& directory, const CurrentRun& run) {
 }
 
 TurnEnd WatchLoop::EndOf(const CurrentRun& run, const DirectoryState& after) const {
-  if (CountsOf(after).unfinished_photos == 0) return TurnEnd::kComplete;
+  if (after.IsFinished()) return TurnEnd::kComplete;
   if (IsProgress(run.before, after, run.began)) return TurnEnd::kMoreLater;
   return IsDirectoryLocked(after.path) ? TurnEnd::kLocked : TurnEnd::kFruitless;
 }
