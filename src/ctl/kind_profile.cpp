@@ -1,15 +1,13 @@
 #include "ctl/kind_profile.h"
 
-#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
-#include "base/unique_fd.h"
 #include "platform/conf_parser.h"
 #include "platform/linux/file_content.h"
 #include "platform/text.h"
@@ -45,33 +43,27 @@ std::string TextFor(const KELDOUtils::ConfParser& parser, ThumbSizeMask kinds) {
 
 }  // namespace
 
-std::unique_ptr<KindProfile> KindProfile::Make(const std::string& profile_path, ThumbSizeMask kinds,
-                                               std::string& problem) {
+std::optional<KindProfile> KindProfile::Make(const std::string& profile_path, ThumbSizeMask kinds,
+                                             std::string& problem) {
   KELDOUtils::ConfParser parser;
   const bool loaded = parser.loadFromFile(profile_path.c_str()) != 0;
   const std::string text = loaded ? TextFor(parser, kinds) : "";
   if (text.empty()) {
     problem = "has none of these kinds";
-    return nullptr;
+    return std::nullopt;
   }
-  const char* directory = std::getenv("TMPDIR");
-  std::string path = std::string(directory != nullptr && *directory == '/' ? directory : "/tmp") +
-                     "/keldothumbctl-XXXXXX";
-  const UniqueFd fd(mkostemp(path.data(), O_CLOEXEC));
-  if (!fd.valid()) {
+  UniqueFd fd(memfd_create("thumb.conf", MFD_CLOEXEC));
+  if (!fd.valid() || !platform::WriteAll(fd.get(), text)) {
     problem = "a copy of it cannot be made: " + std::string(std::strerror(errno));
-    return nullptr;
+    return std::nullopt;
   }
-  auto profile = std::make_unique<KindProfile>(std::move(path));
-  if (platform::WriteAll(fd.get(), text)) return profile;
-  problem = "a copy of it cannot be written: " + std::string(std::strerror(errno));
-  return nullptr;
+  return KindProfile(std::move(fd));
 }
 
-KindProfile::KindProfile(std::string path) : path_(std::move(path)) {}
+KindProfile::KindProfile(UniqueFd fd) : fd_(std::move(fd)) {}
 
-KindProfile::~KindProfile() {
-  unlink(path_.c_str());
+std::string KindProfile::path() const {
+  return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd_.get());
 }
 
 }  // namespace keldo::ctl

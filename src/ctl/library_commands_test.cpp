@@ -164,6 +164,21 @@ TEST_F(LibraryCommandsTest, ANameInBracketsIsAName) {
   std::filesystem::current_path(before);
 }
 
+TEST_F(LibraryCommandsTest, APhotoThatCannotBeLookedAtIsToldOnce) {
+  // A link to a name that no file can have.
+  std::filesystem::create_symlink(std::string(300, 'x'), In("a/long.jpg"));
+  const std::string problem = "keldothumbctl: " + In("a") + ": File name too long\n";
+  const std::string profile = dir_.path() + "/thumb.conf";
+  Write(profile, "[thumb_s]\nfilename=KELDOPHOTO_THUMB_S.jpg\n");
+  Thumbs("a/new.jpg", {"S"});
+  for (const Texts& command : {Texts{"status"}, Texts{"make"}, Texts{"dirs"}}) {
+    Texts arguments = command;
+    arguments.insert(arguments.end(), {"--profile", profile, root_});
+    EXPECT_EQ(Status(arguments), 1) << command[0];
+    EXPECT_EQ(errors_, problem) << command[0];
+  }
+}
+
 TEST_F(LibraryCommandsTest, ADirectoryReachedByTwoPathsIsCountedOnce) {
   std::filesystem::create_directory_symlink(root_, dir_.path() + "/link");
   EXPECT_THAT(Run({"status", root_, dir_.path() + "/link"}), HasSubstr("     3       11        6"));

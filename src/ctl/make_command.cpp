@@ -66,6 +66,7 @@ std::vector<DirectoryState> FindWork(const Request& request, PhotoScanner& scann
   std::vector<DirectoryState> work;
   complete = ScanLibrary(CheckedDirectories(request.directories), scanner, console,
                          [&](DirectoryState directory) {
+                           directory.error = 0;  // The walk has told it; it need not be told twice.
                            if (request.retry) ClearMarkers(directory, scanner, console);
                            work.push_back(std::move(directory));
                          });
@@ -74,7 +75,7 @@ std::vector<DirectoryState> FindWork(const Request& request, PhotoScanner& scann
 
 int RunMake(const Request& request, CommandContext& context) {
   MakeOptions options = OptionsFrom(request.settings, context);
-  std::unique_ptr<KindProfile> some_kinds;
+  std::optional<KindProfile> some_kinds;
   if (!request.kinds.empty()) {
     std::string problem;
     some_kinds = KindProfile::Make(options.profile_path, *ParseMask(request.kinds), problem);

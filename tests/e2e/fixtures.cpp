@@ -125,6 +125,13 @@ void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& directory) {
   }
 }
 
+RunResult RunFromShell(Sandbox& box, const std::string& then) {
+  return box.Run({"/bin/sh", "-c",
+                  "/program/keldothumb /conf/profile /volume1/photo & "
+                  "while ! [ -s /standins/record ]; do :; done; " +
+                      then + "; wait $!; echo $?"});
+}
+
 int Counter(const Sandbox& box, const std::string& key) {
   const std::string path = "/var/spool/conv_progress_photo";
   if (!box.Exists(path)) return -1;

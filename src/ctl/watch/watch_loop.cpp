@@ -1,7 +1,6 @@
 #include "ctl/watch/watch_loop.h"
 
 #include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
