@@ -32,8 +32,9 @@ extern const char* const kSixKinds;
 /// Checks that every thumbnail that is visible in a directory is a whole JPEG file.
 void ExpectNoBrokenThumbnail(const Sandbox& box, const std::string& directory);
 
-/// Runs keldothumb on the photo directory from a shell that carries out `then` as soon as a stand-in
-/// was started, and prints the program's exit status. "$!" in `then` is the program's process id.
+/// Runs keldothumb on the photo directory from a shell that carries out `then` as soon as a
+/// stand-in was started, and prints the program's exit status. "$!" in `then` is the program's
+/// process id.
 [[nodiscard]] RunResult RunFromShell(Sandbox& box, const std::string& then);
 
 /// The value of a key of the photo progress file; -1 when there is none.
