@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 
 #include "base/unique_fd.h"
 #include "platform/linux/path_key.h"
@@ -20,6 +22,11 @@ constexpr int kSchemaVersion = 1;
 // in: two seconds in all.
 constexpr int kBusyMilliseconds = 500;
 constexpr int kBusyAttempts = 4;
+
+// While the database is being made SQLite does not wait by itself: two processes that both want to
+// turn the log on would wait for each other, so one of them is told at once and tries again.
+constexpr auto kCreationPause = std::chrono::milliseconds(10);
+constexpr auto kCreationLimit = std::chrono::seconds(2);
 
 // Paths are bytes, so they are blobs: a text column would be compared and shown as UTF-8.
 constexpr const char* kSchema =
@@ -93,7 +100,7 @@ IndexDatabase::OpenResult IndexDatabase::OpenOrCreate(const std::string& path) {
   if (!MakeFile(path)) return {.database = nullptr, .missing = false, .problem = ErrnoText()};
   OpenResult result = OpenFile(path);
   if (!result.database) return result;
-  if (result.database->MakeSchema() && result.database->HasOurSchema()) return result;
+  if (result.database->MakeSchemaInTurn()) return result;
   result.problem = result.database->problem();
   result.database.reset();
   return result;
@@ -149,6 +156,18 @@ bool IndexDatabase::MakeSchema() {
   if (!Execute("PRAGMA journal_mode=WAL") || !Execute("BEGIN IMMEDIATE")) return false;
   // Closing the database takes an unfinished transaction back.
   return (SchemaVersion() != 0 || Execute(kSchema)) && Execute("COMMIT");
+}
+
+bool IndexDatabase::MakeSchemaInTurn() {
+  const auto deadline = std::chrono::steady_clock::now() + kCreationLimit;
+  while (true) {
+    was_busy_ = false;
+    if (MakeSchema() && HasOurSchema()) return true;
+    if (!was_busy_ || std::chrono::steady_clock::now() >= deadline) return false;
+    if (sqlite3_get_autocommit(database_.get()) == 0 && !Execute("ROLLBACK")) return false;
+    LetTerminationIn();
+    std::this_thread::sleep_for(kCreationPause);
+  }
 }
 
 bool IndexDatabase::Write(sqlite3_stmt* statement) {

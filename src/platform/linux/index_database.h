@@ -138,6 +138,7 @@ class IndexDatabase {
                                            std::optional<MaskEntry>& found);
   [[nodiscard]] std::optional<int> SchemaVersion();
   [[nodiscard]] bool MakeSchema();
+  [[nodiscard]] bool MakeSchemaInTurn();
   [[nodiscard]] bool HasOurSchema();
   [[nodiscard]] static OpenResult OpenFile(const std::string& path);
 
