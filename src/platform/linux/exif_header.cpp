@@ -1,6 +1,5 @@
 #include "platform/linux/exif_header.h"
 
-#include <cstdint>
 #include <exiv2/exiv2.hpp>
 
 namespace keldo::platform {
@@ -20,19 +19,6 @@ ExifHeader ReadExifHeader(const std::string& path) {
   image->readMetadata();
   return {.size = {.width = image->pixelWidth(), .height = image->pixelHeight()},
           .orientation = OrientationIn(image->exifData())};
-}
-
-long ExifOrientation(std::string_view tiff) {
-  Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
-  try {
-    Exiv2::ExifData exif;
-    // The library reads bytes; characters are bytes too.
-    Exiv2::ExifParser::decode(exif, reinterpret_cast<const Exiv2::byte*>(tiff.data()),
-                              static_cast<std::uint32_t>(tiff.size()));
-    return OrientationIn(exif);
-  } catch (...) {
-    return 0;
-  }
 }
 
 }  // namespace keldo::platform

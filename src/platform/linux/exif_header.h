@@ -1,9 +1,7 @@
-// What exiv2 reads: the headers of PNG, TIFF, WebP and more, and EXIF data by itself.
+// What exiv2 reads: the headers of PNG, TIFF, WebP and more.
 #pragma once
 
-#include <optional>
 #include <string>
-#include <string_view>
 
 #include "platform/linux/simple_header.h"
 
@@ -18,9 +16,5 @@ struct ExifHeader {
 
 /// Throws what the library throws.
 [[nodiscard]] ExifHeader ReadExifHeader(const std::string& path);
-
-/// The orientation tag of EXIF data that begins with its TIFF header; 0 when there is none or the
-/// data are damaged.
-[[nodiscard]] long ExifOrientation(std::string_view tiff);
 
 }  // namespace keldo::platform

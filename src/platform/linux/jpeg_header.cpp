@@ -5,8 +5,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+
+#include "platform/linux/tiff_directory.h"
 
 namespace keldo::platform {
 namespace {
@@ -66,7 +69,9 @@ std::optional<Segment> SegmentAt(int fd, std::int64_t offset) {
 long OrientationOf(int fd, const Segment& segment) {
   const Bytes content = ReadAt(fd, segment.content, segment.length);
   if (!content.starts_with(kExifSignature)) return 0;
-  return ExifOrientation(std::string_view{content}.substr(kExifSignature.size()));
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(content.data());
+  const auto tiff = std::span(bytes, content.size()).subspan(kExifSignature.size());
+  return static_cast<long>(TiffDirectory(tiff).Integer(TiffDirectory::kOrientation).value_or(0));
 }
 
 std::optional<ImageSize> SizeOf(int fd, const Segment& segment) {

@@ -27,7 +27,8 @@ target_sources(platform_linux PRIVATE
   path_key.cpp
   simple_header.cpp
   system.cpp
-  text.cpp)
+  text.cpp
+  tiff_directory.cpp)
 target_link_libraries(platform_linux
   PUBLIC PkgConfig::JSONCPP
   PRIVATE PkgConfig::SQLITE PkgConfig::EXIV2 PkgConfig::INIH ${CMAKE_DL_LIBS})
@@ -64,6 +65,7 @@ if(KELDO_BUILD_TESTS)
       simple_header_test.cpp
       system_test.cpp
       text_test.cpp
+      tiff_directory_test.cpp
     LIBS platform_linux syslog_capture test_pictures test_support PkgConfig::SQLITE)
   target_compile_definitions(platform_storage_test PRIVATE
     KELDO_MAKE_HEIF="$<TARGET_FILE:make_heif>")
