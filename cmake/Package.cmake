@@ -7,7 +7,7 @@ option(KELDO_PACKAGE "Install everything that the Debian package holds; wants th
 if(NOT KELDO_PACKAGE)
   return()
 endif()
-# The service files, the converter's link and the documentation name these places.
+# The service files, the programs and the documentation name these places.
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   message(FATAL_ERROR "The package is made for -DCMAKE_INSTALL_PREFIX=/usr")
 endif()
@@ -31,7 +31,7 @@ function(keldo_install_compressed source directory name)
   install(FILES ${compressed} DESTINATION ${directory})
 endfunction()
 
-foreach(page IN ITEMS keldothumb.1 keldothumbctl.1 thumb.conf.5 keldoindexplugind.8)
+foreach(page IN ITEMS convert-thumb.1 keldothumb.1 keldothumbctl.1 thumb.conf.5 keldoindexplugind.8)
   string(REGEX MATCH "[0-9]$" section ${page})
   keldo_install_compressed(${man_pages}/${page} /usr/share/man/man${section} ${page})
 endforeach()
@@ -55,8 +55,9 @@ install(FILES ${packaging}/completions/_keldothumbctl DESTINATION /usr/share/zsh
 install(FILES ${packaging}/debian/lintian-overrides
   DESTINATION /usr/share/lintian/overrides RENAME ${PROJECT_NAME})
 
-file(CREATE_LINK /usr/bin/convert ${PROJECT_BINARY_DIR}/convert-thumb SYMBOLIC)
-install(FILES ${PROJECT_BINARY_DIR}/convert-thumb DESTINATION /usr/keldo/bin)
+install(TARGETS convert-thumb RUNTIME DESTINATION /usr/keldo/bin)
+install(FILES ${PROJECT_SOURCE_DIR}/config/convert-policy/policy.xml
+  DESTINATION /usr/keldo/share/convert-thumb)
 
 file(STRINGS ${packaging}/debian/changelog changelog_top LIMIT_COUNT 1)
 if(NOT changelog_top MATCHES "^${PROJECT_NAME} \\(${PROJECT_VERSION}\\) ")
@@ -77,10 +78,11 @@ set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "thumbnail generator for photo libraries")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION ${long_description})
-# The libraries are found by dpkg-shlibdeps, but for libheif, which is loaded when it is needed. The
-# others are the programs that are run.
+# The libraries are found by dpkg-shlibdeps, but for those that are loaded when a photo needs them.
+# The others are the programs that are run.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "dcraw, imagemagick, libheif1, libjpeg-turbo-progs")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+  "dcraw, imagemagick, libgif7, libheif1, libjpeg-turbo-progs, libpng16-16, libtiff6, libwebp7")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${packaging}/debian/conffiles

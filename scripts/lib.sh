@@ -4,8 +4,8 @@
 
 repo=$(unset CDPATH && cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 
-converter_link=/usr/keldo/bin/convert-thumb
-converter_target=/usr/bin/convert
+installed_converter=/usr/keldo/bin/convert-thumb
+installed_policy=/usr/keldo/share/convert-thumb/policy.xml
 install_prefix=/usr/local/bin
 installed_profile=/etc/keldothumb/thumb.conf
 programs=(keldothumb keldothumbctl keldoindexplugind)
@@ -13,8 +13,9 @@ programs=(keldothumb keldothumbctl keldoindexplugind)
 # Building and running. Each list names only what we use ourselves.
 packages_run=(g++ cmake ninja-build pkg-config
   libjsoncpp-dev libexiv2-dev libheif-dev libinih-dev libsqlite3-dev libraw-dev libcli11-dev
+  libhwy-dev libjpeg62-turbo-dev libpng-dev libtiff-dev libwebp-dev libgif-dev
   imagemagick libjpeg-turbo-progs dcraw libheif-examples)
-packages_tests=(libgtest-dev libgmock-dev libjpeg62-turbo-dev bubblewrap parallel python3
+packages_tests=(libgtest-dev libgmock-dev bubblewrap parallel python3
   chromium chromium-driver python3-selenium)
 packages_lint=(git clang-format clang-tidy shellcheck)
 packages_package=(dpkg-dev file gzip)
@@ -119,16 +120,6 @@ configure_release() {
   configure release "-DKELDO_BUILD_TESTS=$tests"
 }
 
-# The system's converter, until there is one of our own; whatever is there already stays.
-link_converter() {
-  if [[ -e $converter_link || -L $converter_link ]]; then
-    return 0
-  fi
-  as_root mkdir -p -- "${converter_link%/*}" &&
-    as_root ln -s -- "$converter_target" "$converter_link" &&
-    say "Linked $converter_link to $converter_target"
-}
-
 install_file() {
   local mode=$1 from=$2 to=$3
   as_root install -D -m "$mode" -- "$from" "$to" && say "Installed $to"
@@ -143,4 +134,17 @@ install_program() {
   # The profile file is the user's to edit once it is there.
   [[ -e $installed_profile || -L $installed_profile ]] ||
     install_file 644 "$repo/config/thumb.conf" "$installed_profile"
+}
+
+# Our converter, and what ImageMagick may do on its behalf. A link there is somebody's choice of
+# another converter, and stays.
+install_converter() {
+  local built=$repo/build/release/bin/convert-thumb policy=$repo/config/convert-policy/policy.xml
+  if [[ -L $installed_converter ]]; then
+    [[ -e $installed_converter ]] || warn "$installed_converter leads to no program"
+    return 0
+  fi
+  cmp -s -- "$built" "$installed_converter" || install_file 755 "$built" "$installed_converter" ||
+    return
+  cmp -s -- "$policy" "$installed_policy" || install_file 644 "$policy" "$installed_policy"
 }

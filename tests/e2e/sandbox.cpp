@@ -1,6 +1,8 @@
 #include "e2e/sandbox.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <string_view>
 
 #include "e2e/fixtures.h"
 
@@ -12,6 +14,7 @@ namespace fs = std::filesystem;
 constexpr const char* kConverter = "/usr/keldo/bin/convert-thumb";
 constexpr const char* kCodecPack = "/var/packages/Vantrel/target/pack";
 constexpr const char* kStandIn = "/standins/standin";
+constexpr const char* kOurConverter = "/program/convert-thumb";
 constexpr const char* kMemoryFile = "/harness/meminfo";
 
 // Directories that a run finds empty and may write; /usr/keldo comes after /usr's own entries.
@@ -46,6 +49,12 @@ void AppendHostTree(std::vector<std::string>& command) {
 // A stand-in is mounted over the file that a tool's name leads to in the end.
 void AppendStandIn(std::vector<std::string>& command, const char* tool) {
   Append(command, {"--ro-bind", KELDO_STANDIN, fs::canonical(tool)});
+}
+
+// The tests with real tools run with each converter.
+bool UsesImageMagick() {
+  const char* converter = std::getenv("KELDO_E2E_CONVERTER");
+  return converter != nullptr && std::string_view(converter) == "imagemagick";
 }
 
 void ReplaceLink(const fs::path& link, const fs::path& target) {
@@ -98,7 +107,7 @@ void Sandbox::UseRealTools() {
 }
 
 void Sandbox::UseRealToolsButDcraw() {
-  ReplaceLink(Outside(kConverter), "/usr/bin/convert");
+  ReplaceLink(Outside(kConverter), UsesImageMagick() ? "/usr/bin/convert" : kOurConverter);
   real_tools_ = true;
   real_dcraw_ = false;
 }
@@ -179,6 +188,8 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& argume
   command.insert(command.end(), mounts_.begin(), mounts_.end());
   Append(command, {"--ro-bind", KELDO_SANDBOX_INIT, "/sandbox_init"});
   Append(command, {"--ro-bind", KELDO_PROGRAM, "/program/keldothumb"});
+  Append(command, {"--ro-bind", KELDO_CONVERTER_PROGRAM, kOurConverter});
+  Append(command, {"--ro-bind", KELDO_CONVERTER_POLICY, "/share/convert-thumb"});
   Append(command, {"--ro-bind", KELDO_CONTROL_PROGRAM, "/program/keldothumbctl"});
   Append(command, {"--ro-bind", KELDO_DAEMON_PROGRAM, "/program/keldoindexplugind"});
 #ifdef KELDO_COVERAGE_DIRECTORY

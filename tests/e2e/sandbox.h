@@ -96,7 +96,8 @@ class Sandbox {
   void UseProfile(const std::string& content) const { Write("/conf/profile", content); }
   /// Lets a stand-in ("convert-thumb", "convert", "djpeg", "dcraw", "compare") do this script.
   void Script(const std::string& name, const std::string& script) const;
-  /// The machine's own converter, djpeg, dcraw and compare from now on.
+  /// The machine's own djpeg, dcraw and compare from now on, and our converter, or ImageMagick's
+  /// where KELDO_E2E_CONVERTER says "imagemagick".
   void UseRealTools();
   /// As UseRealTools, but dcraw is a stand-in.
   void UseRealToolsButDcraw();

@@ -85,14 +85,25 @@ bool CanRead(std::string_view formats, std::string_view name) {
   return false;
 }
 
-CheckResult CheckHeic(const DoctorPaths& paths) {
-  constexpr const char* kName = "HEIC photos";
+constexpr const char* kHeicName = "HEIC photos";
+constexpr const char* kReadsHeic = "the converter reads them";
+constexpr const char* kReadsNoHeic = "the converter cannot read them";
+
+CheckResult CheckHeicOfMagick(const DoctorPaths& paths) {
   const Probe probe = Try(paths.converter, {"-list", "format"}, paths);
   if (probe.problem.empty() && CanRead(probe.output.text, "HEIC")) {
-    return {kName, Level::kOk, "the converter reads them", {}};
+    return {kHeicName, Level::kOk, kReadsHeic, {}};
   }
-  return {kName, Level::kWarning, "the converter cannot read them",
+  return {kHeicName, Level::kWarning, kReadsNoHeic,
           "install an ImageMagick with HEIC support; Debian: libmagickcore-6.q16-6-extra"};
+}
+
+// Our converter says which formats it reads together with its version.
+CheckResult CheckOurHeic(const ProgramOutput& version) {
+  if (version.text.find(" HEIC") != std::string::npos) {
+    return {kHeicName, Level::kOk, kReadsHeic, {}};
+  }
+  return {kHeicName, Level::kWarning, kReadsNoHeic, "install libheif; Debian: libheif1"};
 }
 
 // "16KP" in "  Width: 16KP"; nothing when there is no such line.
@@ -140,7 +151,7 @@ CheckResult CheckLimits(const DoctorPaths& paths) {
 
 std::vector<CheckResult> CheckConverter(const DoctorPaths& paths) {
   constexpr const char* kName = "converter";
-  const Probe probe = Try(paths.converter, {"-version"}, paths);
+  const Probe probe = Try(paths.converter, {"--version"}, paths);
   if (!probe.problem.empty()) {
     return {Missing(kName, paths.converter, probe, Level::kProblem,
                     "install the converter, or link the path to ImageMagick's convert")};
@@ -148,7 +159,7 @@ std::vector<CheckResult> CheckConverter(const DoctorPaths& paths) {
   const std::string version = VersionOf(probe.output);
   if (probe.output.status != 0 || version.empty()) {
     return {{kName, Level::kProblem,
-             ShownName(paths.converter) + ": '-version' ends with status " +
+             ShownName(paths.converter) + ": '--version' ends with status " +
                  std::to_string(probe.output.status),
              "install the converter anew"}};
   }
@@ -156,7 +167,7 @@ std::vector<CheckResult> CheckConverter(const DoctorPaths& paths) {
   const std::string what = is_magick ? version : "our own: " + version;
   std::vector<CheckResult> results{
       {kName, Level::kOk, ShownName(paths.converter) + ", " + ShownName(what), {}}};
-  results.push_back(CheckHeic(paths));
+  results.push_back(is_magick ? CheckHeicOfMagick(paths) : CheckOurHeic(probe.output));
   if (is_magick) results.push_back(CheckLimits(paths));
   return results;
 }

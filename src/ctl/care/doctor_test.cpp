@@ -162,9 +162,12 @@ TEST_F(Doctor, AConverterWithoutHeicOrWithLowLimitsIsFound) {
 }
 
 TEST_F(Doctor, OurOwnConverterIsToldFromImageMagick) {
-  Converter("convert-thumb 0.1.0", "     HEIC  HEIC      r--   x", "");
+  Converter("convert-thumb 0.1.0\nFormats: JPEG HEIC", "", "");
   EXPECT_EQ(Find("converter").text, In("convert") + ", our own: convert-thumb 0.1.0");
   EXPECT_EQ(Find("converter limits").name, "");
+  EXPECT_EQ(LevelOf("HEIC photos"), Level::kOk);
+  Converter("convert-thumb 0.1.0\nFormats: JPEG", "     HEIC  HEIC      r--   x", "");
+  EXPECT_EQ(LevelOf("HEIC photos"), Level::kWarning);
 }
 
 TEST_F(Doctor, ADjpegThatCannotExtractProfilesIsFound) {

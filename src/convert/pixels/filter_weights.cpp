@@ -1,0 +1,105 @@
+#include "convert/pixels/filter_weights.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "convert/pixels/fixed_point.h"
+
+namespace keldo::convert {
+namespace {
+
+constexpr double kLanczosSupport = 3;
+constexpr double kMitchellSupport = 2;
+constexpr int kSamplesPicked = 5;
+
+// sinc(x) sinc(x/3), with the sine of the triple angle taken from that of the angle.
+double Lanczos(double x) {
+  if (x == 0) return 1;
+  if (x >= kLanczosSupport) return 0;
+  const double angle = std::numbers::pi * x / kLanczosSupport;
+  const double sine = std::sin(angle);
+  return sine * sine * (3 - 4 * sine * sine) / (kLanczosSupport * angle * angle);
+}
+
+// The two pieces of the cubic for B = C = 1/3, over 18.
+double Mitchell(double x) {
+  if (x < 1) return (((21 * x) - 36) * x * x + 16) / 18;
+  if (x < kMitchellSupport) return (((-7 * x + 36) * x - 60) * x + 32) / 18;
+  return 0;
+}
+
+double SupportOf(Filter filter) {
+  return filter == Filter::kLanczos ? kLanczosSupport : kMitchellSupport;
+}
+
+// To the nearest whole number; quicker than the library, which also handles what cannot occur here.
+long Rounded(double x) {
+  constexpr long kAboveAllSums = 16L * kWeightOne;
+  return static_cast<long>(x + (kAboveAllSums + 0.5)) - kAboveAllSums;
+}
+
+// Sample `index` of those picked from the source: the one at (index + 1/2) * source / picked, and
+// where that falls between two, the one before.
+int PickedSample(int index, int source, int picked) {
+  const std::int64_t twice = (2 * std::int64_t{index} + 1) * source;
+  return static_cast<int>((twice - 1) / (2 * std::int64_t{picked}));
+}
+
+}  // namespace
+
+double FilterValue(Filter filter, double x) {
+  const double distance = std::abs(x);
+  return filter == Filter::kLanczos ? Lanczos(distance) : Mitchell(distance);
+}
+
+FilterWeights::FilterWeights(int source, int target, Filter filter, bool presampled)
+    : source_(source) {
+  const int picked = presampled ? kSamplesPicked * target : source;
+  const double scale = std::max(1.0, static_cast<double>(picked) / target);
+  const double support = scale * SupportOf(filter);
+  std::vector<int> sources;
+  std::vector<double> weights;
+  for (int index = 0; index < target; ++index) {
+    const double centre = (index + 0.5) * picked / target;
+    const int first = std::max(0, static_cast<int>(std::floor(centre - support + 0.5)));
+    const int end = std::min(picked, static_cast<int>(std::floor(centre + support + 0.5)));
+    sources.clear();
+    weights.clear();
+    for (int i = first; i < end; ++i) {
+      const int sample = presampled ? PickedSample(i, source, picked) : i;
+      const double weight = FilterValue(filter, (i + 0.5 - centre) / scale);
+      if (sources.empty() || sources.back() != sample) {
+        sources.push_back(sample);
+        weights.push_back(weight);
+      } else {
+        weights.back() += weight;
+      }
+    }
+    Add(sources, weights);
+  }
+}
+
+// Rounds the running sum instead of each weight, so that the rounded weights add up exactly.
+void FilterWeights::Add(std::span<const int> sources, std::span<const double> weights) {
+  double total = 0;
+  for (const double weight : weights)
+    total += weight;
+
+  const double scale = kWeightOne / total;
+  const std::size_t start = sources_.size();
+  double sum = 0;
+  long rounded = 0;
+  for (std::size_t i = 0; i < sources.size(); ++i) {
+    sum += weights[i] * scale;
+    const long weight = Rounded(sum) - rounded;
+    rounded += weight;
+    if (weight == 0) continue;
+    sources_.push_back(sources[i]);
+    weights_.push_back(static_cast<std::int16_t>(std::min(weight, kWeightOne - 1L)));
+  }
+  starts_.push_back(sources_.size());
+  span_ = std::max(span_, sources_.back() - sources_[start] + 1);
+}
+
+}  // namespace keldo::convert

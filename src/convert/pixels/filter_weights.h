@@ -1,0 +1,56 @@
+// Which source samples make a sample of the result, and with what weight.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace keldo::convert {
+
+enum class Filter : std::uint8_t {
+  kLanczos,   ///< sinc(x) sinc(x/3) for |x| < 3
+  kMitchell,  ///< the cubic of Mitchell and Netravali (1988) with B = C = 1/3
+};
+
+/// The value of a filter at a distance of `x` samples from its centre.
+[[nodiscard]] double FilterValue(Filter filter, double x);
+
+/// For every sample of a reduced (or equal) row or column the source samples that it is made of, in
+/// rising order, with weights that add up to kWeightOne.
+class FilterWeights {
+ public:
+  struct Taps {
+    std::span<const int> sources;
+    std::span<const std::int16_t> weights;
+  };
+
+  /// From `source` to `target` samples. `presampled` stands for a source of which first only five
+  /// samples for each target sample are picked, evenly spaced: the cheap first step of large
+  /// reductions, whose slight roughness belongs to how such thumbnails look.
+  FilterWeights(int source, int target, Filter filter, bool presampled);
+
+  [[nodiscard]] int source() const { return source_; }
+  [[nodiscard]] int target() const { return static_cast<int>(starts_.size()) - 1; }
+  /// The taps of target sample `index`; never empty.
+  [[nodiscard]] Taps taps(int index) const {
+    const std::size_t start = starts_[static_cast<std::size_t>(index)];
+    const std::size_t count = starts_[static_cast<std::size_t>(index) + 1] - start;
+    return {std::span(sources_).subspan(start, count), std::span(weights_).subspan(start, count)};
+  }
+  /// The most source samples between the first and the last of one target sample, both included.
+  [[nodiscard]] int span() const { return span_; }
+  /// True when the result is the source itself.
+  [[nodiscard]] bool IsIdentity() const { return source_ == target() && span_ == 1; }
+
+ private:
+  void Add(std::span<const int> sources, std::span<const double> weights);
+
+  int source_;
+  int span_ = 0;
+  std::vector<std::size_t> starts_{0};
+  std::vector<int> sources_;
+  std::vector<std::int16_t> weights_;
+};
+
+}  // namespace keldo::convert

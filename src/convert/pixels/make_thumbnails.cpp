@@ -1,0 +1,203 @@
+#include "convert/pixels/make_thumbnails.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "convert/image_error.h"
+#include "convert/pixels/jpeg_writer.h"
+#include "convert/pixels/resizer.h"
+#include "convert/pixels/row_kernels.h"
+#include "convert/pixels/row_sink.h"
+#include "convert/pixels/sharpener.h"
+#include "convert/pixels/turn.h"
+
+namespace keldo::convert {
+namespace {
+
+// A large reduction picks some samples first, unless the thumbnail is too small to afford it.
+constexpr double kLargeReduction = 0.1;
+constexpr int kSamplesPicked = 5;
+constexpr int kFewestPicked = 128;
+
+bool IsPresampled(const Size& source, const Size& target) {
+  const double across = static_cast<double>(target.width) / source.width;
+  const double down = static_cast<double>(target.height) / source.height;
+  return across * down <= kLargeReduction && kSamplesPicked * target.width >= kFewestPicked &&
+         kSamplesPicked * target.height >= kFewestPicked;
+}
+
+// Resizes and sharpens an image as far as either is called for.
+class Reducer : public RowSink {
+ public:
+  Reducer(const Reduction& reduction, const std::optional<Sharpening>& unsharp,
+          std::unique_ptr<RowSink> next)
+      : kernels_(BestKernels()), next_(std::move(next)) {
+    const Size& target = reduction.target;
+    samples_ =
+        static_cast<std::size_t>(target.width) * static_cast<std::size_t>(reduction.channels);
+    stride_ = (samples_ + kernels_.lanes - 1) / kernels_.lanes * kernels_.lanes;
+    narrow_.resize(stride_);
+    if (unsharp) {
+      sharpener_ = std::make_unique<Sharpener>(*unsharp, target, reduction.channels, kernels_,
+                                               [this](const std::int16_t* row) { Narrow(row); });
+    }
+    if (reduction.source != target) {
+      resizer_ = std::make_unique<Resizer>(reduction, kernels_,
+                                           [this](const std::int16_t* row) { Resized(row); });
+    } else {
+      wide_.resize(stride_);
+    }
+  }
+
+  void Take(const std::uint8_t* row) override {
+    if (resizer_) {
+      resizer_->Take(row);
+    } else if (sharpener_) {
+      std::copy(row, row + samples_, narrow_.data());
+      kernels_.widen(narrow_.data(), wide_.data(), stride_);
+      sharpener_->Take(wide_.data());
+    } else {
+      next_->Take(row);
+    }
+  }
+
+  void Finish() override { next_->Finish(); }
+
+ private:
+  void Resized(const std::int16_t* row) {
+    if (sharpener_) {
+      sharpener_->Take(row);
+    } else {
+      Narrow(row);
+    }
+  }
+
+  void Narrow(const std::int16_t* row) {
+    kernels_.narrow(row, narrow_.data(), stride_);
+    next_->Take(narrow_.data());
+  }
+
+  const RowKernels& kernels_;
+  std::unique_ptr<RowSink> next_;
+  std::size_t samples_ = 0;
+  std::size_t stride_ = 0;
+  std::unique_ptr<Resizer> resizer_;
+  std::unique_ptr<Sharpener> sharpener_;
+  std::vector<std::int16_t> wide_;
+  std::vector<std::uint8_t> narrow_;
+};
+
+// Hands each row to several takers.
+class Splitter : public RowSink {
+ public:
+  void Add(std::unique_ptr<RowSink> sink) { sinks_.push_back(std::move(sink)); }
+
+  void Take(const std::uint8_t* row) override {
+    for (const auto& sink : sinks_)
+      sink->Take(row);
+  }
+
+  void Finish() override {
+    for (const auto& sink : sinks_)
+      sink->Finish();
+  }
+
+ private:
+  std::vector<std::unique_ptr<RowSink>> sinks_;
+};
+
+// What is known of the image that a step works on.
+struct Stage {
+  Size size;
+  int orientation = 1;
+  Filter filter = Filter::kLanczos;
+};
+
+class Chain {
+ public:
+  Chain(const ImageInfo& info, Bytes attached_icc) : info_(info) {
+    format_.layout = info.layout;
+    format_.sampling = info.sampling;
+    format_.density = info.density;
+    // What a gray image's own profile says is of no use for the sRGB gray that it becomes.
+    if (info.icc.empty()) {
+      format_.icc = attached_icc;
+    } else if (info.layout != PixelLayout::kGray) {
+      format_.icc = info.icc;
+    }
+  }
+
+  // The sink that takes the image and ends in the files of all steps.
+  [[nodiscard]] std::unique_ptr<RowSink> Build(const std::vector<Step>& steps,
+                                               std::span<const int> outputs) const {
+    const Stage image{{info_.full_width, info_.full_height},
+                      info_.orientation,
+                      info_.has_alpha_or_palette ? Filter::kMitchell : Filter::kLanczos};
+    const Turn turn = TurnOf(steps.front(), image);
+    // The first thumbnail has an alpha channel from then on, which changes the choice of the
+    // filter.
+    const Stage first{turn.SizeOf(ThumbnailSize(image.size, steps.front().box)),
+                      steps.front().auto_orient ? 1 : image.orientation, Filter::kMitchell};
+    auto results = std::make_unique<Splitter>();
+    results->Add(Writer(steps.front(), image.size, first.size, outputs.front()));
+    for (std::size_t i = 1; i < steps.size(); ++i) {
+      const Turn next_turn = TurnOf(steps[i], first);
+      const Size size = next_turn.SizeOf(ThumbnailSize(first.size, steps[i].box));
+      results->Add(
+          Worker(steps[i], first, first.size, Writer(steps[i], first.size, size, outputs[i])));
+    }
+    return Worker(steps.front(), image, {info_.width, info_.height}, std::move(results));
+  }
+
+ private:
+  static Turn TurnOf(const Step& step, const Stage& stage) {
+    Turn turn;
+    if (step.auto_orient) turn = Turn::FromOrientation(stage.orientation);
+    turn = turn.Rotated(step.rotate);
+    return step.flop ? turn.Flopped() : turn;
+  }
+
+  // Makes one thumbnail of rows of size `source`, which may be smaller than the stage's image says.
+  // Sharpening treats all directions alike, so that it may come before turning.
+  [[nodiscard]] std::unique_ptr<RowSink> Worker(const Step& step, const Stage& stage,
+                                                const Size& source,
+                                                std::unique_ptr<RowSink> next) const {
+    const Size target = ThumbnailSize(stage.size, step.box);
+    const Turn turn = TurnOf(step, stage);
+    const int channels = ChannelsOf(info_.layout);
+    if (!turn.IsIdentity()) next = MakeTurner(turn, target, channels, std::move(next));
+    const Reduction reduction{source, target, channels, stage.filter, IsPresampled(source, target)};
+    return std::make_unique<Reducer>(reduction, step.unsharp, std::move(next));
+  }
+
+  // A JPEG file that is written again at its own size has few different coefficients, which tables
+  // made for thumbnails do not expect: the file would be a quarter larger.
+  [[nodiscard]] std::unique_ptr<RowSink> Writer(const Step& step, const Size& source,
+                                                const Size& size, int output) const {
+    JpegFormat format = format_;
+    format.size = size;
+    format.quality = step.quality;
+    format.own_tables =
+        std::int64_t{size.width} * size.height == std::int64_t{source.width} * source.height;
+    return MakeJpegWriter(format, output);
+  }
+
+  const ImageInfo& info_;
+  JpegFormat format_;
+};
+
+}  // namespace
+
+void MakeThumbnails(const std::vector<Step>& steps, ImageReader& image, Bytes attached_icc,
+                    std::span<const int> outputs) {
+  const ImageInfo& info = image.info();
+  const std::unique_ptr<RowSink> sink = Chain(info, attached_icc).Build(steps, outputs);
+  for (int y = 0; y < info.height; ++y)
+    sink->Take(image.NextRow());
+  sink->Finish();
+}
+
+}  // namespace keldo::convert

@@ -1,0 +1,200 @@
+#include "convert/pixels/make_thumbnails.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "base/unique_fd.h"
+#include "convert/image_error.h"
+#include "support/image_likeness.h"
+#include "support/jpeg_facts.h"
+#include "support/natural_picture.h"
+#include "support/pictures.h"
+
+namespace keldo::convert {
+namespace {
+
+using keldo::testing::Picture;
+
+// An image in memory.
+class PictureReader : public ImageReader {
+ public:
+  explicit PictureReader(Picture picture) : picture_(std::move(picture)) {
+    info_.width = info_.full_width = picture_.width;
+    info_.height = info_.full_height = picture_.height;
+  }
+  ImageInfo& info_to_change() { return info_; }
+  [[nodiscard]] const ImageInfo& info() const override { return info_; }
+  [[nodiscard]] const std::uint8_t* NextRow() override {
+    if (next_ >= fails_at) throw ImageError(ImageError::Kind::kCorrupt, "torn");
+    const auto row = static_cast<std::size_t>(next_++ * picture_.width);
+    return picture_.pixels.at(row).data();
+  }
+  int fails_at = 1 << 30;
+
+ private:
+  Picture picture_;
+  ImageInfo info_;
+  int next_ = 0;
+};
+
+Step StepOf(int side, bool fill = false) {
+  Step step;
+  step.box = {side, side, fill};
+  step.quality = 95;
+  step.flatten = true;
+  return step;
+}
+
+class MakeThumbnailsTest : public ::testing::Test {
+ protected:
+  std::vector<Picture> Make(const std::vector<Step>& steps, PictureReader& reader, Bytes icc = {}) {
+    std::vector<int> outputs;
+    files_.clear();
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+      files_.emplace_back(memfd_create("thumbnail", MFD_CLOEXEC));
+      outputs.push_back(files_.back().get());
+    }
+    MakeThumbnails(steps, reader, icc, outputs);
+    std::vector<Picture> pictures;
+    for (std::size_t i = 0; i < steps.size(); ++i)
+      pictures.push_back(keldo::testing::DecodeJpeg(Content(i)).value());
+    return pictures;
+  }
+
+  std::string Content(std::size_t index) {
+    const int file = files_.at(index).get();
+    std::string content(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(file, content.data(), content.size(), 0), static_cast<ssize_t>(content.size()));
+    return content;
+  }
+
+  std::vector<UniqueFd> files_;
+};
+
+int DistanceFromUpright(const Picture& picture) {
+  return keldo::testing::CornerDistance(keldo::testing::Corners(picture),
+                                        keldo::testing::kCornerColours);
+}
+
+TEST_F(MakeThumbnailsTest, EveryLaterThumbnailIsMadeFromTheFirst) {
+  PictureReader reader(keldo::testing::FourCorners(400, 300));
+  const auto pictures = Make({StepOf(120, true), StepOf(80), StepOf(500)}, reader);
+  EXPECT_EQ(pictures[0].width, 160);
+  EXPECT_EQ(pictures[0].height, 120);
+  EXPECT_EQ(pictures[1].width, 80);
+  EXPECT_EQ(pictures[1].height, 60);
+  EXPECT_EQ(pictures[2].width, 160) << "as large as the first one, not as the image";
+  for (const Picture& picture : pictures)
+    EXPECT_LT(DistanceFromUpright(picture), 8);
+}
+
+TEST_F(MakeThumbnailsTest, TurnsTheFirstAndWithItTheOthers) {
+  for (int orientation = 1; orientation <= 8; ++orientation) {
+    PictureReader reader(
+        keldo::testing::StoredWith(orientation, keldo::testing::FourCorners(90, 60)));
+    reader.info_to_change().orientation = orientation;
+    std::vector<Step> steps{StepOf(60), StepOf(30)};
+    for (Step& step : steps)
+      step.auto_orient = true;
+    for (const Picture& picture : Make(steps, reader)) {
+      EXPECT_GT(picture.width, picture.height) << orientation;
+      EXPECT_LT(DistanceFromUpright(picture), 8) << orientation;
+    }
+  }
+}
+
+TEST_F(MakeThumbnailsTest, RotatesBeforeItMirrors) {
+  PictureReader reader(keldo::testing::StoredWith(5, keldo::testing::FourCorners(90, 60)));
+  Step step = StepOf(60);
+  step.rotate = 90;
+  step.flop = true;
+  EXPECT_LT(DistanceFromUpright(Make({step}, reader).front()), 8);
+}
+
+// As the option says it for each: a rotation of the second comes on top of that of the first.
+TEST_F(MakeThumbnailsTest, ALaterRotationTurnsTheTurnedOne) {
+  PictureReader reader(keldo::testing::StoredWith(3, keldo::testing::FourCorners(90, 60)));
+  std::vector<Step> steps{StepOf(60), StepOf(30)};
+  steps[0].rotate = 90;
+  steps[1].rotate = 90;
+  EXPECT_LT(DistanceFromUpright(Make(steps, reader).back()), 8);
+}
+
+TEST_F(MakeThumbnailsTest, AReducedDecodeGivesTheSizeOfTheFullOne) {
+  PictureReader reader(keldo::testing::FourCorners(101, 76));
+  reader.info_to_change().full_width = 201;
+  reader.info_to_change().full_height = 151;
+  const Picture picture = Make({StepOf(100)}, reader).front();
+  EXPECT_EQ(picture.width, 100);
+  EXPECT_EQ(picture.height, 75);
+}
+
+TEST_F(MakeThumbnailsTest, SharpensAlsoWhatKeepsItsSize) {
+  const Picture natural = keldo::testing::NaturalPicture(100, 80);
+  PictureReader plain_reader(natural);
+  const Picture plain = Make({StepOf(500)}, plain_reader).front();
+  PictureReader reader(natural);
+  Step step = StepOf(500);
+  step.unsharp = Sharpening{0.5, 0.5, 3, 0};
+  const Picture sharpened = Make({step}, reader).front();
+  EXPECT_GT(keldo::testing::Psnr(plain, natural), 32);
+  EXPECT_LT(keldo::testing::Psnr(sharpened, natural), 30);
+}
+
+TEST_F(MakeThumbnailsTest, KeepsWhatTheSourceSays) {
+  PictureReader reader(keldo::testing::FourCorners(90, 60));
+  reader.info_to_change().density = {2, 118, 118};
+  reader.info_to_change().sampling = JpegSampling{{2, 1, 1}, {2, 1, 1}};
+  reader.info_to_change().icc = {'o', 'w', 'n'};
+  const std::vector<std::uint8_t> attached{'n', 'e', 'w'};
+  static_cast<void>(Make({StepOf(60), StepOf(30)}, reader, attached));
+  for (const std::size_t i : {0U, 1U}) {
+    const auto facts = keldo::testing::ReadJpegFacts(Content(i)).value();
+    EXPECT_EQ(facts.density_unit, 2);
+    EXPECT_EQ(facts.density_x, 118);
+    EXPECT_EQ(facts.components.front().horizontal, 2);
+    EXPECT_EQ(facts.icc, "own");
+  }
+}
+
+TEST_F(MakeThumbnailsTest, AttachesAProfileWhereThereIsNone) {
+  PictureReader reader(keldo::testing::FourCorners(90, 60));
+  const std::vector<std::uint8_t> attached{'n', 'e', 'w'};
+  static_cast<void>(Make({StepOf(60)}, reader, attached));
+  EXPECT_EQ(keldo::testing::ReadJpegFacts(Content(0))->icc, "new");
+}
+
+TEST_F(MakeThumbnailsTest, DropsTheProfileOfAGrayImage) {
+  PictureReader reader(keldo::testing::Plain(90, 60, {80, 80, 80}));
+  reader.info_to_change().layout = PixelLayout::kGray;
+  reader.info_to_change().icc = {'o', 'w', 'n'};
+  static_cast<void>(Make({StepOf(60)}, reader));
+  EXPECT_EQ(keldo::testing::ReadJpegFacts(Content(0))->icc, "");
+}
+
+TEST_F(MakeThumbnailsTest, WritesNothingOfAnImageThatBreaksOff) {
+  PictureReader reader(keldo::testing::FourCorners(90, 60));
+  reader.fails_at = 59;
+  EXPECT_THROW(static_cast<void>(Make({StepOf(60), StepOf(30)}, reader)), ImageError);
+  EXPECT_EQ(Content(0), "");
+  EXPECT_EQ(Content(1), "");
+}
+
+TEST_F(MakeThumbnailsTest, HandlesOnePixel) {
+  PictureReader reader(keldo::testing::Plain(1, 1, {200, 100, 50}));
+  std::vector<Step> steps{StepOf(1280, true), StepOf(120)};
+  steps[1].unsharp = Sharpening{0.5, 0.5, 1.25, 0};
+  for (const Picture& picture : Make(steps, reader)) {
+    EXPECT_EQ(picture.pixels.size(), 1U);
+    EXPECT_NEAR(picture.At(0, 0)[0], 200, 3);
+  }
+}
+
+}  // namespace
+}  // namespace keldo::convert

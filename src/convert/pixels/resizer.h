@@ -1,0 +1,64 @@
+// Reducing an image while it comes in, row by row.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "convert/geometry.h"
+#include "convert/pixels/filter_weights.h"
+#include "convert/pixels/row_kernels.h"
+#include "convert/pixels/sample_buffer.h"
+
+namespace keldo::convert {
+
+/// How an image is reduced.
+struct Reduction {
+  Size source;
+  Size target;
+  int channels = 3;  ///< 1 or 3
+  Filter filter = Filter::kLanczos;
+  bool presampled = false;  ///< see FilterWeights
+};
+
+/// Separable resizing. Only the rows that the next results need are held.
+class Resizer {
+ public:
+  using Emit = std::function<void(const std::int16_t* row)>;
+
+  /// `emit` receives each row of the result: 16-bit samples (see fixed_point.h), readable up to the
+  /// next multiple of the kernels' lanes.
+  Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit);
+
+  /// The next row of the source, 8 bits a sample.
+  void Take(const std::uint8_t* row);
+
+ private:
+  void Keep(const std::uint8_t* row, int slot);
+  void MakeRow(const FilterWeights::Taps& taps);
+  void FinishBlock();
+  void ReduceStrip(int first, int end);
+  [[nodiscard]] std::size_t TurnedSamples() const;
+
+  const RowKernels& kernels_;
+  Emit emit_;
+  int channels_;
+  FilterWeights across_;
+  FilterWeights down_;
+  std::size_t source_samples_;  // of a row
+  std::size_t source_stride_;   // of a row, whole cache lines
+  std::size_t target_stride_;
+  std::vector<int> slot_of_row_;  // where a source row is kept; -1 where no result needs it
+  SampleBuffer kept_;
+  SampleBuffer rows_;     // a block of rows of the source's width and the target's height
+  SampleBuffer turned_;   // a strip of it, turned
+  SampleBuffer reduced_;  // the strip's results, turned
+  SampleBuffer results_;
+  std::vector<const std::int16_t*> row_pointers_;
+  std::size_t rows_in_block_ = 0;
+  int next_source_ = 0;
+  int next_target_ = 0;
+};
+
+}  // namespace keldo::convert

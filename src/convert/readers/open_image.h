@@ -1,0 +1,16 @@
+// Opening an image of any format that is read here.
+#pragma once
+
+#include <memory>
+
+#include "convert/image_reader.h"
+#include "convert/readers/format.h"
+
+namespace keldo::convert {
+
+/// Reads the header of an image. `file` is the whole file and must outlive the reader; LoadCodec of
+/// the format was called. Throws ImageError.
+[[nodiscard]] std::unique_ptr<ImageReader> OpenImage(Format format, Bytes file,
+                                                     const ReadOptions& options);
+
+}  // namespace keldo::convert

@@ -1,0 +1,13 @@
+// PGM and PPM files, 8 and 16 bits.
+#pragma once
+
+#include <memory>
+
+#include "convert/image_reader.h"
+
+namespace keldo::convert {
+
+/// Reads the header of a PNM file. Throws ImageError.
+[[nodiscard]] std::unique_ptr<ImageReader> OpenPnm(Bytes file, const ReadOptions& options);
+
+}  // namespace keldo::convert

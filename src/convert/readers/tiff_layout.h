@@ -1,0 +1,51 @@
+// How the pixels of a TIFF page are stored, and how they become rows.
+#pragma once
+
+#include <tiffio.h>
+
+#include <vector>
+
+#include "convert/image_reader.h"
+#include "convert/readers/flatten.h"
+
+namespace keldo::convert {
+
+enum class TiffAlpha : std::uint8_t {
+  kNone,
+  kSeparate,       ///< colours are what they would be without alpha
+  kPremultiplied,  ///< colours are already multiplied by alpha
+};
+
+/// A page of gray, RGB or palette pixels with 8 or 16 bits a sample.
+struct TiffLayout {
+  int width = 0;
+  int height = 0;
+  std::uint32_t tile_width = 0;   ///< 0 for a page in strips
+  std::uint32_t tile_height = 0;  ///< 0 for a page in strips
+  std::size_t samples = 1;        ///< a pixel, alpha included
+  bool sixteen_bits = false;
+  bool zero_is_white = false;
+  TiffAlpha alpha = TiffAlpha::kNone;
+  std::vector<Background> palette;  ///< 256 colours; empty for none
+  int orientation = 1;
+  Density density;
+  std::vector<std::uint8_t> icc;
+
+  [[nodiscard]] std::size_t BytesPerPixel() const { return samples * (sixteen_bits ? 2 : 1); }
+  /// Of the file's pixels.
+  [[nodiscard]] std::size_t RowBytes() const {
+    return static_cast<std::size_t>(width) * BytesPerPixel();
+  }
+  [[nodiscard]] bool IsGray() const {
+    return palette.empty() && samples <= (alpha == TiffAlpha::kNone ? 1U : 2U);
+  }
+};
+
+/// The layout of the current page. Throws ImageError: kUnsupported for pages of other kinds,
+/// previews in camera RAW files among them.
+[[nodiscard]] TiffLayout TiffLayoutOf(TIFF* tiff);
+
+/// Makes a row of gray or RGB of 8 bits, without alpha, from a row as the file has it.
+void ConvertTiffRow(const TiffLayout& layout, const std::uint8_t* stored, std::uint8_t* row);
+
+}  // namespace keldo::convert
