@@ -1,0 +1,105 @@
+"""From what the rounds cost to the table and the verdicts."""
+
+import dataclasses
+import statistics
+
+from usage import Usage
+
+FLOOR = "floor"
+
+
+@dataclasses.dataclass(frozen=True)
+class Row:
+    name: str
+    wall_s: float
+    cpu_ms_a_photo: float
+    peak_mib: float
+    photos_a_second: float
+    file_kib_a_photo: float
+    ratio: float  # CPU time, to the floor
+
+
+@dataclasses.dataclass(frozen=True)
+class Verdict:
+    target: str
+    value: str
+    met: bool | None  # None: not measured
+
+    def __str__(self):
+        state = {True: "met", False: "NOT MET", None: "not measured"}[self.met]
+        return f"{self.target}: {self.value}{state}"
+
+
+def ratio(rounds: list[Usage], to: list[Usage]) -> float:
+    """Of CPU times; runs of the same round stood side by side, so each round gives one ratio."""
+    return statistics.median(ours.cpu_s / theirs.cpu_s
+                             for ours, theirs in zip(rounds, to, strict=True))
+
+
+def make_rows(costs: dict[str, list[Usage]], names: dict[str, str], photos: int) -> list[Row]:
+    """A row for each way. `costs` has a list of rounds for each key, FLOOR among them."""
+    rows = []
+    for key, rounds in costs.items():
+        wall = statistics.median(usage.wall_s for usage in rounds)
+        cpu = statistics.median(usage.cpu_s for usage in rounds)
+        peak = statistics.median(usage.peak_mib for usage in rounds)
+        files = statistics.median(usage.file_bytes for usage in rounds)
+        rows.append(Row(names[key], wall, cpu * 1000 / photos, peak, photos / wall,
+                        files / 1024 / photos, ratio(rounds, costs[FLOOR])))
+    return rows
+
+
+HEADINGS = ("way", "wall s", "CPU ms a photo", "peak MiB", "photos/s", "files KiB", "to the floor")
+
+
+def _cells(row: Row):
+    return (row.name, f"{row.wall_s:.2f}", f"{row.cpu_ms_a_photo:.0f}", f"{row.peak_mib:.0f}",
+            f"{row.photos_a_second:.1f}",
+            f"{row.file_kib_a_photo:.0f}" if row.file_kib_a_photo else "", f"{row.ratio:.2f}")
+
+
+def as_text(headings, lines) -> str:
+    """A table for a terminal: the first column to the left, the others to the right."""
+    lines = [tuple(headings), *lines]
+    widths = [max(len(line[i]) for line in lines) for i in range(len(headings))]
+    return "\n".join("  ".join(cell.ljust(width) if i == 0 else cell.rjust(width)
+                               for i, (cell, width) in enumerate(zip(line, widths))).rstrip()
+                     for line in lines)
+
+
+def as_markdown(headings, lines) -> str:
+    rule = ["---"] + ["---:"] * (len(headings) - 1)
+    return "\n".join("| " + " | ".join(line) + " |" for line in (headings, rule, *lines))
+
+
+def table(rows: list[Row], markdown: bool) -> str:
+    return (as_markdown if markdown else as_text)(HEADINGS, [_cells(row) for row in rows])
+
+
+def at_most(target, value, limit, unit=""):
+    if value is None:
+        return Verdict(target, "", None)
+    return Verdict(target, f"{value:.2f}{unit}, ", value <= limit)
+
+
+def at_least(target, value, limit):
+    if value is None:
+        return Verdict(target, "", None)
+    return Verdict(target, f"{value:.2f}, ", value >= limit)
+
+
+def verdicts(costs: dict[str, list[Usage]], converter_peak_mib: float | None) -> list[Verdict]:
+    """What the project promises; keys "ours", "imagemagick", "sharp", "fast sharp"."""
+    def of(key, other):
+        return ratio(costs[key], costs[other]) if key in costs and other in costs else None
+
+    return [
+        at_most("CPU time at most 1.6 times the floor", of("ours", FLOOR), 1.6),
+        at_least("at least 6 times faster than with ImageMagick", of("imagemagick", "ours"), 6),
+        at_least("at least 1.9 times faster than sharp, 1280 first, then six from it",
+                 of("sharp", "ours"), 1.9),
+        at_least("at least 1.9 times faster than the fastest arrangement of sharp",
+                 of("fast sharp", "ours"), 1.9),
+        at_most("the converter's peak at most 40 MiB for a JPEG of 24 megapixels",
+                converter_peak_mib, 40, " MiB"),
+    ]

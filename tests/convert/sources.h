@@ -1,0 +1,37 @@
+// Image files of many kinds, for converters to read. Made by other programs than ours.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/pictures.h"
+
+namespace keldo::testing {
+
+/// A way to write an image file.
+struct SourceKind {
+  std::string_view name;                  ///< As "JpegProgressive".
+  std::string_view extension;             ///< Without a dot.
+  std::vector<std::string_view> command;  ///< The tool; "IN" stands for a PPM file, "OUT" for the
+                                          ///< file to make, also within a word.
+};
+
+/// All kinds.
+[[nodiscard]] const std::vector<SourceKind>& SourceKinds();
+/// Throws std::out_of_range for a name that there is none of.
+[[nodiscard]] const SourceKind& SourceKindOf(std::string_view name);
+
+/// Writes a picture as a file "<stem>.<extension>"; the path. `environment` is the tool's.
+[[nodiscard]] std::string WriteSource(const SourceKind& kind, const Picture& picture,
+                                      const std::string& stem,
+                                      const std::vector<std::string>& environment = {});
+
+/// The JPEG file with an EXIF block that holds this orientation.
+[[nodiscard]] std::string WithOrientation(const std::string& jpeg, int orientation);
+
+[[nodiscard]] std::string ReadContent(const std::string& path);
+/// Writes a file; its path.
+std::string WriteContent(const std::string& path, const std::string& content);
+
+}  // namespace keldo::testing
