@@ -198,6 +198,8 @@ TEST_F(QueueCommands, TheNextRunTakesUpWhatAKilledOneLeft) {
   Photo("b/y.jpg");
   Queue({In("a"), In("b")});
   const std::string works = Read(environment_.keldothumb);
+  // A second program, still on its way to its start, would hold the lock a moment longer.
+  settings_.jobs = 1;
   Program("kill -KILL $PPID; exec sleep 60");
   const pid_t killed = fork();
   ASSERT_GE(killed, 0);
