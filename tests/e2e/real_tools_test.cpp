@@ -166,16 +166,19 @@ TEST_F(FormatTest, ColourProfileIsKeptInEveryThumbnail) {
   }
 }
 
-// ImageMagick cannot read a profile as bare as this one and will not attach it to djpeg's bitmap.
-// The photo itself is converted then, and the profile is kept all the same.
+// Our converter attaches any profile. ImageMagick cannot read one as bare as this and will not
+// attach it to djpeg's bitmap; the photo itself is converted then, and the profile is kept all the
+// same.
 TEST_F(FormatTest, ColourProfileThatCannotBeAttachedIsKept) {
   const std::string icc = ColourProfile();
   box.AddPhoto("a.jpg", EncodeJpeg(FourCorners(2600, 2600),
                                    {.quality = 90, .orientation = 0, .icc = icc, .gray = false}));
   const auto log = box.RunTwice();
-  ASSERT_EQ(log.size(), 1U) << "the failed attempt";
-  EXPECT_THAT(log[0].text,
-              ::testing::StartsWith("process:63 [Warning] /usr/keldo/bin/convert-thumb"));
+  ASSERT_EQ(log.size(), UsesImageMagick() ? 1U : 0U) << "the failed attempt";
+  for (const LogLine& line : log) {
+    EXPECT_THAT(line.text,
+                ::testing::StartsWith("process:63 [Warning] /usr/keldo/bin/convert-thumb"));
+  }
   for (const char* kind : {"XL", "S"}) {
     EXPECT_NE(box.Read(ThumbOf("a.jpg", kind)).find(icc), std::string::npos) << kind;
   }

@@ -51,12 +51,6 @@ void AppendStandIn(std::vector<std::string>& command, const char* tool) {
   Append(command, {"--ro-bind", KELDO_STANDIN, fs::canonical(tool)});
 }
 
-// The tests with real tools run with each converter.
-bool UsesImageMagick() {
-  const char* converter = std::getenv("KELDO_E2E_CONVERTER");
-  return converter != nullptr && std::string_view(converter) == "imagemagick";
-}
-
 void ReplaceLink(const fs::path& link, const fs::path& target) {
   fs::create_directories(link.parent_path());
   fs::remove(link);
@@ -70,6 +64,11 @@ std::string MakeWritableDirectories(const std::string& scratch) {
 }
 
 }  // namespace
+
+bool UsesImageMagick() {
+  const char* converter = std::getenv("KELDO_E2E_CONVERTER");
+  return converter != nullptr && std::string_view(converter) == "imagemagick";
+}
 
 Sandbox::Sandbox() : log_(MakeWritableDirectories(scratch_.path()) + "/harness/log") {
   UseStandIns();

@@ -27,6 +27,9 @@ inline constexpr std::time_t kPhotoTime = 1'600'000'000;
 /// What memory file systems give space in.
 inline constexpr std::size_t kPage = 4096;
 
+/// The tests with real tools run once with each converter: true in the run with ImageMagick's.
+[[nodiscard]] bool UsesImageMagick();
+
 /// What one run of a program did.
 struct RunResult {
   int exit_status = -1;  ///< -1 when a signal ended it.
