@@ -44,11 +44,14 @@ class Reducer : public RowSink {
       sharpener_ = std::make_unique<Sharpener>(*unsharp, target, reduction.channels, kernels_,
                                                [this](const std::int16_t* row) { Narrow(row); });
     }
-    if (reduction.source != target) {
-      resizer_ = std::make_unique<Resizer>(reduction, kernels_,
-                                           [this](const std::int16_t* row) { Resized(row); });
-    } else {
+    if (reduction.source == target) {
       wide_.resize(stride_);
+    } else if (sharpener_) {
+      resizer_ = std::make_unique<Resizer>(
+          reduction, kernels_, [this](const std::int16_t* row) { sharpener_->Take(row); });
+    } else {
+      resizer_ = std::make_unique<Resizer>(reduction, kernels_,
+                                           [this](const std::uint8_t* row) { next_->Take(row); });
     }
   }
 
@@ -67,14 +70,6 @@ class Reducer : public RowSink {
   void Finish() override { next_->Finish(); }
 
  private:
-  void Resized(const std::int16_t* row) {
-    if (sharpener_) {
-      sharpener_->Take(row);
-    } else {
-      Narrow(row);
-    }
-  }
-
   void Narrow(const std::int16_t* row) {
     kernels_.narrow(row, narrow_.data(), stride_);
     next_->Take(narrow_.data());

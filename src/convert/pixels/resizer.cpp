@@ -44,8 +44,16 @@ int AssignSlots(const FilterWeights& down, std::vector<int>& slots) {
 }  // namespace
 
 Resizer::Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit)
+    : Resizer(reduction, kernels, std::move(emit), nullptr) {}
+
+Resizer::Resizer(const Reduction& reduction, const RowKernels& kernels, EmitBytes emit)
+    : Resizer(reduction, kernels, nullptr, std::move(emit)) {}
+
+Resizer::Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit,
+                 EmitBytes emit_bytes)
     : kernels_(kernels),
       emit_(std::move(emit)),
+      emit_bytes_(std::move(emit_bytes)),
       channels_(reduction.channels),
       across_(reduction.source.width, reduction.target.width, reduction.filter,
               reduction.presampled),
@@ -58,7 +66,8 @@ Resizer::Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emi
       rows_(kernels.lanes * source_stride_),
       turned_(kernels.lanes * TurnedSamples()),
       reduced_(kernels.lanes * Samples(kStrip, channels_)),
-      results_(kernels.lanes * target_stride_) {}
+      results_(emit_ ? kernels.lanes * target_stride_ : 0),
+      byte_results_(emit_bytes_ ? kernels.lanes * target_stride_ : 0) {}
 
 void Resizer::Take(const std::uint8_t* row) {
   const int slot = slot_of_row_[static_cast<std::size_t>(next_source_++)];
@@ -100,8 +109,13 @@ void Resizer::FinishBlock() {
   for (int first = 0; first < across_.target(); first += kStrip)
     ReduceStrip(first, std::min(first + kStrip, across_.target()));
   const std::size_t rows = std::exchange(rows_in_block_, 0);
-  for (std::size_t i = 0; i < rows; ++i)
-    emit_(results_.data() + i * target_stride_);
+  for (std::size_t i = 0; i < rows; ++i) {
+    if (emit_) {
+      emit_(results_.data() + i * target_stride_);
+    } else {
+      emit_bytes_(byte_results_.data() + i * target_stride_);
+    }
+  }
 }
 
 void Resizer::ReduceStrip(int first, int end) {
@@ -110,8 +124,13 @@ void Resizer::ReduceStrip(int first, int end) {
   kernels_.turn(rows_.data() + start, source_stride_, turned_.data(), stop - start);
   kernels_.filter_turned({turned_.data(), start}, reduced_.data(), across_,
                          {first, end, channels_});
-  kernels_.turn_back(reduced_.data(), results_.data() + Samples(first, channels_), target_stride_,
-                     Samples(end - first, channels_));
+  const std::size_t at = Samples(first, channels_);
+  const std::size_t count = Samples(end - first, channels_);
+  if (emit_) {
+    kernels_.turn_back(reduced_.data(), results_.data() + at, target_stride_, count);
+  } else {
+    kernels_.turn_back_narrow(reduced_.data(), byte_results_.data() + at, target_stride_, count);
+  }
 }
 
 // What the widest strip needs.

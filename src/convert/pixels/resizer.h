@@ -26,15 +26,19 @@ struct Reduction {
 class Resizer {
  public:
   using Emit = std::function<void(const std::int16_t* row)>;
+  using EmitBytes = std::function<void(const std::uint8_t* row)>;
 
   /// `emit` receives each row of the result: 16-bit samples (see fixed_point.h), readable up to the
   /// next multiple of the kernels' lanes.
   Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit);
+  /// The same, with 8-bit samples.
+  Resizer(const Reduction& reduction, const RowKernels& kernels, EmitBytes emit);
 
   /// The next row of the source, 8 bits a sample.
   void Take(const std::uint8_t* row);
 
  private:
+  Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit, EmitBytes emit_bytes);
   void Keep(const std::uint8_t* row, int slot);
   void MakeRow(const FilterWeights::Taps& taps);
   void FinishBlock();
@@ -42,7 +46,8 @@ class Resizer {
   [[nodiscard]] std::size_t TurnedSamples() const;
 
   const RowKernels& kernels_;
-  Emit emit_;
+  Emit emit_;  // one of the two
+  EmitBytes emit_bytes_;
   int channels_;
   FilterWeights across_;
   FilterWeights down_;
@@ -54,7 +59,8 @@ class Resizer {
   SampleBuffer rows_;     // a block of rows of the source's width and the target's height
   SampleBuffer turned_;   // a strip of it, turned
   SampleBuffer reduced_;  // the strip's results, turned
-  SampleBuffer results_;
+  SampleBuffer results_;  // what goes to emit_
+  std::vector<std::uint8_t> byte_results_;  // what goes to emit_bytes_
   std::vector<const std::int16_t*> row_pointers_;
   std::size_t rows_in_block_ = 0;
   int next_source_ = 0;

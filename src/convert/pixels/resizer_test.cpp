@@ -126,6 +126,26 @@ TEST(ResizerTest, AgreesWithTheExactReferenceForEveryInstructionSet) {
   }
 }
 
+TEST(ResizerTest, GivesBytesRoundedFromTheSameSamples) {
+  for (const Size& target : {Size{100, 71}, Size{33, 9}, Size{333, 1}}) {
+    const Reduction reduction{{333, 222}, target, 3, Filter::kLanczos, false};
+    const auto image = RandomImage(reduction.source, 3);
+    const auto samples = static_cast<std::size_t>(target.width * 3);
+    for (const RowKernels* kernels : AllKernels()) {
+      std::vector<std::uint8_t> bytes;
+      Resizer resizer(reduction, *kernels, [&](const std::uint8_t* row) {
+        bytes.insert(bytes.end(), row, row + samples);
+      });
+      for (auto row = image.begin(); row != image.end(); row += 3 * 333)
+        resizer.Take(std::vector<std::uint8_t>(row, row + 3 * 333).data());
+      const Image exact = Resized(image, reduction, *kernels);
+      ASSERT_EQ(bytes.size(), exact.size()) << kernels->name;
+      for (std::size_t i = 0; i < bytes.size(); ++i)
+        ASSERT_EQ(bytes[i], std::min(255.0, std::floor(exact[i] + 0.5))) << kernels->name;
+    }
+  }
+}
+
 TEST(ResizerTest, AllInstructionSetsGiveTheSamePixels) {
   const Reduction reduction{{333, 222}, {100, 71}, 3, Filter::kLanczos, false};
   const auto image = RandomImage(reduction.source, 3);

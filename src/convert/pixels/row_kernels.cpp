@@ -33,6 +33,7 @@ using Samples = hn::CappedTag<std::int16_t, 16>;
 using SampleVector = hn::Vec<Samples>;
 using HalfSamples = hn::Half<Samples>;
 using SampleBytes = hn::Rebind<std::uint8_t, Samples>;
+using HalfBytes = hn::Rebind<std::uint8_t, HalfSamples>;
 using Floats = hn::Repartition<float, Samples>;
 using Integers = hn::Repartition<std::int32_t, Samples>;
 using FloatSamples = hn::Rebind<std::int16_t, Floats>;
@@ -59,13 +60,16 @@ void Widen(const std::uint8_t* from, std::int16_t* to, std::size_t count) {
   }
 }
 
+HWY_INLINE hn::Vec<SampleBytes> Narrowed(SampleVector samples) {
+  constexpr SampleBytes bytes;
+  const auto rounded = hn::SaturatedAdd(samples, hn::Set(kSamples, 1 << (kFractionBits - 1)));
+  return hn::DemoteTo(bytes, hn::ShiftRight<kFractionBits>(rounded));
+}
+
 void Narrow(const std::int16_t* from, std::uint8_t* to, std::size_t count) {
   constexpr SampleBytes bytes;
-  const auto half = hn::Set(kSamples, 1 << (kFractionBits - 1));
-  for (std::size_t i = 0; i < count; i += kLanes) {
-    const auto rounded = hn::SaturatedAdd(hn::LoadU(kSamples, from + i), half);
-    hn::StoreU(hn::DemoteTo(bytes, hn::ShiftRight<kFractionBits>(rounded)), bytes, to + i);
-  }
+  for (std::size_t i = 0; i < count; i += kLanes)
+    hn::StoreU(Narrowed(hn::LoadU(kSamples, from + i)), bytes, to + i);
 }
 
 template <std::size_t kVectors>
@@ -137,6 +141,18 @@ HWY_INLINE void StoreTileRow(SampleVector row, std::int16_t* to, std::size_t str
   }
 }
 
+HWY_INLINE void StoreTileRow(SampleVector row, std::uint8_t* to, std::size_t stride) {
+  const auto bytes = Narrowed(row);
+  if constexpr (kLanes == kTileSide) {
+    constexpr SampleBytes whole;
+    hn::StoreU(bytes, whole, to);
+  } else {
+    constexpr HalfBytes half;
+    hn::StoreU(hn::LowerHalf(half, bytes), half, to);
+    hn::StoreU(hn::UpperHalf(half, bytes), half, to + kTileSide * stride);
+  }
+}
+
 void Turn(const std::int16_t* from, std::size_t stride, std::int16_t* to, std::size_t count) {
   std::array<SampleVector, kTileSide> tile;
   for (std::size_t i = 0; i < count; i += kTileSide) {
@@ -148,7 +164,8 @@ void Turn(const std::int16_t* from, std::size_t stride, std::int16_t* to, std::s
   }
 }
 
-void TurnBack(const std::int16_t* from, std::int16_t* to, std::size_t stride, std::size_t count) {
+template <typename Sample>
+void TurnBack(const std::int16_t* from, Sample* to, std::size_t stride, std::size_t count) {
   std::array<SampleVector, kTileSide> tile;
   for (std::size_t i = 0; i < count; i += kTileSide) {
     for (std::size_t sample = 0; sample < kTileSide; ++sample)
@@ -220,7 +237,8 @@ const RowKernels kKernels{hwy::TargetName(HWY_TARGET),
                           Narrow,
                           AddRows,
                           Turn,
-                          TurnBack,
+                          TurnBack<std::int16_t>,
+                          TurnBack<std::uint8_t>,
                           FilterTurned,
                           Sharpen};
 

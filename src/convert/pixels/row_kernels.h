@@ -45,6 +45,9 @@ struct RowKernels {
   /// The opposite, also in steps of 8.
   void (*turn_back)(const std::int16_t* from, std::int16_t* to, std::size_t stride,
                     std::size_t count);
+  /// The same with the samples narrowed.
+  void (*turn_back_narrow)(const std::int16_t* from, std::uint8_t* to, std::size_t stride,
+                           std::size_t count);
   /// Filters all rows of a turned block for some pixels of the result, clamped like add_rows.
   void (*filter_turned)(const TurnedBlock& from, std::int16_t* to, const FilterWeights& weights,
                         const PixelRange& pixels);

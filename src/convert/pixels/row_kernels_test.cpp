@@ -156,6 +156,21 @@ TEST_P(RowKernelsTest, TurnsBlocksThereAndBack) {
   }
 }
 
+TEST_P(RowKernelsTest, TurnsBackToBytes) {
+  const std::size_t lanes = kernels().lanes;
+  for (const std::size_t count : Counts()) {
+    const std::size_t stride = count + lanes;
+    const Samples turned = RandomSamples(lanes * count);
+    Samples wide(lanes * stride);
+    kernels().turn_back(turned.data(), wide.data(), stride, count);
+    std::vector<std::uint8_t> expected(lanes * stride);
+    kernels().narrow(wide.data(), expected.data(), expected.size());
+    std::vector<std::uint8_t> bytes(lanes * stride);
+    kernels().turn_back_narrow(turned.data(), bytes.data(), stride, count);
+    EXPECT_EQ(bytes, expected) << count;
+  }
+}
+
 TEST_P(RowKernelsTest, FiltersTurnedBlocks) {
   const std::size_t lanes = kernels().lanes;
   for (const int channels : {1, 3}) {
