@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <sstream>
 
 #include "support/pictures.h"
 #include "support/temp_dir.h"
@@ -107,49 +108,21 @@ class ConvertMainTest : public testing::Test {
 
   static std::string Photo() { return EncodeJpeg(FourCorners(90, 60)); }
 
+  static std::vector<std::string> Words(const std::string& line) {
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
+  }
+
  private:
   TempDir dir_;
 };
 
 TEST_F(ConvertMainTest, AChainOfThumbnails) {
-  const Result result = Convert({"-define",
-                                 "registry:temporary-path=/tmp",
-                                 "-limit",
-                                 "thread",
-                                 "1",
-                                 Write("in.jpg", Photo()),
-                                 "(",
-                                 "-clone",
-                                 "0",
-                                 "-define",
-                                 "jpeg:size=60x60",
-                                 "-thumbnail",
-                                 "60x60>^",
-                                 "-quality",
-                                 "90",
-                                 "-flatten",
-                                 "-write",
-                                 In("1.jpg"),
-                                 ")",
-                                 "-delete",
-                                 "0",
-                                 "(",
-                                 "+clone",
-                                 "-thumbnail",
-                                 "45x45>",
-                                 "-quality",
-                                 "90",
-                                 "-flatten",
-                                 "-write",
-                                 In("2.jpg"),
-                                 "+delete",
-                                 ")",
-                                 "-thumbnail",
-                                 "30x30>",
-                                 "-quality",
-                                 "90",
-                                 "-flatten",
-                                 In("3.jpg")});
+  const Result result = Convert(
+      Words("-define registry:temporary-path=/tmp -limit thread 1 " + Write("in.jpg", Photo()) +
+            " ( -clone 0 -define jpeg:size=60x60 -thumbnail 60x60>^ -quality 90 -flatten -write " +
+            In("1.jpg") + " ) -delete 0 ( +clone -thumbnail 45x45> -quality 90 -flatten -write " +
+            In("2.jpg") + " +delete ) -thumbnail 30x30> -quality 90 -flatten " + In("3.jpg")));
   EXPECT_EQ(result.messages, "");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(Look(In("1.jpg")), "90x60");

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -55,6 +56,10 @@ InputFile::~InputFile() {
 void InputFile::Map() {
   if (!regular_) throw ImageError(ImageError::Kind::kUnsupported, "it is not a regular file");
   if (size_ == 0) throw ImageError(ImageError::Kind::kCorrupt, "the file is empty");
+  // What cannot be read says why here; in the mapping it would end this process.
+  std::uint8_t first = 0;
+  if (pread(fd_.get(), &first, 1, 0) < 0)
+    throw ImageError(ImageError::Kind::kCorrupt, LastErrorText());
   void* mapped = mmap(nullptr, size_, PROT_READ, MAP_PRIVATE, fd_.get(), 0);
   // Some file systems in user space cannot map; the other converter reads.
   if (mapped == MAP_FAILED) throw ImageError(ImageError::Kind::kUnsupported, LastErrorText());

@@ -50,13 +50,15 @@ Destination& DestinationOf(j_compress_ptr codec) {
   return *reinterpret_cast<Destination*>(codec->dest);
 }
 
-// Returns how libjpeg wants to hear of success. An exception must not pass through it.
+// Tells whether there was memory for it. An exception must not pass through libjpeg.
 bool AddPiece(Destination& to) noexcept {
-  std::unique_ptr<JOCTET[]> piece(new (std::nothrow) JOCTET[kPiece]);
-  if (!piece) return false;
-  to.base.next_output_byte = piece.get();
+  try {
+    to.pieces->push_back(std::make_unique_for_overwrite<JOCTET[]>(kPiece));
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  to.base.next_output_byte = to.pieces->back().get();
   to.base.free_in_buffer = kPiece;
-  to.pieces->push_back(std::move(piece));
   return true;
 }
 
