@@ -110,21 +110,9 @@ class BmpReader : public ImageReader {
 
   [[nodiscard]] const ImageInfo& info() const override { return info_; }
 
-  [[nodiscard]] const std::uint8_t* NextRow() override {
-    const std::uint8_t* row = next_ + step_ * rows_read_++;
-    if (rows_read_ < info_.height) FetchAhead(row + step_);
-    return row;
-  }
+  [[nodiscard]] const std::uint8_t* NextRow() override { return next_ + step_ * rows_read_++; }
 
  private:
-  // Rows mostly come from the bottom up, where the processor does not expect them: without this, a
-  // tenth of a run is waiting for them.
-  void FetchAhead(const std::uint8_t* row) const {
-    constexpr std::ptrdiff_t kCacheLine = 64;
-    for (std::ptrdiff_t i = 0; i < std::abs(step_); i += kCacheLine)
-      __builtin_prefetch(row + i);
-  }
-
   // Rows are filled up to whole words.
   static std::size_t StrideOf(const Header& header) {
     const auto bytes = static_cast<std::size_t>(header.width * header.bits / 8);
