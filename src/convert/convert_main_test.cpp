@@ -15,8 +15,8 @@
 #include <optional>
 #include <sstream>
 
+#include "support/file_test.h"
 #include "support/pictures.h"
-#include "support/temp_dir.h"
 
 namespace {
 
@@ -29,7 +29,6 @@ using keldo::testing::EncodeJpeg;
 using keldo::testing::FourCorners;
 using keldo::testing::kCornerColours;
 using keldo::testing::Picture;
-using keldo::testing::TempDir;
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -67,20 +66,8 @@ Arguments CommandOf(const std::string& input, const std::string& output) {
           "+profile", "!icc,*",     "-flatten", output};
 }
 
-class ConvertMainTest : public testing::Test {
+class ConvertMainTest : public keldo::testing::FileTest {
  protected:
-  std::string In(const std::string& name) const { return dir_.path() + "/" + name; }
-
-  std::string Write(const std::string& name, const std::string& content) const {
-    std::ofstream(In(name), std::ios::binary) << content;
-    return In(name);
-  }
-
-  static std::string Read(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
-
   static Result Convert(const Arguments& arguments, const OtherConverter& other = {}) {
     testing::internal::CaptureStderr();
     const int status = ConvertMain(arguments, other);
@@ -112,9 +99,6 @@ class ConvertMainTest : public testing::Test {
     std::istringstream words(line);
     return {std::istream_iterator<std::string>(words), {}};
   }
-
- private:
-  TempDir dir_;
 };
 
 TEST_F(ConvertMainTest, AChainOfThumbnails) {

@@ -10,16 +10,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
-#include "support/temp_dir.h"
+#include "support/file_test.h"
 
 namespace {
 
 using keldo::convert::HandOver;
 using keldo::convert::OtherConverter;
 using keldo::convert::ParseCommand;
-using keldo::testing::TempDir;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -28,20 +26,13 @@ namespace fs = std::filesystem;
 
 using Arguments = std::vector<std::string>;
 
-class HandOverTest : public testing::Test {
+class HandOverTest : public keldo::testing::FileTest {
  protected:
   HandOverTest() {
     fs::create_directory(In("policy"));
     std::ofstream(In("policy/policy.xml")) << "<policymap/>";
     // As what ImageMagick is called, so that names are passed as to it.
     Script("printf '%s\\0' \"$@\" >\"$(dirname \"$0\")/arguments\"");
-  }
-
-  std::string In(const std::string& name) const { return dir_.path() + "/" + name; }
-
-  static std::string Read(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
   }
 
   // The program that takes over does this.
@@ -62,8 +53,7 @@ class HandOverTest : public testing::Test {
     return arguments;
   }
 
-  TempDir dir_;
-  OtherConverter other_{dir_.path() + "/convert", dir_.path() + "/policy"};
+  OtherConverter other_{In("convert"), In("policy")};
 };
 
 TEST_F(HandOverTest, TheSameArguments) {
@@ -216,7 +206,7 @@ TEST_F(HandOverTest, NamesOfAnUnderstoodCommandStayNames) {
 
 TEST_F(HandOverTest, RelativeNamesOfAnUnderstoodCommand) {
   const fs::path before = fs::current_path();
-  fs::current_path(dir_.path());
+  fs::current_path(In(""));
   for (const std::string name : {"png:a.jpg", "-x.jpg", "@a.jpg", "~.jpg", "plain.jpg", "sRGB"}) {
     std::ofstream(name) << name;
     std::ofstream("out.jpg").close();

@@ -4,27 +4,18 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
 #include "convert/image_error.h"
-#include "support/temp_dir.h"
+#include "support/file_test.h"
 
 namespace {
 
 using keldo::convert::ImageError;
 using keldo::convert::InputFile;
-using keldo::testing::TempDir;
 
-class InputFileTest : public testing::Test {
+class InputFileTest : public keldo::testing::FileTest {
  protected:
-  std::string In(const std::string& name) const { return dir_.path() + "/" + name; }
-
-  std::string Write(const std::string& name, const std::string& content) const {
-    std::ofstream(In(name), std::ios::binary) << content;
-    return In(name);
-  }
-
   static std::string Read(const std::string& operand) {
     InputFile file(operand);
     file.Map();
@@ -40,9 +31,6 @@ class InputFileTest : public testing::Test {
     }
     return std::nullopt;
   }
-
- private:
-  TempDir dir_;
 };
 
 TEST_F(InputFileTest, GivesTheWholeContent) {

@@ -8,11 +8,9 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "convert/image_error.h"
-#include "support/temp_dir.h"
+#include "support/file_test.h"
 
 namespace {
 
@@ -21,33 +19,17 @@ using keldo::convert::ImageError;
 using keldo::convert::InputFile;
 using keldo::convert::OutputFiles;
 using keldo::convert::Step;
-using keldo::testing::TempDir;
 
 namespace fs = std::filesystem;
 
-class OutputFilesTest : public testing::Test {
+class OutputFilesTest : public keldo::testing::FileTest {
  protected:
-  std::string In(const std::string& name) const { return dir_.path() + "/" + name; }
-
-  std::string Write(const std::string& name, const std::string& content) const {
-    std::ofstream(In(name), std::ios::binary) << content;
-    return In(name);
-  }
-
-  static std::string Read(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
-
   std::vector<Step> StepsTo(const std::vector<std::string>& names) const {
     std::vector<Step> steps(names.size());
     for (std::size_t i = 0; i < names.size(); ++i)
       steps[i].output = In(names[i]);
     return steps;
   }
-
- private:
-  TempDir dir_;
 };
 
 TEST_F(OutputFilesTest, CreatesAndKeeps) {

@@ -19,9 +19,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -29,7 +27,7 @@
 
 #include "base/unique_fd.h"
 #include "convert/sandbox_test_support.h"
-#include "support/temp_dir.h"
+#include "support/file_test.h"
 
 namespace {
 
@@ -43,7 +41,6 @@ using keldo::convert::SandboxParts;
 using keldo::testing::ErrorOf;
 using keldo::testing::InChild;
 using keldo::testing::kNotStopped;
-using keldo::testing::TempDir;
 
 // How a child ends that has the system call filter, and no other part of the sandbox.
 int Filtered(const std::function<int()>& work) {
@@ -63,22 +60,8 @@ int Confined(const std::function<int()>& work, SandboxParts parts = {true, true}
   });
 }
 
-class SandboxTest : public testing::Test {
+class SandboxTest : public keldo::testing::FileTest {
  protected:
-  std::string In(const std::string& name) const { return dir_.path() + "/" + name; }
-
-  std::string Write(const std::string& name, const std::string& content) const {
-    std::ofstream(In(name), std::ios::binary) << content;
-    return In(name);
-  }
-
-  static std::string Read(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
-
- private:
-  TempDir dir_;
 };
 
 // A socket that somebody listens on.
