@@ -197,7 +197,8 @@ def compare(bench: Bench, rounds, markdown, cache):
               for name, peak in peaks.items()]
     # In Markdown a list, since lines would run together.
     bullet = "- " if markdown else ""
-    for line in (*report.verdicts(costs, peaks.get("our converter")), *notes):
+    verdicts = report.verdicts(costs, peaks.get("our converter"))
+    for line in (*verdicts, *report.beside_the_fastest_sharp(costs), *notes):
         print(f"{bullet}{line}")
 
 
