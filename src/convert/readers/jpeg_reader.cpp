@@ -83,14 +83,14 @@ struct Decompressor : jpeg_decompress_struct {
 
 class JpegReader : public ImageReader {
  public:
-  JpegReader(Bytes file, const ReadOptions& options) {
+  JpegReader(Bytes file, const ReadOptions& options) : file_(file) {
     codec_.err = jpeg_std_error(&trap_.base);
     trap_.base.error_exit = JumpBack;
     trap_.base.output_message = IgnoreMessage;
     Guarded(Create);
     progress_.progress_monitor = WatchScans;
     codec_.progress = &progress_;
-    jpeg_mem_src(&codec_, file.data(), file.size());
+    Guarded(OpenSource);
     codec_.src->fill_input_buffer = EndOfFile;
     ReadHeader(options);
   }
@@ -127,6 +127,10 @@ class JpegReader : public ImageReader {
   }
 
   static void Create(JpegReader& reader) { jpeg_create_decompress(&reader.codec_); }
+
+  static void OpenSource(JpegReader& reader) {
+    jpeg_mem_src(&reader.codec_, reader.file_.data(), reader.file_.size());
+  }
 
   static void ReadMarkers(JpegReader& reader) {
     jpeg_save_markers(&reader.codec_, kApp1, kLongestMarker);
@@ -253,6 +257,7 @@ class JpegReader : public ImageReader {
     return decoded_.data();
   }
 
+  Bytes file_;
   ErrorTrap trap_{};
   Decompressor codec_;
   jpeg_progress_mgr progress_{};
