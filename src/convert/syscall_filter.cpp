@@ -17,7 +17,8 @@ constexpr std::uint32_t kArchitecture = AUDIT_ARCH_AARCH64;
 #elif defined(__arm__)
 constexpr std::uint32_t kArchitecture = AUDIT_ARCH_ARM;
 #else
-#error "the system call filter does not know this architecture"
+// One that nobody has looked at: its calls may need others than those that are listed.
+constexpr std::uint32_t kArchitecture = 0;
 #endif
 
 // The lower half of an argument on little-endian machines.
@@ -102,6 +103,7 @@ std::vector<sock_filter> SyscallFilter::Search(std::span<const Case> cases) {
 }
 
 bool SyscallFilter::Install() {
+  if (kArchitecture == 0) return false;
   std::vector<sock_filter> program{Load(offsetof(seccomp_data, arch)), UnlessSkip(kArchitecture, 1),
                                    BPF_STMT(BPF_JMP | BPF_JA, 1), Return(SECCOMP_RET_KILL_PROCESS),
                                    Load(offsetof(seccomp_data, nr))};

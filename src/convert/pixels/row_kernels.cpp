@@ -10,6 +10,12 @@
 #undef HWY_DISABLED_TARGETS
 #define HWY_DISABLED_TARGETS \
   (HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL | HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128)
+// On ARM, NEON is what the compiler may use anywhere. As a choice at run time, which this keeps
+// Highway from offering, it would also want the instructions for AES.
+#if defined(__arm__) || defined(__aarch64__)
+#undef TOOLCHAIN_MISS_SYS_AUXV_H
+#define TOOLCHAIN_MISS_SYS_AUXV_H
+#endif
 // The portable target runs on any processor. Highway avoids it with compilers before GCC 12.3, one
 // of whose optimisations may go wrong in it; here, the tests hold every target against exact
 // results.
@@ -275,7 +281,8 @@ KernelList FindKernels() {
   if (HasSsse3()) list.Add(N_SSSE3::kKernels);
   if (HasAvx2()) list.Add(N_AVX2::kKernels);
 #else
-  list.Add(HWY_STATIC_NAMESPACE::kKernels);
+  // What this file was compiled for last is what every processor of this kind can run.
+  list.Add(HWY_NAMESPACE::kKernels);
 #endif
   return list;
 }
