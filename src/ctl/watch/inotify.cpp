@@ -38,7 +38,9 @@ std::string LimitText(const std::string& what, const std::string& name, long usu
 
 }  // namespace
 
-Inotify::Inotify() : fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+Inotify::Inotify() : Inotify(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+
+Inotify::Inotify(int fd) : fd_(fd) {
   if (!fd_.valid()) error_ = errno;
 }
 

@@ -15,6 +15,8 @@ namespace keldo::ctl {
 class Inotify {
  public:
   Inotify();
+  /// Takes an instance over; -1 with errno set where there was none to be had.
+  explicit Inotify(int fd);
   virtual ~Inotify() = default;
   Inotify(const Inotify&) = delete;
   Inotify& operator=(const Inotify&) = delete;
