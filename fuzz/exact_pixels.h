@@ -5,8 +5,8 @@
 #include <functional>
 #include <vector>
 
+#include "convert/pixels/plan.h"
 #include "convert/pixels/resizer.h"
-#include "convert/plan.h"
 
 namespace keldo::convert {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "convert/argument_parser.h"
+#include "convert/cli/argument_parser.h"
 
 namespace keldo::convert {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "convert/pixels/make_thumbnails.h"
 #include "convert/readers/open_image.h"
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <ostream>
 
-#include "platform/linux/json_line.h"
+#include "util/json_line.h"
 
 namespace keldo::ctl {
 namespace {
@@ -15,7 +15,7 @@ constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD in UTF-8.
 // The length of the UTF-8 character that `text` begins with; 0 when it begins with none.
 std::size_t CharacterLength(std::string_view text) {
   for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
-    if (platform::IsUtf8(text.substr(0, length))) return length;
+    if (IsUtf8(text.substr(0, length))) return length;
   }
   return 0;
 }
@@ -92,7 +92,7 @@ void Console::Warn(std::string_view text) {
 }
 
 void Console::PrintJson(const Json::Value& value) {
-  out_ << platform::JsonLine(value) << "\n";
+  out_ << JsonLine(value) << "\n";
 }
 
 int Console::Finish(int status) {
@@ -130,7 +130,7 @@ std::string JsonName(std::string_view name) {
 
 void SetJsonPath(Json::Value& object, std::string_view path) {
   object["path"] = JsonName(path);
-  if (platform::IsUtf8(path)) return;
+  if (IsUtf8(path)) return;
   std::string bytes;
   for (const char byte : path) {
     std::array<char, 3> digits{};

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/json_line.h"
+#include "util/json_line.h"
 
 namespace keldo::ctl {
 namespace {
@@ -36,7 +36,7 @@ TEST(JsonPathTest, IsAlwaysJsonAndKeepsTheBytes) {
   SetJsonPath(odd, "a\xFFz");
   EXPECT_EQ(odd["path"], "a\xEF\xBF\xBDz");
   EXPECT_EQ(odd["path_bytes"], "61ff7a");
-  EXPECT_TRUE(platform::IsUtf8(platform::JsonLine(odd)));
+  EXPECT_TRUE(IsUtf8(JsonLine(odd)));
 }
 
 TEST(NumberTest, IsGroupedInThrees) {

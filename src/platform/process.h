@@ -76,11 +76,3 @@ int KLIBCKill(const char* name, int signal);
 /// Writes this process's id in decimal and a newline to `path`, mode 0644, replacing what an
 /// earlier run left. Never writes through a symbolic link. Returns 0 on success, -1 with errno set.
 int KLIBCProcPidFileCreate(const char* path);
-
-namespace keldo::platform {
-
-/// Opens /dev/null for each of the descriptors 0 to 2 that is closed, so that no file of ours gets
-/// one of these numbers and is written to as standard error. Ours, not the appliance's.
-void EnsureStandardDescriptors();
-
-}  // namespace keldo::platform

@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "base/unique_fd.h"
 #include "plugind/request.h"
 #include "plugind/request_buffer.h"
+#include "util/unique_fd.h"
 
 namespace keldo::plugind {
 

@@ -10,12 +10,12 @@
 #include <iostream>
 #include <string>
 
-#include "platform/linux/stop_signals.h"
-#include "platform/paths.h"
 #include "plugind/database_store.h"
 #include "plugind/listen_socket.h"
 #include "plugind/request.h"
 #include "plugind/server.h"
+#include "process/stop_signals.h"
+#include "thumbs/paths.h"
 
 namespace keldo::plugind {
 namespace {
@@ -75,7 +75,7 @@ int Fail(const std::string& problem, const Options& options) {
 
 int Serve(const Options& options) {
   // Before the socket, which must not stay behind.
-  const platform::StopSignals signals;
+  const process::StopSignals signals;
   DatabaseStore store(options.database);
   ListenSocket::OpenResult opened = ListenSocket::Open(options.socket);
   if (!opened.socket) return Fail(opened.problem, options);

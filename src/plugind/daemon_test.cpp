@@ -15,16 +15,16 @@
 #include <string>
 #include <vector>
 
+#include "index/index_database.h"
 #include "platform/index_ipc.h"
-#include "platform/linux/index_database.h"
 #include "plugind/daemon_test_support.h"
 
 namespace keldo::plugind {
 namespace {
 
+using index::IndexDatabase;
 using keldoindexutils::MediaInfo;
 using keldoindexutils::ipc::AutoSendRecvPacket;
-using platform::IndexDatabase;
 
 const std::string kAskPhoto = R"({"command":"IS_CONVERT_PHOTO"})";
 const std::string kYes = R"({"result":true,"success":true})";
@@ -411,7 +411,7 @@ TEST_F(PluginDaemonTest, ATerminationDuringABusyIndexIsClean) {
   daemon_.Start();
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(daemon_.database().c_str(), &raw), SQLITE_OK);
-  const platform::UniqueSqlite lock(raw);
+  const index::UniqueSqlite lock(raw);
   ASSERT_EQ(sqlite3_exec(raw, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
   Client client(daemon_.socket());
   client.Send(R"({"command":"POST_PHOTO_CONVERT","path":"/v/a.jpg"})");

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "base/unique_fd.h"
 #include "support/temp_dir.h"
+#include "util/unique_fd.h"
 
 namespace keldo::plugind {
 

@@ -6,13 +6,12 @@
 #include <ctime>
 #include <utility>
 
-#include "platform/linux/path_key.h"
+#include "util/path_key.h"
 
 namespace keldo::plugind {
 namespace {
 
-using platform::IndexDatabase;
-using platform::PathKey;
+using index::IndexDatabase;
 
 // A database that cannot be opened is not tried again with every request.
 constexpr std::chrono::seconds kOpenPause{5};

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/index_database.h"
+#include "index/index_database.h"
 #include "plugind/index_store.h"
 
 namespace keldo::plugind {
@@ -36,14 +36,14 @@ class DatabaseStore : public IndexStore {
     std::string last_;
   };
 
-  [[nodiscard]] platform::IndexDatabase* Database();
+  [[nodiscard]] index::IndexDatabase* Database();
   [[nodiscard]] bool IsReplaced() const;
   // Runs an operation on the database; false without one, or when it fails.
   template <typename Operation>
   [[nodiscard]] bool Use(Trouble& trouble, const char* what, const Operation& operation);
 
   std::string path_;
-  std::unique_ptr<platform::IndexDatabase> database_;
+  std::unique_ptr<index::IndexDatabase> database_;
   dev_t device_ = 0;
   ino_t inode_ = 0;
   std::chrono::steady_clock::time_point open_again_;

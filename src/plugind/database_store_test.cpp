@@ -9,14 +9,14 @@
 #include <string>
 
 #include "fakes/syslog_capture.h"
-#include "platform/linux/sqlite.h"
+#include "index/sqlite.h"
 #include "support/temp_dir.h"
 
 namespace keldo::plugind {
 namespace {
 
+using index::IndexDatabase;
 using keldoindexutils::MediaInfo;
-using platform::IndexDatabase;
 using testing::CapturedSyslog;
 
 class DatabaseStoreTest : public ::testing::Test {
@@ -109,7 +109,7 @@ TEST_F(DatabaseStoreTest, ABusyIndexIsLoggedOnceWhileItLasts) {
   DatabaseStore store(path_);
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &raw), SQLITE_OK);
-  const platform::UniqueSqlite other(raw);
+  const index::UniqueSqlite other(raw);
   ASSERT_EQ(sqlite3_exec(raw, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
   EXPECT_FALSE(store.AddFinished("/v/a.jpg"));
   EXPECT_EQ(store.Version("/v/a.jpg"), 0) << "reading goes on";

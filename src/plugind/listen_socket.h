@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::plugind {
 

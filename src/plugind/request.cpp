@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "base/path.h"
-#include "platform/linux/json_line.h"
+#include "util/json_line.h"
+#include "util/path.h"
 
 namespace keldo::plugind {
 namespace {
@@ -32,7 +32,7 @@ std::string Quoted(std::string_view text) {
 
 Json::Value Parsed(std::string_view text) {
   Json::Value value;
-  if (!platform::ParseJsonObject(text, value)) throw RequestError("it is no JSON object");
+  if (!ParseJsonObject(text, value)) throw RequestError("it is no JSON object");
   return value;
 }
 
@@ -131,14 +131,14 @@ Json::Value Reply(std::string_view text, IndexStore& store) {
 
 Answer AnswerRequest(std::string_view text, IndexStore& store) {
   try {
-    return {.reply = platform::JsonLine(Reply(text, store)), .problem = {}};
+    return {.reply = JsonLine(Reply(text, store)), .problem = {}};
   } catch (const std::exception& error) {
     return Refusal(error.what());
   }
 }
 
 Answer Refusal(std::string problem) {
-  return {.reply = platform::JsonLine(Outcome(false)), .problem = std::move(problem)};
+  return {.reply = JsonLine(Outcome(false)), .problem = std::move(problem)};
 }
 
 }  // namespace keldo::plugind

@@ -7,9 +7,9 @@
 #include <optional>
 #include <unordered_map>
 
-#include "base/unique_fd.h"
 #include "plugind/connection.h"
 #include "plugind/listen_socket.h"
+#include "util/unique_fd.h"
 
 namespace keldo::plugind {
 

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "fakes/fake_platform.h"
-#include "photo/convert_command.h"
+#include "render/convert_command.h"
 #include "support/image_likeness.h"
 #include "support/jpeg_facts.h"
 

@@ -9,7 +9,7 @@
 #include "convert/running.h"
 #include "convert/sources.h"
 #include "fakes/core_test.h"
-#include "photo/thumb_request.h"
+#include "render/thumb_request.h"
 #include "support/natural_picture.h"
 #include "support/temp_dir.h"
 

@@ -5,7 +5,7 @@
 
 #include "convert/comparison.h"
 #include "fakes/fake_platform.h"
-#include "photo/convert_command.h"
+#include "render/convert_command.h"
 
 namespace keldo::testing {
 namespace {

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <csignal>
 
-#include "base/path.h"
 #include "e2e/fixtures.h"
 #include "e2e/waiting.h"
+#include "util/path.h"
 
 namespace keldo::testing {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <map>
 
-#include "base/path.h"
 #include "e2e/fixtures.h"
 #include "e2e/real_pictures.h"
+#include "util/path.h"
 
 namespace keldo::testing {
 namespace {

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <sstream>
 
-#include "base/path.h"
 #include "support/pictures.h"
+#include "util/path.h"
 
 namespace keldo::testing {
 

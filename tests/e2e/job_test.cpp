@@ -213,6 +213,10 @@ TEST_F(JobTest, BaseThumbnailInTheOtherSpellingIsMadeAgain) {
   std::filesystem::rename(box.Outside(ThumbOf("a.jpg", "XL")),
                           box.Outside(MetadataOf("a.jpg") + "/KELDOPHOTO:THUMB_XL.jpg"));
   box.Remove(ThumbOf("a.jpg", "S"));
+  // Phase 1 is rendered again only where it is older than its source, the new XL thumbnail.
+  const std::time_t next_year = std::time(nullptr) + 365L * 24 * 3600;
+  for (const char* kind : {"L", "SM"})
+    box.SetTime(ThumbOf("a.jpg", kind), next_year);
   const auto calls = Calls(box.RunOn(), "convert-thumb");
   ASSERT_EQ(calls.size(), 1U);
   EXPECT_EQ(calls[0].at(3), kPhotoA);

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 

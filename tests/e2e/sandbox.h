@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "base/unique_fd.h"
 #include "e2e/log_collector.h"
 #include "e2e/scripted_daemon.h"
 #include "standins/invocation.h"
 #include "support/temp_dir.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 

@@ -6,9 +6,9 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "base/path.h"
 #include "e2e/sandbox.h"
 #include "support/pictures.h"
+#include "util/path.h"
 
 namespace keldo::testing {
 

@@ -26,7 +26,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

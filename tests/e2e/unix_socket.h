@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 

@@ -4,13 +4,13 @@
 #include <cstdarg>
 
 #include "fakes/fake_platform.h"
-#include "platform/isolated.h"
 #include "platform/system.h"
-#include "platform/termination.h"
+#include "process/isolated.h"
+#include "util/termination.h"
 
 using keldo::testing::fake;
 
-namespace keldo::platform {
+namespace keldo::process {
 
 IsolatedResult RunIsolated(const std::function<int(std::string& output)>& work) {
   IsolatedResult result;
@@ -19,6 +19,10 @@ IsolatedResult RunIsolated(const std::function<int(std::string& output)>& work) 
   result.finished = true;
   return result;
 }
+
+}  // namespace keldo::process
+
+namespace keldo {
 
 void HoldTermination() {
   fake().Enter("HoldTermination");
@@ -34,7 +38,7 @@ int WaitForEvents(std::span<pollfd> events, int timeout_ms) {
   return poll(events.data(), events.size(), timeout_ms);
 }
 
-}  // namespace keldo::platform
+}  // namespace keldo
 
 void AppLogError(int level, const char* format, ...) {
   fake().Enter("AppLogError", level);

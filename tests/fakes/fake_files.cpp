@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/handles.h"
-#include "base/path.h"
 #include "fakes/fake_platform.h"
 #include "platform/ea_dir.h"
 #include "platform/error.h"
@@ -16,6 +14,8 @@
 #include "platform/filesystem_type.h"
 #include "platform/index_filesystem.h"
 #include "platform/system.h"
+#include "util/handles.h"
+#include "util/path.h"
 
 using keldo::testing::fake;
 

@@ -12,7 +12,7 @@
 #include "platform/filesystem_type.h"
 #include "platform/index_filesystem.h"
 #include "platform/key_value_file.h"
-#include "platform/paths.h"
+#include "thumbs/paths.h"
 
 namespace keldo::testing {
 namespace {

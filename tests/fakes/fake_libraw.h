@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "raw/libraw_file.h"
+#include "render/libraw_file.h"
 
 namespace keldo::testing {
 

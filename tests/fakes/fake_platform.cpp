@@ -10,9 +10,9 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "base/handles.h"
-#include "base/unique_fd.h"
 #include "fakes/syslog_capture.h"
+#include "util/handles.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

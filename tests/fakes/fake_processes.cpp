@@ -7,6 +7,7 @@
 
 #include "fakes/fake_platform.h"
 #include "platform/process.h"
+#include "process/child.h"
 
 using keldo::testing::fake;
 using keldo::testing::PopenCall;
@@ -81,10 +82,10 @@ int KLIBCProcPidFileCreate(const char* path) {
   return 0;
 }
 
-namespace keldo::platform {
+namespace keldo::process {
 
 void EnsureStandardDescriptors() {
   fake().Enter("EnsureStandardDescriptors");
 }
 
-}  // namespace keldo::platform
+}  // namespace keldo::process

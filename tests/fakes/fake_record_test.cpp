@@ -13,12 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "base/handles.h"
-#include "base/unique_fd.h"
 #include "fakes/core_test.h"
 #include "platform/file.h"
-#include "platform/paths.h"
 #include "platform/process.h"
+#include "thumbs/paths.h"
+#include "util/handles.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

@@ -13,12 +13,12 @@
 #include "platform/error.h"
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
-#include "platform/isolated.h"
-#include "platform/paths.h"
 #include "platform/process.h"
 #include "platform/system.h"
-#include "platform/termination.h"
 #include "platform/text.h"
+#include "process/isolated.h"
+#include "thumbs/paths.h"
+#include "util/termination.h"
 
 namespace keldo::testing {
 namespace {
@@ -90,20 +90,20 @@ TEST_F(FakeServicesTest, IsolatedWorkRunsHereAndCanCrash) {
     output = "made";
     return 3;
   };
-  const platform::IsolatedResult result = platform::RunIsolated(work);
+  const process::IsolatedResult result = process::RunIsolated(work);
   EXPECT_TRUE(result.finished);
   EXPECT_EQ(result.status, 3);
   EXPECT_EQ(result.output, "made");
   fake().FailCall("RunIsolated");
-  EXPECT_FALSE(platform::RunIsolated(work).finished);
+  EXPECT_FALSE(process::RunIsolated(work).finished);
 }
 
 TEST_F(FakeServicesTest, TerminationIsLetInWhereTheProgramSaysSo) {
   int let_in = 0;
   fake().on_let_termination_in = [&] { ++let_in; };
-  platform::HoldTermination();
-  platform::LetTerminationIn();
-  EXPECT_EQ(platform::WaitForEvents({}, 0), 0);
+  HoldTermination();
+  LetTerminationIn();
+  EXPECT_EQ(WaitForEvents({}, 0), 0);
   EXPECT_EQ(let_in, 1);
   EXPECT_EQ(fake().calls,
             (Texts{"HoldTermination()", "LetTerminationIn()", "WaitForEvents(0, 0)"}));

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "fakes/fake_platform.h"
-#include "profile/thumb_profile.h"
+#include "thumbs/thumb_profile.h"
 
 namespace keldo::testing {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

@@ -10,8 +10,8 @@
 #include "fakes/core_test.h"
 #include "fakes/fake_libraw.h"
 #include "fakes/profiles.h"
-#include "platform/paths.h"
-#include "profile/thumb_job.h"
+#include "thumbs/paths.h"
+#include "thumbs/thumb_job.h"
 
 namespace keldo::testing {
 

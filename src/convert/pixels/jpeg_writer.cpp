@@ -17,8 +17,8 @@
 // Needs jpeglib.h.
 #include <jerror.h>
 
-#include "convert/image_error.h"
 #include "convert/pixels/huffman_tables.h"
+#include "convert/pixels/image_error.h"
 
 namespace keldo::convert {
 namespace {

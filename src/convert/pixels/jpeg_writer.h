@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
-#include "convert/geometry.h"
-#include "convert/image_reader.h"
+#include "convert/pixels/geometry.h"
+#include "convert/pixels/image_reader.h"
 #include "convert/pixels/row_sink.h"
 
 namespace keldo::convert {

@@ -13,12 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "base/unique_fd.h"
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "support/image_likeness.h"
 #include "support/jpeg_facts.h"
 #include "support/natural_picture.h"
 #include "support/pictures.h"
+#include "util/unique_fd.h"
 
 namespace keldo::convert {
 namespace {

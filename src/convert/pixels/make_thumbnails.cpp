@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "convert/pixels/jpeg_writer.h"
 #include "convert/pixels/resizer.h"
 #include "convert/pixels/row_kernels.h"

@@ -3,8 +3,8 @@
 
 #include <span>
 
-#include "convert/image_reader.h"
-#include "convert/plan.h"
+#include "convert/pixels/image_reader.h"
+#include "convert/pixels/plan.h"
 
 namespace keldo::convert {
 

@@ -6,8 +6,8 @@
 #include <functional>
 #include <vector>
 
-#include "convert/geometry.h"
 #include "convert/pixels/filter_weights.h"
+#include "convert/pixels/geometry.h"
 #include "convert/pixels/row_kernels.h"
 #include "convert/pixels/sample_buffer.h"
 

@@ -6,9 +6,9 @@
 #include <functional>
 #include <vector>
 
-#include "convert/geometry.h"
+#include "convert/pixels/geometry.h"
+#include "convert/pixels/plan.h"
 #include "convert/pixels/row_kernels.h"
-#include "convert/plan.h"
 
 namespace keldo::convert {
 

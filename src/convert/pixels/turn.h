@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "convert/geometry.h"
+#include "convert/pixels/geometry.h"
 #include "convert/pixels/row_sink.h"
 
 namespace keldo::convert {

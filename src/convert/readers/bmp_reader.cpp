@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "convert/readers/density.h"
-#include "platform/linux/byte_order.h"
+#include "util/byte_order.h"
 
 namespace keldo::convert {
 namespace {
@@ -39,40 +39,40 @@ Header ReadOs2Header(const std::uint8_t* header) {
   return {.palette = kFileHeader + kOs2Header,
           .palette_step = 3,
           .colours = 256,
-          .width = platform::LittleEndian16(header + 4),
-          .height = platform::LittleEndian16(header + 6),
-          .bits = platform::LittleEndian16(header + 10)};
+          .width = LittleEndian16(header + 4),
+          .height = LittleEndian16(header + 6),
+          .bits = LittleEndian16(header + 10)};
 }
 
 // Resolutions are in pixels a metre.
 Density DensityFrom(const std::uint8_t* header) {
   constexpr double kCentimetres = 100.0;
-  const std::uint32_t x = platform::LittleEndian32(header + 24);
-  const std::uint32_t y = platform::LittleEndian32(header + 28);
+  const std::uint32_t x = LittleEndian32(header + 24);
+  const std::uint32_t y = LittleEndian32(header + 28);
   if (x == 0 || y == 0) return {};
   return {.unit = 2, .x = DensityValue(x / kCentimetres), .y = DensityValue(y / kCentimetres)};
 }
 
 Header ReadWindowsHeader(const std::uint8_t* header) {
-  RefuseUnless(platform::LittleEndian32(header + 16) == 0, "a compressed bitmap");
-  const std::uint32_t colours = platform::LittleEndian32(header + 32);
+  RefuseUnless(LittleEndian32(header + 16) == 0, "a compressed bitmap");
+  const std::uint32_t colours = LittleEndian32(header + 32);
   return {.palette = kFileHeader + kWindowsHeader,
           .palette_step = 4,
           .colours = colours == 0 ? 256 : colours,
-          .width = static_cast<std::int32_t>(platform::LittleEndian32(header + 4)),
-          .height = static_cast<std::int32_t>(platform::LittleEndian32(header + 8)),
-          .bits = platform::LittleEndian16(header + 14),
+          .width = static_cast<std::int32_t>(LittleEndian32(header + 4)),
+          .height = static_cast<std::int32_t>(LittleEndian32(header + 8)),
+          .bits = LittleEndian16(header + 14),
           .density = DensityFrom(header)};
 }
 
 Header ReadHeader(Bytes file) {
   if (file.size() < kFileHeader + kOs2Header) RefuseCutOff();
   const std::uint8_t* header = file.data() + kFileHeader;
-  const std::uint32_t size = platform::LittleEndian32(header);
+  const std::uint32_t size = LittleEndian32(header);
   RefuseUnless(size == kOs2Header || size == kWindowsHeader, "a bitmap with an unknown header");
   if (file.size() < kFileHeader + size) RefuseCutOff();
   Header result = size == kOs2Header ? ReadOs2Header(header) : ReadWindowsHeader(header);
-  result.pixels = platform::LittleEndian32(file.data() + 10);
+  result.pixels = LittleEndian32(file.data() + 10);
   if (result.pixels < kFileHeader + size) RefuseCutOff();
   return result;
 }

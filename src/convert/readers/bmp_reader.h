@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "convert/image_reader.h"
+#include "convert/pixels/image_reader.h"
 
 namespace keldo::convert {
 

@@ -4,11 +4,11 @@
 #include <optional>
 
 #include "convert/readers/density.h"
-#include "platform/linux/tiff_directory.h"
+#include "media/tiff_directory.h"
 
 namespace keldo::convert {
 
-using platform::TiffDirectory;
+using media::TiffDirectory;
 
 int OrientationOf(Bytes exif) {
   const std::uint32_t orientation =

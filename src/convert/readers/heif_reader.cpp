@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "convert/readers/exif_orientation.h"
 #include "convert/readers/few_processors.h"
 #include "convert/readers/flatten.h"
 #include "convert/readers/heif_codec.h"
-#include "platform/linux/byte_order.h"
+#include "util/byte_order.h"
 
 namespace keldo::convert {
 namespace {
@@ -104,7 +104,7 @@ class HeifReader : public ImageReader {
     if (size <= kOffsetSize || size > most) return;
     std::vector<std::uint8_t> block(size);
     if (codec.metadata(handle_.get(), id, block.data()).code != heif_error_Ok) return;
-    const std::size_t offset = platform::BigEndian32(block.data());
+    const std::size_t offset = BigEndian32(block.data());
     const Bytes exif = Bytes(block).subspan(kOffsetSize);
     if (offset < exif.size()) info_.density = DensityWithExif(exif.subspan(offset), info_.density);
   }
@@ -138,7 +138,7 @@ class HeifReader : public ImageReader {
   const std::uint8_t* Shallow(const std::uint8_t* row) {
     constexpr unsigned kByte = 255;
     for (std::size_t i = 0; i < row_.size(); ++i) {
-      const unsigned value = std::min<unsigned>(platform::LittleEndian16(row + 2 * i), most_);
+      const unsigned value = std::min<unsigned>(LittleEndian16(row + 2 * i), most_);
       row_[i] = static_cast<std::uint8_t>((value * kByte + most_ / 2) / most_);
     }
     return row_.data();

@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "convert/image_reader.h"
-#include "convert/readers/format.h"
+#include "convert/pixels/image_reader.h"
+#include "media/format.h"
 
 namespace keldo::convert {
 

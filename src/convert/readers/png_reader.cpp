@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "convert/readers/codec_library.h"
 #include "convert/readers/density.h"
 #include "convert/readers/flatten.h"
-#include "platform/linux/byte_order.h"
+#include "util/byte_order.h"
 
 namespace keldo::convert {
 namespace {
@@ -140,8 +140,7 @@ class PngReader : public ImageReader {
     if (file.size() < kHeight + 4) {
       throw ImageError(ImageError::Kind::kCorrupt, "the PNG file ends in its header");
     }
-    CheckLimits(limits, platform::BigEndian32(file.data() + kWidth),
-                platform::BigEndian32(file.data() + kHeight), 0);
+    CheckLimits(limits, BigEndian32(file.data() + kWidth), BigEndian32(file.data() + kHeight), 0);
   }
 
   void Prepare(const Limits& limits) {

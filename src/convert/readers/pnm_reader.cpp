@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "convert/image_error.h"
-#include "platform/linux/byte_order.h"
+#include "convert/pixels/image_error.h"
+#include "util/byte_order.h"
 
 namespace keldo::convert {
 namespace {
@@ -95,7 +95,7 @@ class PnmReader : public ImageReader {
         row_[i] = Scaled(row[i]);
     } else {
       for (std::size_t i = 0; i < samples_; ++i)
-        row_[i] = Scaled(platform::BigEndian16(row + 2 * i));
+        row_[i] = Scaled(BigEndian16(row + 2 * i));
     }
     return row_.data();
   }

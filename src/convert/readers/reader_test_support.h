@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "convert/image_error.h"
-#include "convert/image_reader.h"
+#include "convert/pixels/image_error.h"
+#include "convert/pixels/image_reader.h"
 
 namespace keldo::convert::testing {
 

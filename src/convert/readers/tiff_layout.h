@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "convert/image_reader.h"
+#include "convert/pixels/image_reader.h"
 #include "convert/readers/flatten.h"
 
 namespace keldo::convert {

@@ -6,11 +6,11 @@
 #include <string_view>
 #include <vector>
 
-#include "convert/image_error.h"
+#include "convert/pixels/image_error.h"
 #include "convert/readers/codec_library.h"
 #include "convert/readers/exif_orientation.h"
 #include "convert/readers/flatten.h"
-#include "platform/linux/byte_order.h"
+#include "util/byte_order.h"
 
 namespace keldo::convert {
 namespace {
@@ -40,7 +40,7 @@ std::optional<Bytes> FindChunk(Bytes file, std::string_view name, Feature featur
   if (file.size() < place + kChunkHeader + 1 || NameAt(file, place) != "VP8X") return std::nullopt;
   if ((file[place + kChunkHeader] & feature) == 0) return std::nullopt;
   while (file.size() - place >= kChunkHeader) {
-    const std::size_t size = platform::LittleEndian32(file.data() + place + 4);
+    const std::size_t size = LittleEndian32(file.data() + place + 4);
     const std::size_t room = file.size() - place - kChunkHeader;
     if (size > room) return std::nullopt;
     if (NameAt(file, place) == name) return file.subspan(place + kChunkHeader, size);

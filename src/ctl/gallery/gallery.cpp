@@ -10,13 +10,13 @@
 #include <ostream>
 #include <utility>
 
-#include "base/unique_fd.h"
 #include "ctl/gallery/page.h"
 #include "ctl/gallery/page_data.h"
-#include "ctl/library.h"
-#include "platform/linux/atomic_file.h"
-#include "platform/linux/file_content.h"
-#include "platform/linux/path_key.h"
+#include "ctl/library/library.h"
+#include "util/atomic_file.h"
+#include "util/file_content.h"
+#include "util/path_key.h"
+#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {
@@ -24,9 +24,9 @@ namespace {
 constexpr const char* kStandardOutput = "-";
 
 std::string DirectoryOfPage(const std::string& output) {
-  if (output == kStandardOutput) return platform::PathKey(".");
-  const std::string page = platform::PathKey(output);
-  return std::string(platform::ParentOfKey(page));
+  if (output == kStandardOutput) return PathKey(".");
+  const std::string page = PathKey(output);
+  return std::string(ParentOfKey(page));
 }
 
 // Why no page may be put there; empty when it may. A slip such as "-o *.jpg" shall cost nobody a
@@ -36,7 +36,7 @@ std::string ProblemWithOutput(const std::string& path) {
   if (::stat(path.c_str(), &status) == 0) {
     if (S_ISDIR(status.st_mode)) return std::strerror(EISDIR);
     if (!S_ISREG(status.st_mode)) return "is no ordinary file";
-    const UniqueFd fd = platform::OpenRegularFile(path.c_str());
+    const UniqueFd fd = OpenRegularFile(path.c_str());
     std::array<char, 16> head{};
     const ssize_t count = fd.valid() ? ::read(fd.get(), head.data(), head.size()) : -1;
     if (count < 0) return std::strerror(errno);
@@ -44,7 +44,7 @@ std::string ProblemWithOutput(const std::string& path) {
       return "exists and is no web page; it is left alone";
     }
   }
-  const std::string parent(platform::ParentOfKey(path));
+  const std::string parent(ParentOfKey(path));
   if (::access(parent.c_str(), W_OK | X_OK) != 0) return std::strerror(errno);
   return {};
 }
@@ -73,7 +73,7 @@ std::string Summary(const std::string& output, const PageData& data) {
 
 int WriteGallery(const GalleryRequest& request, Console& console) {
   const bool to_file = request.output != kStandardOutput;
-  const std::string path = to_file ? platform::PathKey(request.output) : "";
+  const std::string path = to_file ? PathKey(request.output) : "";
   // Told before a large library is looked through.
   const std::string problem = to_file ? ProblemWithOutput(path) : "";
   if (!problem.empty()) return console.Fail(request.output, problem);
@@ -86,7 +86,7 @@ int WriteGallery(const GalleryRequest& request, Console& console) {
   const std::string page = RenderPage(TitleFor(request), data.Json(std::time(nullptr), !complete));
   if (!to_file) {
     console.out() << page;
-  } else if (!platform::ReplaceFile(path, page)) {
+  } else if (!ReplaceFile(path, page)) {
     return console.Fail(request.output, std::strerror(errno));
   } else if (!console.style().quiet) {
     console.out() << Summary(request.output, data) << "\n";

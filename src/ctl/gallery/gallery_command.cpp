@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "ctl/command.h"
+#include "ctl/commands/command.h"
 #include "ctl/gallery/gallery.h"
 
 namespace keldo::ctl {

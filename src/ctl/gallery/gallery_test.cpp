@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/library_test_support.h"
+#include "ctl/library/library_test_support.h"
 
 namespace keldo::ctl {
 namespace {

@@ -6,13 +6,13 @@
 #include <string_view>
 #include <utility>
 
-#include "base/path.h"
+#include "ctl/commands/mask_text.h"
 #include "ctl/console.h"
-#include "ctl/diagnosis.h"
 #include "ctl/gallery/script_json.h"
 #include "ctl/gallery/url.h"
-#include "ctl/mask_text.h"
-#include "platform/linux/path_key.h"
+#include "ctl/library/diagnosis.h"
+#include "util/path.h"
+#include "util/path_key.h"
 
 namespace keldo::ctl {
 namespace {
@@ -145,10 +145,10 @@ std::string PageData::Json(std::time_t made, bool partial) const {
 }
 
 std::string DirectoryAbove(const std::vector<std::string>& roots) {
-  std::string above(platform::ParentOfKey(roots.front()));
+  std::string above(ParentOfKey(roots.front()));
   for (const std::string& root : roots) {
     while (!IsBelow(root, above) || root == above) {
-      above = platform::ParentOfKey(above);
+      above = ParentOfKey(above);
     }
   }
   return above;

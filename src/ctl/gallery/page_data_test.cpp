@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "ctl/library_test_support.h"
-#include "platform/linux/json_line.h"
+#include "ctl/library/library_test_support.h"
+#include "util/json_line.h"
 
 namespace keldo::ctl {
 namespace {
@@ -28,7 +28,7 @@ class PageDataOf : public LibraryTest {
     json_ = data.Json(1'700'000'000, false);
     counts_ = data.counts();
     Json::Value value;
-    EXPECT_TRUE(platform::ParseJsonObject(json_, value)) << json_;
+    EXPECT_TRUE(ParseJsonObject(json_, value)) << json_;
     return value;
   }
 
@@ -149,7 +149,7 @@ TEST_F(PageDataOf, ALibraryWithoutPhotosIsOneToo) {
   std::filesystem::create_directories(In("photo"));
   PageData data(In(""), {In("photo")});
   Json::Value value;
-  EXPECT_TRUE(platform::ParseJsonObject(data.Json(0, true), value));
+  EXPECT_TRUE(ParseJsonObject(data.Json(0, true), value));
   EXPECT_TRUE(value["folders"].empty());
   EXPECT_TRUE(value["partial"].asBool());
 }

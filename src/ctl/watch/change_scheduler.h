@@ -8,13 +8,13 @@
 #include <string>
 #include <utility>
 
-#include "platform/linux/deadline.h"
+#include "util/deadline.h"
 
 namespace keldo::ctl {
 
 /// How patient the scheduler is. All follow from the quiet period.
 struct SchedulerTimes {
-  using Duration = platform::Clock::duration;
+  using Duration = Clock::duration;
 
   /// A directory has its turn when nothing happened in it for so long.
   Duration quiet;
@@ -40,7 +40,7 @@ enum class TurnEnd {
 /// and no processes: the time is always given.
 class ChangeScheduler {
  public:
-  using TimePoint = platform::Clock::time_point;
+  using TimePoint = Clock::time_point;
 
   /// A directory whose turn it is, and the photos in it that are known to have changed.
   struct Turn {

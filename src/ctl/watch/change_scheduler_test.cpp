@@ -40,7 +40,7 @@ class ChangeSchedulerTest : public ::testing::Test {
     return due ? std::optional<Duration>(*due - start_) : std::nullopt;
   }
 
-  platform::Clock::time_point start_ = platform::Clock::time_point(1000h);
+  Clock::time_point start_ = Clock::time_point(1000h);
   ChangeScheduler scheduler_{SchedulerTimes::FromQuietPeriod(5s), 2};
   std::set<std::string> photos_;
   bool is_idle_work_ = false;

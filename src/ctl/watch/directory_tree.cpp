@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <utility>
 
-#include "base/handles.h"
-#include "base/path.h"
-#include "files/tree_walk.h"
+#include "thumbs/tree_walk.h"
+#include "util/handles.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {
@@ -51,7 +51,7 @@ void DirectoryTree::Work(TimePoint until) {
       VisitOne(visit);
     }
     if (pending_.empty() && sweep_) Sweep();
-  } while (HasWork() && platform::Clock::now() < until);
+  } while (HasWork() && Clock::now() < until);
 }
 
 void DirectoryTree::LookAtAll() {

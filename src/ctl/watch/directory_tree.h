@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "ctl/watch/inotify.h"
-#include "platform/linux/deadline.h"
+#include "util/deadline.h"
 
 struct inotify_event;
 struct stat;
@@ -50,7 +50,7 @@ class TreeListener {
 /// can do other things during the walk over a large tree.
 class DirectoryTree {
  public:
-  using TimePoint = platform::Clock::time_point;
+  using TimePoint = Clock::time_point;
 
   DirectoryTree(Inotify& inotify, TreeListener& listener);
 

@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
-#include "base/unique_fd.h"
 #include "ctl/watch/tree_test_support.h"
+#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {
@@ -111,7 +111,7 @@ TEST_F(DirectoryTreeTest, LosesNothingWhileATreeIsVisited) {
   MakeDirs("1");
   tree_.ReadEvents();
   ASSERT_TRUE(tree_.HasWork());
-  tree_.Work(platform::Clock::now());  // "1" is watched and read.
+  tree_.Work(Clock::now());  // "1" is watched and read.
   MakeDirs("1/2/3");
   Write("1/2/3/photo.jpg");
   Settle();

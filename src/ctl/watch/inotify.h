@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 

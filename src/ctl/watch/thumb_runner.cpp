@@ -11,7 +11,7 @@ namespace {
 // A descriptor that is closed: the child gets /dev/null in its place.
 constexpr int kNowhere = -1;
 // A time that is past.
-constexpr platform::Clock::time_point kAtOnce{};
+constexpr Clock::time_point kAtOnce{};
 
 }  // namespace
 
@@ -21,11 +21,11 @@ ThumbRunner::ThumbRunner(std::string program, std::string profile_path, bool sho
       show_messages_(show_messages) {}
 
 int ThumbRunner::Start(const std::string& directory) {
-  platform::ChildPlan plan{program_, {program_, profile_path_, directory}};
+  process::ChildPlan plan{program_, {program_, profile_path_, directory}};
   plan.stdout_fd = kNowhere;
   plan.stderr_fd = show_messages_ ? STDERR_FILENO : kNowhere;
   int error = 0;
-  std::optional<platform::Child> child = platform::Child::Start(plan, error);
+  std::optional<process::Child> child = process::Child::Start(plan, error);
   if (!child) return error;
   running_.push_back({std::move(*child), directory});
   return 0;

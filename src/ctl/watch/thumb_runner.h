@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/child.h"
+#include "process/child.h"
 
 namespace keldo::ctl {
 
@@ -42,7 +42,7 @@ class ThumbRunner {
 
  private:
   struct Running {
-    platform::Child child;
+    process::Child child;
     std::string directory;
   };
 

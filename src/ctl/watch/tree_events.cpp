@@ -4,11 +4,11 @@
 
 #include <cstring>
 
-#include "base/path.h"
 #include "ctl/watch/directory_tree.h"
-#include "files/index.h"
 #include "platform/file_types.h"
 #include "platform/text.h"
+#include "thumbs/index.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {

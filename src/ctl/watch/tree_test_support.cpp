@@ -47,7 +47,7 @@ void DirectoryTreeTest::Settle() {
   do {
     tree_.ReadEvents();
     while (tree_.HasWork())
-      tree_.Work(platform::Clock::now());
+      tree_.Work(Clock::now());
   } while (inotify_.fd() >= 0 && ::poll(&event, 1, 0) > 0);
 }
 

@@ -14,13 +14,13 @@
 #include <string>
 #include <vector>
 
-#include "ctl/command.h"
-#include "ctl/make_options.h"
+#include "ctl/commands/command.h"
+#include "ctl/make/make_options.h"
 #include "ctl/watch/inotify.h"
 #include "ctl/watch/watch_loop.h"
-#include "files/index.h"
-#include "platform/linux/stop_signals.h"
-#include "platform/paths.h"
+#include "process/stop_signals.h"
+#include "thumbs/index.h"
+#include "thumbs/paths.h"
 
 namespace keldo::ctl {
 namespace {
@@ -59,9 +59,8 @@ struct Request {
   MakeSettings make;
 };
 
-platform::Clock::duration Seconds(double seconds) {
-  return std::chrono::duration_cast<platform::Clock::duration>(
-      std::chrono::duration<double>(seconds));
+Clock::duration Seconds(double seconds) {
+  return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
 // "nan" passes for a number, and lies in every range.
@@ -109,7 +108,7 @@ int RunWatch(const Request& request, CommandContext& context) {
   // Each run's converter gets one processor: -j says how many are used.
   setenv("MAGICK_THREAD_LIMIT", "1", 1);
   setenv("OMP_NUM_THREADS", "1", 1);
-  const platform::StopSignals signals;
+  const process::StopSignals signals;
   Inotify inotify;
   WatchLoop(settings, inotify, console, signals.fd()).Run();
   return kAllWell;

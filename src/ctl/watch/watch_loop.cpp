@@ -9,10 +9,10 @@
 #include <ostream>
 #include <utility>
 
-#include "ctl/care/work_queue_file.h"
-#include "ctl/diagnosis.h"
-#include "ctl/maker.h"
-#include "platform/termination.h"
+#include "ctl/commands/work_queue_file.h"
+#include "ctl/library/diagnosis.h"
+#include "ctl/make/maker.h"
+#include "util/termination.h"
 
 namespace keldo::ctl {
 namespace {
@@ -44,7 +44,7 @@ std::vector<Trouble> FindTroubles(const DirectoryState& directory, bool with_unf
   return troubles;
 }
 
-std::string SecondsText(platform::Clock::duration duration) {
+std::string SecondsText(Clock::duration duration) {
   return Counted(static_cast<long>(std::chrono::duration_cast<seconds>(duration).count()),
                  "second");
 }
@@ -74,12 +74,12 @@ void WatchLoop::Run() {
 bool WatchLoop::WaitForNews() const {
   std::vector<pollfd> events{{stop_fd_, POLLIN, 0}, {inotify_.fd(), POLLIN, 0}};
   runner_.AddEvents(events);
-  const int count = platform::WaitForEvents(events, platform::MillisecondsUntil(NextNews()));
+  const int count = WaitForEvents(events, MillisecondsUntil(NextNews()));
   // Interrupted by a signal, it has news in the stop descriptor, or none.
   return count > 0 && events.front().revents != 0;
 }
 
-platform::Clock::time_point WatchLoop::NextNews() const {
+Clock::time_point WatchLoop::NextNews() const {
   const Clock::time_point now = Clock::now();
   if (tree_.HasWork()) return now;
   Clock::time_point next = next_rescan_;

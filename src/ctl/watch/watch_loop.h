@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ctl/console.h"
-#include "ctl/photo_scan.h"
+#include "ctl/library/photo_scan.h"
 #include "ctl/watch/change_scheduler.h"
 #include "ctl/watch/directory_tree.h"
 #include "ctl/watch/inotify.h"
@@ -21,8 +21,8 @@ namespace keldo::ctl {
 
 struct WatchSettings {
   std::vector<std::string> roots;  ///< Absolute, without a slash at the end.
-  platform::Clock::duration quiet = std::chrono::seconds(5);
-  platform::Clock::duration rescan = std::chrono::minutes(10);
+  Clock::duration quiet = std::chrono::seconds(5);
+  Clock::duration rescan = std::chrono::minutes(10);
   int jobs = 1;
   std::string keldothumb;    ///< The program.
   std::string profile_path;  ///< Its profile file.
@@ -41,7 +41,6 @@ class WatchLoop : private TreeListener {
   void Run();
 
  private:
-  using Clock = platform::Clock;
 
   // A run that is under way.
   struct CurrentRun {

@@ -18,8 +18,8 @@
 #include <thread>
 #include <vector>
 
-#include "base/unique_fd.h"
 #include "ctl/watch/watch_test_support.h"
+#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {

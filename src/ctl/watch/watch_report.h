@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/photo_scan.h"
+#include "ctl/library/photo_scan.h"
 
 namespace keldo::ctl {
 

@@ -12,7 +12,7 @@
 #include <iterator>
 #include <thread>
 
-#include "ctl/command_line.h"
+#include "ctl/commands/command_line.h"
 
 namespace keldo::ctl {
 namespace {

@@ -10,21 +10,21 @@
 #include <string>
 #include <string_view>
 
-#include "base/unique_fd.h"
 #include "platform/index_ipc.h"
-#include "platform/linux/deadline.h"
-#include "platform/linux/json_line.h"
-#include "platform/termination.h"
+#include "util/deadline.h"
+#include "util/json_line.h"
+#include "util/termination.h"
+#include "util/unique_fd.h"
 
 namespace keldoindexutils::ipc {
 namespace {
 
+using keldo::Clock;
+using keldo::JsonLine;
+using keldo::MillisecondsUntil;
+using keldo::ParseJsonObject;
 using keldo::UniqueFd;
-using keldo::platform::Clock;
-using keldo::platform::JsonLine;
-using keldo::platform::MillisecondsUntil;
-using keldo::platform::ParseJsonObject;
-using keldo::platform::WaitForEvents;
+using keldo::WaitForEvents;
 
 constexpr std::size_t kLongestReply = 1024UL * 1024;
 constexpr int kBacklogRetryMilliseconds = 20;

@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
-#include "base/unique_fd.h"
 #include "platform/index_ipc.h"
 #include "support/temp_dir.h"
+#include "util/unique_fd.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/linux/file_content.h"
-#include "platform/linux/lines.h"
+#include "util/file_content.h"
+#include "util/lines.h"
 
 namespace KELDOUtils {
 namespace {
@@ -70,7 +70,7 @@ bool IsUnderstood(std::string_view line) {
 char* NextLine(char* buffer, int size, void* stream) {
   Source& source = *static_cast<Source*>(stream);
   if (source.rest.empty() || source.failed) return nullptr;
-  const std::string_view line = WithoutComment(Trim(keldo::platform::TakeLine(source.rest)));
+  const std::string_view line = WithoutComment(Trim(keldo::TakeLine(source.rest)));
   // A line that the buffer cannot take would be cut, and the rest read as another line.
   if (line.size() >= static_cast<std::size_t>(size) || !IsUnderstood(line)) {
     source.failed = true;
@@ -102,7 +102,7 @@ std::optional<int> NumberIn(const std::string& text) {
 }  // namespace
 
 int ConfParser::loadFromFile(const char* path) {
-  const auto content = keldo::platform::ReadRegularFile(path);
+  const auto content = keldo::ReadRegularFile(path);
   if (!content) return 0;
   Source source;
   source.rest = *content;

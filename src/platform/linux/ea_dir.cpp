@@ -9,8 +9,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "base/path.h"
 #include "platform/linux/last_error.h"
+#include "util/path.h"
 
 namespace {
 

@@ -5,17 +5,17 @@
 
 #include <string>
 
-#include "platform/linux/file_content.h"
 #include "platform/linux/mount_type.h"
+#include "util/file_content.h"
 
 namespace {
 
+using keldo::ReadRegularFile;
 using keldo::platform::FindMount;
 using keldo::platform::FsType;
 using keldo::platform::FsTypeOfFuseMount;
 using keldo::platform::FsTypeOfMagic;
 using keldo::platform::kFuseMagic;
-using keldo::platform::ReadRegularFile;
 
 // A mount that cannot be found is taken for local, as every unknown file system is: refusing it
 // would leave its photos without thumbnails for good.

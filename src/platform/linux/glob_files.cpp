@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/handles.h"
-#include "base/path.h"
 #include "platform/index_filesystem.h"
+#include "util/handles.h"
+#include "util/path.h"
 
 namespace keldoindexutils::filesystem {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "index/embedded_index.h"
+#include "media/image_header.h"
 #include "platform/file_types.h"
-#include "platform/linux/embedded_index.h"
-#include "platform/linux/image_header.h"
 #include "platform/text.h"
 
 namespace keldoindexutils::ipc {
@@ -15,10 +15,10 @@ namespace {
 
 constexpr int kUnreadableImageLine = 61;
 
-using keldo::platform::Measured;
-using keldo::platform::NoteResolution;
-using keldo::platform::ReadImageHeader;
-using keldo::platform::WantedKinds;
+using keldo::index::Measured;
+using keldo::index::NoteResolution;
+using keldo::index::WantedKinds;
+using keldo::media::ReadImageHeader;
 
 int Tell(const std::string& directory, _tag_THUMB_TYPE_ type, int* mask) {
   if (mask == nullptr || (type != THUMB_TYPE_PHOTO && type != THUMB_TYPE_VIDEO)) return -1;

@@ -4,20 +4,20 @@
 
 #include <cerrno>
 
-#include "base/unique_fd.h"
 #include "platform/index_filesystem.h"
-#include "platform/linux/file_content.h"
-#include "platform/linux/lines.h"
-#include "platform/linux/locked_file.h"
+#include "util/file_content.h"
+#include "util/lines.h"
+#include "util/locked_file.h"
+#include "util/unique_fd.h"
 
 namespace keldoindexutils::filesystem {
 namespace {
 
+using keldo::HasLine;
+using keldo::OpenLocked;
+using keldo::ReadToEnd;
 using keldo::UniqueFd;
-using keldo::platform::HasLine;
-using keldo::platform::OpenLocked;
-using keldo::platform::ReadToEnd;
-using keldo::platform::WriteAll;
+using keldo::WriteAll;
 
 // Opens the queue, making it when it is missing. Invalid when it is no regular file.
 UniqueFd OpenQueue(const std::string& path) {

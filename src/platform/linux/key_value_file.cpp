@@ -7,16 +7,16 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/atomic_file.h"
-#include "platform/linux/file_content.h"
-#include "platform/linux/lines.h"
+#include "util/atomic_file.h"
+#include "util/file_content.h"
+#include "util/lines.h"
 
 namespace {
 
-using keldo::platform::HasLine;
-using keldo::platform::ReadRegularFile;
-using keldo::platform::ReplaceFile;
-using keldo::platform::TakeLine;
+using keldo::HasLine;
+using keldo::ReadRegularFile;
+using keldo::ReplaceFile;
+using keldo::TakeLine;
 
 // Copies as much as fits. Returns the whole length, so that the caller can tell a cut text.
 int CopyOut(std::string_view text, char* out, std::size_t size) {

@@ -9,8 +9,8 @@
 #include <string>
 #include <system_error>
 
-#include "base/handles.h"
 #include "platform/process.h"
+#include "util/handles.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "platform/linux/process_test_support.h"
 #include "platform/process.h"
+#include "process/process_test_support.h"
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;

@@ -1,6 +1,6 @@
 #include "platform/media_info.h"
 
-#include "platform/linux/image_header.h"
+#include "media/image_header.h"
 
 namespace keldoindexutils {
 namespace {
@@ -23,7 +23,7 @@ void MediaInfo::SetByJson(const Json::Value& media) {
 }
 
 bool KELDOIndexImgResGet(const std::string& path, unsigned& width, unsigned& height) {
-  const auto header = keldo::platform::ReadImageHeader(path);
+  const auto header = keldo::media::ReadImageHeader(path);
   if (!header) return false;
   width = static_cast<unsigned>(header->width);
   height = static_cast<unsigned>(header->height);

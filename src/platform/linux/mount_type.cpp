@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/linux/lines.h"
+#include "util/lines.h"
 
 namespace keldo::platform {
 namespace {

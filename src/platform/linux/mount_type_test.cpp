@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include "platform/linux/file_content.h"
+#include "util/file_content.h"
 
 namespace keldo::platform {
 namespace {

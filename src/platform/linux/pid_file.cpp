@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string>
 
-#include "base/unique_fd.h"
 #include "platform/process.h"
+#include "util/unique_fd.h"
 
 int KLIBCProcPidFileCreate(const char* path) {
   constexpr mode_t kMode = 0644;

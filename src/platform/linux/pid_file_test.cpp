@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/linux/process_test_support.h"
 #include "platform/process.h"
+#include "process/process_test_support.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -14,19 +14,19 @@
 #include <utility>
 #include <vector>
 
-#include "base/unique_fd.h"
-#include "platform/linux/child.h"
-#include "platform/linux/converter_names.h"
-#include "platform/linux/deadline.h"
+#include "media/converter_names.h"
 #include "platform/process.h"
-#include "platform/termination.h"
+#include "process/child.h"
+#include "util/deadline.h"
+#include "util/termination.h"
+#include "util/unique_fd.h"
 
 namespace {
 
+using keldo::Clock;
 using keldo::UniqueFd;
-using keldo::platform::Child;
-using keldo::platform::Clock;
-using keldo::platform::LiteralNames;
+using keldo::media::LiteralNames;
+using keldo::process::Child;
 
 // A child that has closed its output, or whose reader has seen enough, gets this long to end.
 constexpr std::chrono::seconds kGraceAfterClose{2};
@@ -86,10 +86,10 @@ FILE* KLIBCPopen(const char* path, const char* mode, ...) {
   FILE* stream = fdopen(reading.get(), "r");
   if (stream == nullptr) return nullptr;
   static_cast<void>(reading.release());
-  OpenStreams().emplace(stream, OpenStream{std::move(*child),
-                                           std::move(names),
-                                           Clock::now() + keldo::platform::ChildDeadline(),
-                                           {}});
+  OpenStreams().emplace(
+      stream,
+      OpenStream{
+          std::move(*child), std::move(names), Clock::now() + keldo::process::ChildDeadline(), {}});
   return stream;
 }
 
@@ -98,12 +98,12 @@ bool KLIBCPWait(FILE* stream) {
   if (found == OpenStreams().end()) return false;
   pollfd event{fileno(stream), POLLIN, 0};
   while (true) {
-    const int left = keldo::platform::MillisecondsUntil(found->second.deadline);
+    const int left = keldo::MillisecondsUntil(found->second.deadline);
     if (left == 0) {
       found->second.child.KillGroup();
       return false;
     }
-    const int ready = keldo::platform::WaitForEvents({&event, 1}, left);
+    const int ready = keldo::WaitForEvents({&event, 1}, left);
     if (ready > 0) return true;
     if (ready < 0 && errno != EINTR) return false;
   }

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "fakes/syslog_capture.h"
-#include "platform/linux/process_test_support.h"
 #include "platform/process.h"
+#include "process/process_test_support.h"
 #include "support/temp_dir.h"
 
 namespace {

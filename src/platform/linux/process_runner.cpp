@@ -6,16 +6,16 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/child.h"
-#include "platform/linux/converter_names.h"
-#include "platform/linux/deadline.h"
+#include "media/converter_names.h"
 #include "platform/process.h"
+#include "process/child.h"
+#include "util/deadline.h"
 
 namespace KELDOUtils {
 namespace {
 
-using keldo::platform::Child;
-using keldo::platform::Clock;
+using keldo::Clock;
+using keldo::process::Child;
 
 constexpr int kFailed = -1;
 
@@ -53,7 +53,7 @@ void ProcessRunner::addArguments(const char* a1, const char* a2, const char* a3,
 }
 
 int ProcessRunner::run(bool /*wait*/, bool /*detach_output*/) {
-  const keldo::platform::LiteralNames names(program_, arguments_);
+  const keldo::media::LiteralNames names(program_, arguments_);
   int error = names.error();
   std::optional<Child> child =
       error == 0 ? Child::Start({program_, names.arguments()}, error) : std::optional<Child>();
@@ -62,7 +62,7 @@ int ProcessRunner::run(bool /*wait*/, bool /*detach_output*/) {
            program_.c_str(), std::strerror(error));
     return kFailed;
   }
-  const std::chrono::seconds limit = keldo::platform::ChildDeadline();
+  const std::chrono::seconds limit = keldo::process::ChildDeadline();
   const bool ended = child->WaitUntil(Clock::now() + limit);
   const int status = child->KillAndReap();
   if (!ended) {

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/file_content.h"
-#include "platform/linux/lines.h"
+#include "util/file_content.h"
+#include "util/lines.h"
 
 namespace {
 
@@ -30,11 +30,11 @@ std::optional<long> MemTotalIn(std::string_view line) {
 // From the file rather than sysinfo(2): a container that was given less than the machine has shows
 // that here.
 int GetTotalMemory(long* total_kib) {
-  const std::optional<std::string> content = keldo::platform::ReadRegularFile("/proc/meminfo");
+  const std::optional<std::string> content = keldo::ReadRegularFile("/proc/meminfo");
   std::string_view rest;
   if (content) rest = *content;
   while (!rest.empty()) {
-    if (const auto total = MemTotalIn(keldo::platform::TakeLine(rest))) {
+    if (const auto total = MemTotalIn(keldo::TakeLine(rest))) {
       *total_kib = *total;
       return 0;
     }

@@ -3,19 +3,11 @@
 #include <cstring>
 #include <string_view>
 
+#include "util/path.h"
+
 namespace {
 
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
-
-// What follows the last '.' of the path's last component; empty when that component has no dot but
-// a leading one: ".jpg" is a hidden file without an extension.
-std::string ExtensionOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::size_t name = slash == std::string::npos ? 0 : slash + 1;
-  const std::size_t dot = path.rfind('.');
-  if (dot == std::string::npos || dot <= name) return {};
-  return path.substr(dot + 1);
-}
 
 }  // namespace
 
@@ -60,7 +52,7 @@ std::string GetPathDirName(const std::string& path) {
 }
 
 std::string GetPathExt(const std::string& path) {
-  return ExtensionOf(path);
+  return keldo::ExtensionOf(path);
 }
 
 }  // namespace KELDOUtils
@@ -68,7 +60,7 @@ std::string GetPathExt(const std::string& path) {
 namespace keldoindexutils {
 
 std::string GetFileExtension(const std::string& path) {
-  return ExtensionOf(path);
+  return keldo::ExtensionOf(path);
 }
 
 bool StartWith(const std::string& text, const std::string& prefix) {

@@ -1,0 +1,44 @@
+// The command lines that are converted here.
+//
+//   [-define registry:temporary-path=DIR] [-limit thread 1] INPUT [-profile ICC] GROUPS
+//
+// GROUPS is one of
+//   OPTIONS OUTPUT
+//   ( -clone 0 OPTIONS -write OUTPUT ) -delete 0 [( +clone OPTIONS -write OUTPUT +delete )]...
+//       OPTIONS OUTPUT
+//
+// and OPTIONS, in this order,
+//   [-define jpeg:size=WxH] -thumbnail WxH>[^] -quality Q [+profile !icc,*] [-flatten]
+//       [-auto-orient] [-rotate DEGREES] [-flop] [-unsharp RxS+G+T] [-colorspace sRGB|YCbCr]
+//
+// -quality is not optional: without it, the quality is the one that a JPEG source was made with.
+//
+// Where a file name is expected, it is one, whatever it looks like: "%d", "[1]", "*", ':' and a
+// leading '-', '+' or '@' mean nothing. Only what could be an option there is taken for one: "-",
+// and
+// "-" or "+" followed by letters and hyphens alone, such as "-strip"; a photo of that name is
+// reached as "./-strip". Outputs have a JPEG file's extension.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "convert/pixels/plan.h"
+
+namespace keldo::convert {
+
+/// A command line that was understood.
+struct Command {
+  Plan plan;
+  std::vector<std::size_t> inputs;   ///< which arguments name files that are read
+  std::vector<std::size_t> outputs;  ///< which arguments name files that are written
+};
+
+/// Understands the arguments of one run, the program's name not among them. Nothing for any command
+/// line that is not exactly of the form above; that is another converter's.
+[[nodiscard]] std::optional<Command> ParseCommand(std::span<const std::string> arguments);
+
+}  // namespace keldo::convert

@@ -1,0 +1,83 @@
+// keldothumbctl failed: the photos whose thumbnails could not be made, and why.
+#include <json/value.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "ctl/commands/command.h"
+#include "ctl/library/diagnosis.h"
+#include "ctl/library/library.h"
+
+namespace keldo::ctl {
+namespace {
+
+constexpr const char* kExamples =
+    "The reason is found by looking at the photo and the machine as they are now.\n"
+    "\n"
+    "Examples:\n"
+    "  keldothumbctl failed ~/Pictures\n"
+    "  keldothumbctl failed -0 ~/Pictures | xargs -0 file --\n"
+    "  keldothumbctl retry ~/Pictures        try them again\n";
+
+struct Request {
+  std::vector<std::string> directories;
+  std::string profile;
+  bool null_terminated = false;
+  bool json = false;
+};
+
+void Print(Console& console, const Request& request, const std::string& path) {
+  if (request.null_terminated) {
+    console.out() << path << '\0';
+  } else if (!request.json) {
+    console.out() << ShownName(path) << ": " << WhyFailed(path) << "\n";
+  }
+}
+
+int RunFailed(const Request& request, CommandContext& context) {
+  PhotoScanner scanner(ProfileToUse(request.profile, context.environment));
+  Json::Value list(Json::arrayValue);
+  bool failed = false;
+  const bool complete = ScanLibrary(CheckedDirectories(request.directories), scanner,
+                                    context.console, [&](const DirectoryState& directory) {
+                                      for (const PhotoState& photo : directory.photos) {
+                                        if (!photo.IsFailed()) continue;
+                                        failed = true;
+                                        const std::string path = PathOf(directory, photo);
+                                        Print(context.console, request, path);
+                                        if (!request.json) continue;
+                                        Json::Value entry(Json::objectValue);
+                                        SetJsonPath(entry, path);
+                                        entry["reason"] = WhyFailed(path);
+                                        list.append(entry);
+                                      }
+                                    });
+  if (request.json) {
+    Json::Value value(Json::objectValue);
+    value["failed"] = list;
+    context.console.PrintJson(value);
+  }
+  return complete && !failed ? kAllWell : kSomeFailed;
+}
+
+}  // namespace
+
+void AddFailedCommand(CLI::App& app, CommandContext& context) {
+  const auto request = std::make_shared<Request>();
+  CLI::App* command =
+      AddCommand(app, context, "failed", "List the photos that failed, with the reason");
+  CLI::Option* json = command->add_flag("--json", request->json, "Print one JSON object");
+  command
+      ->add_flag("-0,--null", request->null_terminated,
+                 "Print the paths alone, each ended by a zero byte")
+      ->excludes(json);
+  AddProfileOption(*command, request->profile);
+  AddDirectoriesArgument(*command, request->directories);
+  command->footer(kExamples);
+  OnRun(*command, context, [&context, request] { return RunFailed(*request, context); });
+}
+
+}  // namespace keldo::ctl

@@ -1,0 +1,104 @@
+// keldothumbctl index: the commands on the embedded index.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "ctl/commands/command.h"
+#include "ctl/commands/index_mask.h"
+#include "ctl/commands/index_report.h"
+#include "ctl/commands/mask_text.h"
+
+namespace keldo::ctl {
+namespace {
+
+constexpr const char* kMaskHelp =
+    "Show or set which thumbnails are wanted for a directory and all below it";
+
+constexpr const char* kMaskExamples =
+    "Kinds, with the side of their box in pixels:\n"
+    "  S 120, SM 240, M 320, B 640, L 800, XL 1280\n"
+    "As a number: S 1, M 2, B 4, L 8, XL 16, SM 32, added up.\n"
+    "\n"
+    "Examples:\n"
+    "  keldothumbctl index mask /volume1/photo            what holds, and where it was set\n"
+    "  keldothumbctl index mask /volume1/photo S,M,XL     only these three from now on\n"
+    "  keldothumbctl index mask /volume1/scans 0          none at all\n"
+    "  keldothumbctl index mask /volume1/photo default    as the directory above has it\n"
+    "  keldothumbctl index mask --video /volume1/film S   for videos\n"
+    "  keldothumbctl index mask -- -odd-name              a name that begins with a dash\n";
+
+constexpr const char* kShowExamples =
+    "Examples:\n"
+    "  keldothumbctl index show /volume1/photo\n"
+    "  keldothumbctl index show --json /volume1/photo/a.jpg | jq .finished\n";
+
+constexpr const char* kInherit = "default";
+
+// What is wrong with a MASK argument; empty when nothing is.
+std::string ProblemWithMask(const std::string& text) {
+  if (text == kInherit || ParseMask(text)) return {};
+  return "'" + text + "' is no number from 0 to 63 and no list of kinds";
+}
+
+// Takes a MASK argument without a problem, or an empty text when none was given.
+void TakeMask(const std::string& text, IndexMaskRequest& request) {
+  if (text == kInherit) {
+    request.action = IndexMaskRequest::Action::kRemove;
+  } else if (const auto mask = ParseMask(text)) {
+    request.action = IndexMaskRequest::Action::kSet;
+    request.mask = *mask;
+  }
+}
+
+void AddMaskCommand(CLI::App& index, CommandContext& context) {
+  const auto request = std::make_shared<IndexMaskRequest>();
+  const auto mask_text = std::make_shared<std::string>();
+  CLI::App* mask = AddCommand(index, context, "mask", kMaskHelp);
+  mask->add_option("DIR", request->directory, "The directory")->type_name("")->required();
+  mask->add_option("MASK", *mask_text,
+                   "The kinds wanted: S,M,XL or a number from 0 to 63; 'default' to inherit")
+      ->type_name("")
+      ->check(ProblemWithMask);
+  mask->add_flag("--video", request->video, "For the thumbnails of videos, not of photos");
+  mask->add_flag("--json", request->json, "Print one JSON object");
+  mask->footer(kMaskExamples);
+  OnRun(*mask, context, [&context, request, mask_text] {
+    TakeMask(*mask_text, *request);
+    return RunIndexMask(*request, context.environment.database_path, context.console.out(),
+                        context.console.err());
+  });
+}
+
+void AddListCommand(CLI::App& index, CommandContext& context) {
+  const auto json = std::make_shared<bool>(false);
+  CLI::App* list = AddCommand(index, context, "list", "List all masks, and count what is known");
+  list->add_flag("--json", *json, "Print one JSON object");
+  OnRun(*list, context, [&context, json] {
+    return ListIndex(context.environment.database_path, *json, context.console);
+  });
+}
+
+void AddShowCommand(CLI::App& index, CommandContext& context) {
+  const auto path = std::make_shared<std::string>();
+  const auto json = std::make_shared<bool>(false);
+  CLI::App* show = AddCommand(index, context, "show", "Show what holds for a file or directory");
+  show->add_option("PATH", *path, "The file or directory; it may be gone")
+      ->type_name("")
+      ->required();
+  show->add_flag("--json", *json, "Print one JSON object");
+  show->footer(kShowExamples);
+  OnRun(*show, context, [&context, path, json] {
+    return ShowInIndex(context.environment.database_path, *path, *json, context.console);
+  });
+}
+
+}  // namespace
+
+void AddIndexCommand(CLI::App& app, CommandContext& context) {
+  CLI::App* index = app.add_subcommand("index", "The index of the media on this machine");
+  index->require_subcommand(1);
+  AddMaskCommand(*index, context);
+  AddListCommand(*index, context);
+  AddShowCommand(*index, context);
+}
+
+}  // namespace keldo::ctl

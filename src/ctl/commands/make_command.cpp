@@ -1,0 +1,124 @@
+// keldothumbctl make and retry: making the thumbnails of whole libraries.
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ctl/commands/command.h"
+#include "ctl/commands/mask_text.h"
+#include "ctl/library/kind_profile.h"
+#include "ctl/library/library.h"
+#include "ctl/make/make_options.h"
+#include "ctl/make/make_report.h"
+#include "thumbs/dir_helpers.h"
+#include "util/path.h"
+
+namespace keldo::ctl {
+namespace {
+
+constexpr const char* kMakeExamples =
+    "What is there and current is kept. A photo that failed is tried again when it has changed, "
+    "or\n"
+    "when its folder has other work; 'retry' tries all of them. Ctrl-C stops at once: thumbnails\n"
+    "come whole or not at all, and what a converter was writing is found by 'clean'.\n"
+    "\n"
+    "Examples:\n"
+    "  keldothumbctl make ~/Pictures\n"
+    "  keldothumbctl make -j 2 --nice /volume1/photo /volume2/photo\n"
+    "  keldothumbctl make --only-missing-kinds S,M ~/Pictures   just these two kinds\n";
+
+constexpr const char* kRetryExamples =
+    "Examples:\n"
+    "  keldothumbctl failed ~/Pictures    what failed, and why\n"
+    "  keldothumbctl retry ~/Pictures     try it again\n";
+
+constexpr const char* kMarkers = "KELDOPHOTO[_:]THUMB_*.fail";
+
+struct Request {
+  std::vector<std::string> directories;
+  MakeSettings settings;
+  std::string kinds;
+  bool retry = false;
+};
+
+std::string ProblemWithKinds(const std::string& text) {
+  const std::optional<int> mask = ParseMask(text);
+  if (mask && *mask != 0) return {};
+  return "'" + text + "' is no list of kinds such as S,M,XL";
+}
+
+// Forgets the failures in a directory, so that its photos are tried again.
+void ClearMarkers(DirectoryState& directory, PhotoScanner& scanner, Console& console) {
+  for (const PhotoState& photo : directory.photos) {
+    if (!photo.IsFailed()) continue;
+    const std::string metadata = JoinPath(JoinPath(directory.path, "@eaDir"), photo.name);
+    if (!RemoveFilesByPattern(metadata, kMarkers)) {
+      console.Fail(PathOf(directory, photo), "its failure markers cannot be removed");
+    }
+  }
+  if (CountsOf(directory).failed_photos > 0) directory = scanner.Scan(directory.path);
+}
+
+std::vector<DirectoryState> FindWork(const Request& request, PhotoScanner& scanner,
+                                     Console& console, bool& complete) {
+  std::vector<DirectoryState> work;
+  complete = ScanLibrary(CheckedDirectories(request.directories), scanner, console,
+                         [&](DirectoryState directory) {
+                           directory.error = 0;  // The walk has told it; it need not be told twice.
+                           if (request.retry) ClearMarkers(directory, scanner, console);
+                           work.push_back(std::move(directory));
+                         });
+  return work;
+}
+
+int RunMake(const Request& request, CommandContext& context) {
+  MakeOptions options = OptionsFrom(request.settings, context);
+  std::optional<KindProfile> some_kinds;
+  if (!request.kinds.empty()) {
+    std::string problem;
+    some_kinds = KindProfile::Make(options.profile_path, *ParseMask(request.kinds), problem);
+    if (!some_kinds) return context.console.Fail(options.profile_path, problem);
+    options.profile_path = some_kinds->path();
+  }
+  PhotoScanner scanner(options.profile_path);
+  bool complete = true;
+  std::vector<DirectoryState> work = FindWork(request, scanner, context.console, complete);
+  const MakeOutcome outcome = MakeWithProgress(options, scanner, std::move(work), context.console);
+  const int status = ReportOutcome(context.console, outcome, request.settings.json);
+  return complete ? status : kSomeFailed;
+}
+
+CLI::App* AddMaking(CLI::App& app, CommandContext& context, const char* name,
+                    const char* description, const std::shared_ptr<Request>& request) {
+  CLI::App* command = AddCommand(app, context, name, description);
+  AddMakeOptions(*command, request->settings);
+  AddDirectoriesArgument(*command, request->directories);
+  OnRun(*command, context, [&context, request] { return RunMake(*request, context); });
+  return command;
+}
+
+}  // namespace
+
+void AddMakeCommand(CLI::App& app, CommandContext& context) {
+  const auto request = std::make_shared<Request>();
+  CLI::App* command =
+      AddMaking(app, context, "make", "Make all thumbnails that are missing or stale", request);
+  command
+      ->add_option("--only-missing-kinds", request->kinds,
+                   "Look at these kinds only, and make those of them that are missing or stale")
+      ->type_name("LIST")
+      ->check(ProblemWithKinds);
+  command->footer(kMakeExamples);
+}
+
+void AddRetryCommand(CLI::App& app, CommandContext& context) {
+  const auto request = std::make_shared<Request>();
+  request->retry = true;
+  AddMaking(app, context, "retry", "As make, but photos that failed are tried once more, too",
+            request)
+      ->footer(kRetryExamples);
+}
+
+}  // namespace keldo::ctl

@@ -1,0 +1,31 @@
+// Size masks as people write and read them.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "thumbs/keldomk_util.h"
+
+namespace keldo::ctl {
+
+/// All kinds, from the smallest to the largest.
+inline constexpr std::array<ThumbKind, 6> kKindsBySize{THUMB_S, THUMB_SM, THUMB_M,
+                                                       THUMB_B, THUMB_L,  THUMB_XL};
+
+/// "XL" for THUMB_XL.
+[[nodiscard]] std::string KindName(ThumbKind kind);
+
+/// The names of the kinds in a mask, from the smallest to the largest: 35 gives S, SM, M.
+[[nodiscard]] std::vector<std::string> KindNames(int mask);
+
+/// The same in one line, "S, SM, M"; "no thumbnails" for 0.
+[[nodiscard]] std::string KindsText(int mask);
+
+/// Reads "35", "0x23" or "S,SM,M" (any case). Nothing when it is neither, or names a kind that does
+/// not exist.
+[[nodiscard]] std::optional<int> ParseMask(std::string_view text);
+
+}  // namespace keldo::ctl

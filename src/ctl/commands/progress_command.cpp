@@ -1,0 +1,78 @@
+#include <json/value.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <cmath>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "ctl/commands/command.h"
+#include "ctl/commands/progress_report.h"
+#include "thumbs/keldomk_progress.h"
+
+namespace keldo::ctl {
+namespace {
+
+constexpr const char* kExplanation =
+    "The counters are those that the indexer shows to its users. It writes the totals; every run "
+    "adds\n"
+    "what it has finished. For what is there and what is missing, see 'keldothumbctl status'.\n";
+
+std::string Percent(const Counter& counter) {
+  constexpr double kWhole = 100;
+  if (counter.total == 0) return "-";
+  return std::to_string(std::lround(std::floor(counter.Fraction() * kWhole))) + " %";
+}
+
+}  // namespace
+
+double Counter::Fraction() const {
+  return total == 0 ? 0 : static_cast<double>(completed) / static_cast<double>(total);
+}
+
+Counters ReadCounters() {
+  return {{ReadProgress(kPhotoProgress, "total"), ReadProgress(kPhotoProgress, kCompletedKey)},
+          {ReadProgress(kPhotoProgress, "total_thumb"),
+           ReadProgress(kPhotoProgress, kCompletedThumbKey)},
+          {ReadProgress(kVideoProgress, "total"), ReadProgress(kVideoProgress, kCompletedKey)}};
+}
+
+int PrintCounters(const Counters& counters, bool json, Console& console) {
+  const std::array<std::pair<const char*, Counter>, 3> all{{{"photos", counters.photos},
+                                                            {"thumbnails", counters.thumbnails},
+                                                            {"videos", counters.videos}}};
+  if (json) {
+    Json::Value value(Json::objectValue);
+    for (const auto& [name, counter] : all) {
+      value[name]["total"] = counter.total;
+      value[name]["completed"] = counter.completed;
+      value[name]["fraction"] = counter.Fraction();
+    }
+    console.PrintJson(value);
+    return kAllWell;
+  }
+  std::vector<std::vector<std::string>> rows{{"", "done", "of", ""}};
+  bool has_totals = false;
+  for (const auto& [name, counter] : all) {
+    has_totals = has_totals || counter.total != 0;
+    rows.push_back({name, Grouped(counter.completed), Grouped(counter.total), Percent(counter)});
+  }
+  console.out() << Table(rows, 0);
+  if (!has_totals && !console.style().quiet) {
+    console.out() << "\nThe totals are written by the indexer, which has written none so far.\n";
+  }
+  return kAllWell;
+}
+
+void AddProgressCommand(CLI::App& app, CommandContext& context) {
+  const auto json = std::make_shared<bool>(false);
+  CLI::App* command = AddCommand(app, context, "progress", "Show the indexer's counters");
+  command->add_flag("--json", *json, "Print one JSON object");
+  command->footer(kExplanation);
+  OnRun(*command, context,
+        [&context, json] { return PrintCounters(ReadCounters(), *json, context.console); });
+}
+
+}  // namespace keldo::ctl

@@ -1,0 +1,33 @@
+// What a run that makes thumbnails tells people and scripts.
+#pragma once
+
+#include <chrono>
+
+#include "ctl/console.h"
+#include "ctl/make/maker.h"
+
+namespace keldo::ctl {
+
+/// Shows how far a run is: one line that is rewritten on a terminal, else a line every ten seconds.
+class ProgressLine {
+ public:
+  explicit ProgressLine(Console& console) : console_(console) {}
+
+  void Show(const MakeProgress& progress);
+  /// Takes the line off the terminal.
+  void Clear();
+
+ private:
+  Console& console_;
+  std::chrono::steady_clock::duration last_line_{};
+  bool shown_ = false;
+};
+
+/// "12 of 340 photos, 1 failed, 14.2 thumbnails/s, 3 min left".
+[[nodiscard]] std::string ProgressText(const MakeProgress& progress);
+
+/// Prints the summary: what was made, and every photo that failed or was left undone, with the
+/// reason. Returns the exit status: 0 when nothing is missing, else 1.
+[[nodiscard]] int ReportOutcome(Console& console, const MakeOutcome& outcome, bool json);
+
+}  // namespace keldo::ctl

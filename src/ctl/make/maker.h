@@ -1,0 +1,113 @@
+// Makes the thumbnails of many directories with several keldothumb processes at once.
+#pragma once
+
+#include <chrono>
+#include <ctime>
+#include <deque>
+#include <functional>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "ctl/library/photo_scan.h"
+#include "process/child.h"
+
+namespace keldo::ctl {
+
+struct MakeOptions {
+  std::string keldothumb;      ///< The program.
+  std::string profile_path;    ///< Its profile file.
+  int jobs = 1;                ///< Processors to use, at least 1.
+  bool nice = false;           ///< Lowest processor and disk priority.
+  bool show_messages = false;  ///< Pass on what the programs write to standard error.
+  /// When a directory that another run works on has its next turn.
+  std::chrono::milliseconds locked_again_after{2000};
+};
+
+/// How far a run is.
+struct MakeProgress {
+  int photos_total = 0;   ///< Photos that lacked thumbnails at the start.
+  int photos_done = 0;    ///< Of these: complete now.
+  int photos_failed = 0;  ///< Of these: failed in this run.
+  int thumbs_total = 0;   ///< Thumbnails that were lacking at the start.
+  int thumbs_made = 0;
+  int folders_locked = 0;  ///< That wait for another run to leave them.
+  std::chrono::steady_clock::duration elapsed{};
+};
+
+/// A process that did not end as it should.
+struct RunTrouble {
+  std::string directory;
+  std::string text;  ///< "keldothumb was killed by signal 11 (Segmentation fault)".
+};
+
+/// What a wait status other than 0 means, in words.
+[[nodiscard]] std::string TextOfStatus(int status);
+
+/// How a run ended.
+struct MakeOutcome {
+  MakeProgress progress;
+  /// Directories in the order in which they were given, as they are now.
+  std::vector<DirectoryState> directories;
+  std::vector<RunTrouble> troubles;  ///< In the order in which they came.
+  bool stopped = false;              ///< By the stop descriptor.
+  std::string problem;               ///< Why no process could be started; empty when all could.
+};
+
+/// Runs the program over directories until nothing is missing that can be made: a directory has its
+/// turn again as long as that brings something, which also finishes deferred phases. Directories
+/// that another run has locked are tried again later. Directories with most work are begun first.
+/// A directory where all that is lacking has failed before is left alone.
+class Maker {
+ public:
+  using Report = std::function<void(const MakeProgress&)>;
+
+  /// `stop_fd` is readable when the run is to stop; -1 for never. `report` is called about twice a
+  /// second while the run goes on.
+  Maker(MakeOptions options, PhotoScanner& scanner, int stop_fd, Report report);
+
+  /// Works on the directories, as they were scanned just now.
+  [[nodiscard]] MakeOutcome Run(std::vector<DirectoryState> directories);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Folder {
+    DirectoryState state;
+    LibraryCounts at_start;
+    int present_before_run = 0;
+    int failed_before_run = 0;
+    Clock::time_point not_before{};
+  };
+  struct Running {
+    process::Child child;
+    std::size_t folder;
+  };
+
+  void Take(std::vector<DirectoryState> directories);
+  void StartWhatCanRun();
+  void ShareProcessors() const;
+  void Start(std::size_t folder);
+  void WaitForNews();
+  void ReapEnded();
+  void Judge(std::size_t folder);
+  void Refresh();
+  void StopAll();
+  [[nodiscard]] MakeProgress Progress() const;
+
+  MakeOptions options_;
+  PhotoScanner& scanner_;
+  int stop_fd_;
+  Report report_;
+  std::vector<Folder> folders_;
+  std::deque<std::size_t> waiting_;
+  std::list<Running> running_;
+  Clock::time_point begin_;
+  time_t begin_time_;  ///< The same in seconds since 1970.
+  Clock::time_point next_refresh_;
+  bool stopped_ = false;
+  std::string problem_;
+  std::vector<RunTrouble> troubles_;
+};
+
+}  // namespace keldo::ctl

@@ -1,5 +1,0 @@
-#include "driver/keldothumb.h"
-
-int main(int argc, char** argv) {
-  return keldo::RunKeldothumb(argc, argv);
-}

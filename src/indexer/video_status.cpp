@@ -1,0 +1,138 @@
+// The video half of the status operations.
+#include <dirent.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <utility>
+#include <vector>
+
+#include "platform/file.h"
+#include "platform/file_types.h"
+#include "platform/index_ipc.h"
+#include "platform/text.h"
+#include "thumbs/index.h"
+#include "thumbs/keldomk_thumb_status.h"
+#include "thumbs/paths.h"
+#include "thumbs/work_queue.h"
+#include "util/handles.h"
+#include "util/path.h"
+
+namespace keldo {
+namespace {
+
+// The metadata directory and the longest name in it must still fit into a path buffer.
+constexpr std::size_t kLongestVideoPath = 4066;
+constexpr std::size_t kQueueLineLimit = 4096;
+constexpr const char* kTreePrefix = "R:";
+
+bool IsVideoQueued(const std::string& path) {
+  return IsInQueue(path, paths::kFlvQueue, paths::kFlvQueueInWork);
+}
+
+// Identities of the directories that a count is inside of. A link to one of them would be counted
+// again and again, until the path is too long for the kernel.
+using Ancestors = std::vector<std::pair<dev_t, ino_t>>;
+
+int CountVideosBelow(const std::string& directory, Ancestors& ancestors);
+
+int CountVideosOfStream(DIR* stream, const std::string& directory, Ancestors& ancestors) {
+  int count = 0;
+  bool queued = false;
+  while (const dirent* entry = readdir(stream)) {
+    if (!IsDirNameAccepted(entry->d_name)) continue;
+    const std::string path = CutToPathBuffer(JoinPath(directory, entry->d_name));
+    if (keldoindexutils::stat::DoesDirExist(path)) {
+      count += CountVideosBelow(path, ancestors);
+    } else if (DoesVideoNeedWork(path.c_str())) {
+      if (IsVideoQueued(path)) {
+        queued = true;
+      } else if (!queued) {
+        ++count;
+      }
+    }
+  }
+  return count;
+}
+
+int CountVideosBelow(const std::string& directory, Ancestors& ancestors) {
+  struct stat status {};
+  if (stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+    syslog(LOG_ERR, "%s:%d [Error] dir doesn't exist: %s", "keldomk_thumb_status", 331,
+           directory.c_str());
+    return 0;
+  }
+  const std::pair identity(status.st_dev, status.st_ino);
+  if (std::find(ancestors.begin(), ancestors.end(), identity) != ancestors.end()) return 0;
+  const UniqueDir stream(opendir(directory.c_str()));
+  if (!stream) {
+    syslog(LOG_ERR, "%s:%d [Error] opendir: %s", "keldomk_thumb_status", 337, directory.c_str());
+    return 0;
+  }
+  ancestors.push_back(identity);
+  const int count = CountVideosOfStream(stream.get(), directory, ancestors);
+  ancestors.pop_back();
+  return count;
+}
+
+// The directory of a "R:directory" line: what stands between the first colons.
+std::string TreeOfLine(const std::string& line) {
+  const std::size_t begin = line.find_first_not_of(':', 1);
+  if (begin == std::string::npos) return {};
+  return line.substr(begin, line.find(':', begin) - begin);
+}
+
+int CountQueueLine(const std::string& line) {
+  if (keldoindexutils::StartWith(line, kTreePrefix)) return CountVideosInDir(TreeOfLine(line));
+  return DoesVideoNeedWork(line.c_str()) ? 1 : 0;
+}
+
+}  // namespace
+
+bool DoesVideoNeedWork(const char* path) {
+  if (path == nullptr || !keldoindexutils::stat::DoesFileExist(path) ||
+      !keldoindexutils::DoesVideoOnWebFile(path)) {
+    return false;
+  }
+  if (std::strlen(path) > kLongestVideoPath) {
+    syslog(LOG_ERR, "%s:%d [Error] path is too long and can't create thumbnail: %s",
+           "keldomk_thumb_status", 295, path);
+    return false;
+  }
+  ThumbSizeMask mask = 0;
+  if (keldoindexutils::ipc::KELDOIDX_GetThumbSizeMap(path, THUMB_TYPE_VIDEO, &mask) < 0) {
+    syslog(LOG_ERR, "%s:%d [Error] get thumb size map: %s", "keldomk_thumb_status", 301, path);
+    return false;
+  }
+  if (mask > 0 && !AreWantedThumbnailsPresent(path, mask)) return true;
+  if (keldoindexutils::ipc::KELDOIDX_IsVideoNeedConvert(path) != 1) return false;
+  return HasConvertedFilms(path) == 0;
+}
+
+int CountVideosInDir(const std::string& directory) {
+  Ancestors ancestors;
+  return CountVideosBelow(directory, ancestors);
+}
+
+int CountQueuedVideos(const std::string& queue_path) {
+  if (!keldoindexutils::stat::DoesFileExist(queue_path)) return 0;
+  std::ifstream file(queue_path);
+  if (!file) {
+    syslog(LOG_ERR, "%s:%d [Error] fopen: %s", "keldomk_thumb_status", 414, queue_path.c_str());
+    return 0;
+  }
+  // Only the main queue has a twin with the videos that are being converted right now.
+  const bool has_twin = queue_path == paths::kFlvQueue;
+  int count = 0;
+  for (std::string line; std::getline(file, line);) {
+    const std::size_t newline = file.eof() ? 0 : 1;
+    if (line.size() + newline >= kQueueLineLimit) continue;
+    if (has_twin && IsQueueLine(line, paths::kFlvQueueInWork)) continue;
+    count += CountQueueLine(line);
+  }
+  return count;
+}
+
+}  // namespace keldo

@@ -1,0 +1,87 @@
+// The commit: finished thumbnails appear by rename, or not at all.
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+
+#include "render/keldomk_photo_thumb.h"
+#include "render/source_file.h"
+
+namespace keldo {
+namespace {
+
+constexpr mode_t kThumbnailMode = 0644;
+constexpr off_t kLeastThumbnailBytes = 2;
+constexpr int kSetAccessAndModification = 3;
+
+void DeleteTemporaries(const ThumbRequestList& list) {
+  for (const ThumbRequest& request : list)
+    unlink(request.tempPath.c_str());
+}
+
+// A photo dated in the future gives its thumbnails the same date: they would look older than the
+// photo for ever, and be made again at every run.
+void CopyFutureTime(const std::string& path, const KLIBCFileRecord& photo) {
+  const timespec time{photo.st.st_mtime, 0};
+  const timespec platform_words{photo.platform_words[0], photo.platform_words[1]};
+  KLIBCFileUTime(path.c_str(), kSetAccessAndModification, {time, time, platform_words});
+}
+
+// Moves one thumbnail into place. False when it could not be moved or turns out to be no picture.
+bool CommitOne(const ThumbRequest& request, const KLIBCFileRecord& photo, time_t now) {
+  const char* destination = request.destPath.c_str();
+  if (rename(request.tempPath.c_str(), destination) != 0) {
+    syslog(LOG_ERR, "%s:%d [Error] rename: %s, %s", "keldomk_photo_thumb", 504,
+           request.tempPath.c_str(), destination);
+    unlink(request.tempPath.c_str());
+    return false;
+  }
+  if (chmod(destination, kThumbnailMode) != 0) {
+    syslog(LOG_ERR, "%s:%d [Error] Failed to chmod [%s], %s", "keldomk_photo_thumb", 511,
+           destination, std::strerror(errno));
+  }
+  struct stat status {};
+  if (stat(destination, &status) != 0 || status.st_size < kLeastThumbnailBytes) {
+    unlink(destination);
+    syslog(LOG_ERR, "%s:%d [Error] file size of dest path: %d, %s", "keldomk_photo_thumb", 515,
+           static_cast<int>(status.st_size), destination);
+    return false;
+  }
+  if (photo.st.st_mtime > now) CopyFutureTime(request.destPath, photo);
+  return true;
+}
+
+}  // namespace
+
+bool CommitThumbnails(const ThumbRequestList& list, const std::string& sourcePath,
+                      std::int64_t oldBlocks, std::int64_t oldSize) {
+  const time_t now = time(nullptr);
+  KLIBCFileRecord photo{};
+  if (!StatSource(sourcePath, photo)) {
+    syslog(LOG_ERR, "%s:%d Failed to KLIBCFileStat() path [%s]", "keldomk_photo_thumb", 471,
+           sourcePath.c_str());
+    DeleteTemporaries(list);
+    return false;
+  }
+  // Both must differ: a file system may move blocks about, and a tag may be rewritten in place,
+  // without the picture being another one.
+  if (photo.st.st_size != oldSize && photo.st.st_blocks != oldBlocks) {
+    syslog(LOG_ERR, "%s:%d [Error] file size changed: st_blocks %d -> %d; st_size %jd -> %jd, %s",
+           "keldomk_photo_thumb", 484, static_cast<int>(oldBlocks),
+           static_cast<int>(photo.st.st_blocks), static_cast<std::intmax_t>(oldSize),
+           static_cast<std::intmax_t>(photo.st.st_size), sourcePath.c_str());
+    DeleteTemporaries(list);
+    return false;
+  }
+  bool all_committed = true;
+  for (const ThumbRequest& request : list) {
+    if (!CommitOne(request, photo, now)) all_committed = false;
+  }
+  return all_committed;
+}
+
+}  // namespace keldo

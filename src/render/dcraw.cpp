@@ -1,0 +1,86 @@
+// Copying what the external dcraw prints into a file.
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "platform/process.h"
+#include "platform/system.h"
+#include "render/raw_decode.h"
+#include "thumbs/paths.h"
+#include "util/handles.h"
+
+namespace keldo {
+namespace {
+
+constexpr std::size_t kCopyBufferSize = 4096;
+constexpr int kErrorLevel = 3;
+
+// Line values of this source's messages.
+constexpr int kStartFailedLine = 751;
+constexpr int kOpenFailedLine = 757;
+constexpr int kReadFailedLine = 766;
+constexpr int kWriteFailedLine = 775;
+constexpr int kShortWriteLine = 780;
+
+struct ClosePipe {
+  void operator()(FILE* pipe) const { KLIBCPclose(pipe); }
+};
+
+// Writes one block. False, and logged, when not all of it could be written.
+bool WriteBlock(int fd, const char* data, std::size_t size, const std::string& path) {
+  const ssize_t written = write(fd, data, size);
+  if (written < 0) {
+    syslog(LOG_ERR, "%s:%d write failed, path=%s, %s", "keldothumb", kWriteFailedLine, path.c_str(),
+           std::strerror(errno));
+    return false;
+  }
+  if (static_cast<std::size_t>(written) != size) {
+    syslog(LOG_ERR, "%s:%d write size wrong, read_count=%zd, write_count=%zd", "keldothumb",
+           kShortWriteLine, static_cast<ssize_t>(size), written);
+    return false;
+  }
+  return true;
+}
+
+// Copies until the pipe's end. True when at least one byte came and all were written.
+bool CopyPipe(FILE* pipe, int out, const std::string& source, const std::string& out_path) {
+  std::array<char, kCopyBufferSize> block{};
+  std::int64_t total = 0;
+  while (true) {
+    const ssize_t count = KLIBCPWait(pipe) ? read(fileno(pipe), block.data(), block.size()) : -1;
+    if (count < 0) {
+      syslog(LOG_ERR, "%s:%d read failed, path=%s", "keldothumb", kReadFailedLine, source.c_str());
+      return false;
+    }
+    if (count == 0) return total > 0;
+    if (!WriteBlock(out, block.data(), static_cast<std::size_t>(count), out_path)) return false;
+    total += count;
+  }
+}
+
+}  // namespace
+
+bool RunDcrawToFile(const std::string& sourcePath, const std::string& outPath, const char* option) {
+  const std::unique_ptr<FILE, ClosePipe> pipe(
+      KLIBCPopen(paths::kDcraw, "r", option, "-c", sourcePath.c_str(), nullptr));
+  if (!pipe) {
+    AppLogError(kErrorLevel, "%s:%d KLIBCPopen [%s %s -c] failed", "keldothumb", kStartFailedLine,
+                paths::kDcraw, option);
+    return false;
+  }
+  const UniqueFile out(std::fopen(outPath.c_str(), "wbe"));
+  if (!out) {
+    syslog(LOG_ERR, "%s:%d fopen failed, path=%s, errno=%d", "keldothumb", kOpenFailedLine,
+           outPath.c_str(), errno);
+    return false;
+  }
+  // The output is closed first, then the pipe: the child has then written all it will.
+  return CopyPipe(pipe.get(), fileno(out.get()), sourcePath, outPath);
+}
+
+}  // namespace keldo

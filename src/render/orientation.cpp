@@ -1,0 +1,126 @@
+#include "render/orientation.h"
+
+#include <syslog.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "platform/process.h"
+#include "platform/system.h"
+#include "render/resolution.h"
+#include "render/thumb_requests.h"
+#include "thumbs/dir_helpers.h"
+#include "thumbs/paths.h"
+
+namespace keldo {
+namespace {
+
+constexpr std::size_t kLineBufferSize = 256;
+constexpr int kNotMeasured = 65535;
+constexpr int kErrorLevel = 3;
+constexpr int kDecimal = 10;
+
+// Line values of this source's messages.
+constexpr int kCompareFailedLine = 1011;
+constexpr int kCleanUpFailedLine = 1094;
+
+// The largest existing thumbnail, which new renderings are compared with.
+struct Reference {
+  const ThumbProfile* profile;
+  FoundThumbnail thumbnail;
+};
+
+std::optional<Reference> FindReference(const ThumbProfileList& profiles,
+                                       const std::string& thumb_dir) {
+  for (std::size_t i = profiles.count(PHASE_ALL); i > 0; --i) {
+    const ThumbProfile* profile = profiles.at(i - 1, PHASE_ALL);
+    const std::optional<FoundThumbnail> found = FindThumbnail(*profile, thumb_dir);
+    if (found) return Reference{profile, *found};
+  }
+  return std::nullopt;
+}
+
+// True when one of the two is landscape and the other portrait. Squares, and images that cannot be
+// measured, tell nothing.
+bool IsQuarterTurned(const std::string& source, const std::string& reference) {
+  unsigned source_x = 0;
+  unsigned source_y = 0;
+  unsigned thumb_x = 0;
+  unsigned thumb_y = 0;
+  if (!GetImageResolution(source, source_x, source_y)) return false;
+  if (!GetImageResolution(reference, thumb_x, thumb_y)) return false;
+  return (source_x > source_y && thumb_x < thumb_y) || (source_x < source_y && thumb_x > thumb_y);
+}
+
+std::string RenderingName(int angle) {
+  return "Temp_" + std::to_string(angle) + ".jpg";
+}
+
+// Renders the source in the two candidate rotations and returns the closer one: `second` when its
+// difference is strictly smaller, otherwise `first`. 0 when a rendering fails.
+int ChooseRotation(const Reference& reference, const std::string& source,
+                   const std::string& thumb_dir, int first, int second) {
+  for (const int angle : {first, second}) {
+    if (!MakeRotatedThumbRequest(*reference.profile,
+                                 {angle, source, RenderingName(angle), thumb_dir})) {
+      return 0;
+    }
+  }
+  const auto difference = [&](int angle) {
+    return CompareImagesMAE(thumb_dir + "/" + RenderingName(angle), reference.thumbnail.path);
+  };
+  const int second_difference = difference(second);
+  const int first_difference = difference(first);
+  return second_difference < first_difference ? second : first;
+}
+
+int Detect(const ThumbJob& job, const std::string& source, const std::string& thumb_dir) {
+  const std::optional<Reference> reference = FindReference(*job.profiles, thumb_dir);
+  if (!reference) return 0;
+  return IsQuarterTurned(source, reference->thumbnail.path)
+             ? ChooseRotation(*reference, source, thumb_dir, 90, 270)
+             : ChooseRotation(*reference, source, thumb_dir, 0, 180);
+}
+
+// The whole-number part of a line such as "1234.56 (0.0188)".
+int ParseDifference(char* line) {
+  char* space = std::strchr(line, ' ');
+  if (space == nullptr) return kNotMeasured;
+  *space = '\0';
+  return static_cast<int>(std::strtol(line, nullptr, kDecimal));
+}
+
+}  // namespace
+
+int DetectRawRotation(const ThumbJob& job, const std::string& sourcePath,
+                      const std::string& thumbDir) {
+  // Where this fails, the renderings fail too.
+  static_cast<void>(checkCreateDir(thumbDir));
+  const int angle = Detect(job, sourcePath, thumbDir);
+  if (!RemoveFilesByPattern(thumbDir, "Temp_*.jpg")) {
+    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s%s]", "keldothumb",
+                kCleanUpFailedLine, thumbDir.c_str(), "/Temp_*.jpg");
+  }
+  return angle;
+}
+
+int CompareImagesMAE(const std::string& imagePath, const std::string& referencePath) {
+  FILE* stream = KLIBCPopen(paths::kCompare, "rE", "-metric", "MAE", imagePath.c_str(),
+                            referencePath.c_str(), "null:", nullptr);
+  if (stream == nullptr) {
+    syslog(LOG_ERR, "%s:%d [Error] KLIBCPopen: %s -metric MAE %s %s null:", "keldothumb",
+           kCompareFailedLine, paths::kCompare, imagePath.c_str(), referencePath.c_str());
+    return kNotMeasured;
+  }
+  std::array<char, kLineBufferSize> line{};
+  const int difference = KLIBCPReadLine(stream, line.data(), line.size())
+                             ? ParseDifference(line.data())
+                             : kNotMeasured;
+  KLIBCPclose(stream);
+  return difference;
+}
+
+}  // namespace keldo

@@ -1,0 +1,139 @@
+#include "render/raw_decode.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+#include "platform/media_info.h"
+#include "process/isolated.h"
+#include "thumbs/index.h"
+
+namespace keldo {
+namespace {
+
+constexpr const char* kPpmName = "/KELDOPHOTO_RAW_TEMP.ppm";
+constexpr const char* kPreviewName = "/KELDOPHOTO_THUMB_RAW.jpg";
+
+// Line values of the messages of the two back ends.
+constexpr int kLibRawNotRegularLine = 841;
+constexpr int kLibRawDiedLine = 858;
+constexpr int kDcrawNotRegularLine = 886;
+constexpr int kDcrawFailedLine = 905;
+
+// What the isolated decoder reports.
+enum DecodeOutcome : int { kNothing = 0, kPreview = 1, kFullDecode = 2 };
+
+// The photo's status before decoding; nothing, and logged, when it is not a regular file.
+std::optional<struct stat> StatRawSource(const std::string& path, int log_line) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) return status;
+  syslog(LOG_ERR, "%s:%d %s is not regular file", "keldothumb", log_line, path.c_str());
+  return std::nullopt;
+}
+
+// The result, unless the photo was rewritten meanwhile. The block count tells: what grew or was
+// replaced while it was read is what must not be shown.
+std::string KeepIfUnchanged(const std::string& result, const std::string& source,
+                            const struct stat& before) {
+  struct stat now {};
+  if (stat(source.c_str(), &now) == 0 && now.st_blocks == before.st_blocks) return result;
+  if (!result.empty()) unlink(result.c_str());
+  return {};
+}
+
+const ThumbProfile* LargestProfile(const ThumbJob& job) {
+  return job.profiles->at(job.profiles->count(PHASE_ALL) - 1, PHASE_ALL);
+}
+
+DecodeOutcome DecodeWithLibRaw(const std::string& source, unsigned largest,
+                               const std::string& preview, const std::string& ppm) {
+  LibRawFile raw(source);
+  if (!raw.opened()) return kNothing;
+  if (PreviewIsLargeEnough(raw, largest) && ExtractRawPreview(raw, preview)) return kPreview;
+  return DecodeRawToPpm(raw, ppm) ? kFullDecode : kNothing;
+}
+
+// True when dcraw's preview exists, can be measured and covers the largest thumbnail.
+bool ExtractUsablePreview(const ThumbJob& job, const std::string& source,
+                          const std::string& preview) {
+  if (!RunDcrawToFile(source, preview, "-e")) return false;
+  unsigned width = 0;
+  unsigned height = 0;
+  if (!keldoindexutils::KELDOIndexImgResGet(preview, width, height)) return false;
+  const ThumbProfile* largest = LargestProfile(job);
+  return largest != nullptr && static_cast<unsigned>(largest->size()) <= std::max(width, height);
+}
+
+}  // namespace
+
+std::string ConvertRawImage(const ThumbJob& job, const std::string& sourcePath,
+                            const std::string& thumbDir) {
+  return IsX3f(sourcePath) ? ConvertRawWithDcraw(job, sourcePath, thumbDir)
+                           : ConvertRawWithLibRaw(job, sourcePath, thumbDir);
+}
+
+std::string ConvertRawWithLibRaw(const ThumbJob& job, const std::string& sourcePath,
+                                 const std::string& thumbDir) {
+  const std::string ppm = thumbDir + kPpmName;
+  const std::string preview = thumbDir + kPreviewName;
+  const std::optional<struct stat> before = StatRawSource(sourcePath, kLibRawNotRegularLine);
+  if (!before) return {};
+
+  const ThumbProfile* largest = LargestProfile(job);
+  const unsigned size = largest == nullptr ? 0 : static_cast<unsigned>(largest->size());
+  const process::IsolatedResult decoded = process::RunIsolated([&](std::string& /*output*/) {
+    return static_cast<int>(DecodeWithLibRaw(sourcePath, size, preview, ppm));
+  });
+  if (!decoded.finished) {
+    syslog(LOG_ERR, "%s:%d [Error] RAW decoder died on %s", "keldothumb", kLibRawDiedLine,
+           sourcePath.c_str());
+  }
+  std::string result;
+  if (decoded.finished && decoded.status == kPreview) result = preview;
+  if (decoded.finished && decoded.status == kFullDecode) result = ppm;
+  return KeepIfUnchanged(result, sourcePath, *before);
+}
+
+std::string ConvertRawWithDcraw(const ThumbJob& job, const std::string& sourcePath,
+                                const std::string& thumbDir) {
+  const std::string ppm = thumbDir + kPpmName;
+  const std::string preview = thumbDir + kPreviewName;
+  const std::optional<struct stat> before = StatRawSource(sourcePath, kDcrawNotRegularLine);
+  if (!before) return {};
+
+  if (ExtractUsablePreview(job, sourcePath, preview)) {
+    return KeepIfUnchanged(preview, sourcePath, *before);
+  }
+  unlink(preview.c_str());
+  if (!RunDcrawToFile(sourcePath, ppm, "-w")) {
+    syslog(LOG_ERR, "%s:%d Failed to convert raw %s to pnm", "keldothumb", kDcrawFailedLine,
+           sourcePath.c_str());
+    unlink(ppm.c_str());
+    return {};
+  }
+  return KeepIfUnchanged(ppm, sourcePath, *before);
+}
+
+bool ExtractRawPreview(LibRawFile& raw, const std::string& outPath) {
+  return raw.UnpackPreview() == 0 && raw.WritePreview(outPath) == 0;
+}
+
+bool DecodeRawToPpm(LibRawFile& raw, const std::string& outPath) {
+  return raw.Unpack() == 0 && raw.Process() == 0 && raw.WritePpm(outPath) == 0;
+}
+
+bool PreviewIsLargeEnough(const LibRawFile& raw, unsigned size) {
+  if (raw.PreviewLength() == 0) return false;
+  return size < raw.PreviewWidth() || size < raw.PreviewHeight();
+}
+
+void RemoveRawIntermediates(const std::string& thumbDir) {
+  unlink((thumbDir + kPpmName).c_str());
+  unlink((thumbDir + kPreviewName).c_str());
+}
+
+}  // namespace keldo

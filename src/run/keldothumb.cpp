@@ -1,0 +1,137 @@
+#include "run/keldothumb.h"
+
+#include <glob.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "platform/process.h"
+#include "platform/text.h"
+#include "process/child.h"
+#include "run/directory_job.h"
+#include "thumbs/index.h"
+#include "thumbs/paths.h"
+#include "thumbs/thumb_profile.h"
+#include "thumbs/tool_selection.h"
+#include "util/path.h"
+#include "util/termination.h"
+
+namespace keldo {
+namespace {
+
+constexpr const char* kWalkPrefix = "R:";
+constexpr int kDecimal = 10;
+constexpr int kTargetFailedLine = 1190;
+
+// Owns what glob(3) allocates.
+class GlobResult {
+ public:
+  explicit GlobResult(const char* pattern) : found_(glob(pattern, 0, nullptr, &paths_) == 0) {}
+  ~GlobResult() { globfree(&paths_); }
+  GlobResult(const GlobResult&) = delete;
+  GlobResult& operator=(const GlobResult&) = delete;
+
+  [[nodiscard]] std::size_t count() const { return found_ ? paths_.gl_pathc : 0; }
+  [[nodiscard]] const char* at(std::size_t index) const { return paths_.gl_pathv[index]; }
+
+ private:
+  glob_t paths_{};
+  bool found_;
+};
+
+// The number between the first and the second dot of "/var/run/keldothumb.4242.pid"; 0 when there
+// is none.
+pid_t PidOfPath(const std::string& path) {
+  const std::size_t dot = path.find('.');
+  if (dot == std::string::npos) return 0;
+  return static_cast<pid_t>(std::strtol(path.c_str() + dot + 1, nullptr, kDecimal));
+}
+
+// SIGTERM. It is let in at safe points only, so that ordinary code may run here. The run's own pid
+// file stays: whoever stopped us looks for it.
+[[noreturn]] void Terminate(int /*signal*/) {
+  std::string own_pid_file(kMaxPathText, '\0');
+  const int length = std::snprintf(own_pid_file.data(), own_pid_file.size(),
+                                   paths::kProcessPidFileFormat, static_cast<int>(getpid()));
+  own_pid_file.resize(static_cast<std::size_t>(length));
+  unlink(own_pid_file.c_str());
+  const std::string converter = ConverterPath();
+  KLIBCKill(basename(converter.c_str()), 0);
+  std::exit(1);
+}
+
+void ProcessArgument(const std::string& argument, const std::string& profile_path) {
+  if (keldoindexutils::StartWith(argument, kWalkPrefix)) {
+    WalkTree(CutToPathBuffer(DirectoryOfWalkArgument(argument)), profile_path);
+  } else {
+    ProcessTarget(CutToPathBuffer(argument), profile_path);
+  }
+}
+
+}  // namespace
+
+int RunKeldothumb(int argc, char** argv) {
+  if (argc < 3) return 1;
+  process::EnsureStandardDescriptors();
+  HoldTermination();
+  umask(0);
+  KillThumbProcesses();
+  std::signal(SIGTERM, Terminate);
+  KLIBCProcPidFileCreate(paths::kPidFile);
+
+  const std::string profile_path = CutToPathBuffer(argv[1]);
+  for (int i = 2; i < argc; ++i) {
+    LetTerminationIn();
+    ProcessArgument(argv[i], profile_path);
+  }
+  LetTerminationIn();
+  unlink(paths::kPidFile);
+  return 0;
+}
+
+void ProcessPath(const std::string& target_path, const std::string& profile_path) {
+  struct stat status {};
+  if (stat(target_path.c_str(), &status) != 0 || stat(profile_path.c_str(), &status) != 0) return;
+  if (!IsFileSystemAccepted(target_path)) return;
+  ThumbProfileList profiles;
+  if (profiles.load(profile_path, target_path) == 0) {
+    static_cast<void>(std::fprintf(stderr, "Failed to parse %s", profile_path.c_str()));
+    return;
+  }
+  RunThumbJob({target_path, &profiles});
+}
+
+void ProcessTarget(const std::string& target_path, const std::string& profile_path) {
+  try {
+    ProcessPath(target_path, profile_path);
+  } catch (const std::exception& error) {
+    syslog(LOG_ERR, "%s:%d [Error] giving up on %s: %s", "keldothumb", kTargetFailedLine,
+           target_path.c_str(), error.what());
+  }
+}
+
+void KillThumbProcesses() {
+  const GlobResult pid_files(paths::kProcessPidFilePattern);
+  for (std::size_t i = 0; i < pid_files.count(); ++i) {
+    const std::string path = pid_files.at(i);
+    const pid_t pid = PidOfPath(path);
+    if (pid == 0 || kill(pid, 0) == 0 || unlink(path.c_str()) == 0) continue;
+    syslog(LOG_ERR, "%s: %s(%d) - unlink(%s), %s\n", "keldothumb", "KillThumbProcesses", 1214,
+           path.c_str(), std::strerror(errno));
+  }
+}
+
+std::string DirectoryOfWalkArgument(const std::string& argument) {
+  const std::size_t begin = argument.find_first_not_of(':', 1);
+  if (begin == std::string::npos) return "(null)";
+  return argument.substr(begin, argument.find(':', begin) - begin);
+}
+
+}  // namespace keldo

@@ -1,0 +1,29 @@
+#include "thumbs/work_queue.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+
+#include "platform/key_value_file.h"
+
+namespace keldo {
+namespace {
+
+constexpr std::size_t kLineBufferSize = 4096;
+constexpr int kFindLine = 1028;
+
+}  // namespace
+
+bool IsQueueLine(const std::string& path, const char* queue_path) {
+  std::array<char, kLineBufferSize> line{};
+  const int found = KLIBCFileGetLine(queue_path, path.c_str(), line.data(), line.size(), kFindLine);
+  return found > 0 && std::strlen(line.data()) == path.size();
+}
+
+bool IsInQueue(const std::string& path, const char* queue_path, const char* in_work_path) {
+  if (IsQueueLine(path, in_work_path)) return true;
+  return access(queue_path, R_OK) == 0 && IsQueueLine(path, queue_path);
+}
+
+}  // namespace keldo

@@ -1,0 +1,2 @@
+// The precompiled headers of the tests belong to a program that does nothing.
+int main() {}
