@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# Completes the command line of keldothumbctl; with bash-completion, which loads it by its name.
+# Completes the command line of keldothumbctl. bash-completion loads this file by its name.
 
 _keldothumbctl() {
   local cur prev words cword
   _init_completion || return
 
-  # The command and, where it has some, its second word; options may stand between and before them.
+  # The command and its subcommand, if it has any. Options may come before and between them.
   local command='' i
   for ((i = 1; i < cword; ++i)); do
     case ${words[i]} in
