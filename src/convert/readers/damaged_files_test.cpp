@@ -5,7 +5,7 @@
 #include <functional>
 #include <random>
 
-#include "convert/readers/sample_files.h"
+#include "support/sample_files.h"
 
 namespace keldo::convert {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "convert/readers/reader_test_support.h"
+#include "support/reader_test.h"
 
 namespace keldo::convert {
 namespace {

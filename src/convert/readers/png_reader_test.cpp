@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "convert/readers/sample_files.h"
+#include "support/sample_files.h"
 
 namespace keldo::convert {
 namespace {

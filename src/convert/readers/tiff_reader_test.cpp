@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "convert/readers/sample_files.h"
+#include "support/sample_files.h"
 
 namespace keldo::convert {
 namespace {

@@ -1,4 +1,4 @@
-#include "convert/readers/sample_files.h"
+#include "support/sample_files.h"
 
 #include <tiffio.h>
 #include <webp/encode.h>

@@ -1,9 +1,9 @@
-#include "media/format.h"
+#include "convert/readers/open_image.h"
 
 #include <gtest/gtest.h>
 
-#include "convert/readers/open_image.h"
-#include "convert/readers/sample_files.h"
+#include "media/format.h"
+#include "support/sample_files.h"
 
 namespace keldo::convert {
 namespace {

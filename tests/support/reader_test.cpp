@@ -1,4 +1,4 @@
-#include "convert/readers/reader_test_support.h"
+#include "support/reader_test.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "convert/readers/flatten.h"
-#include "convert/readers/reader_test_support.h"
+#include "support/reader_test.h"
 
 namespace keldo::convert::testing {
 

@@ -1,6 +1,6 @@
 #include <libheif/heif_cxx.h>
 
-#include "convert/readers/sample_files.h"
+#include "support/sample_files.h"
 
 // Leaks of the encoder, and of the decoder when a damaged file ends it, are not ours.
 extern "C" const char* __lsan_default_suppressions() {
