@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "thumbs/paths.h"
-#include "util/path_key.h"
+#include "util/path.h"
 
 namespace keldo::index {
 namespace {

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <thread>
 
-#include "util/path_key.h"
+#include "util/handles.h"
+#include "util/path.h"
 #include "util/termination.h"
-#include "util/unique_fd.h"
 
 namespace keldo::index {
 namespace {

@@ -10,7 +10,7 @@
 #include "media/heif_header.h"
 #include "media/jpeg_header.h"
 #include "media/simple_header.h"
-#include "util/file_content.h"
+#include "util/files.h"
 
 namespace keldo::media {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::media {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "plugind/request.h"
 #include "plugind/request_buffer.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::plugind {
 

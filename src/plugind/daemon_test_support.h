@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::plugind {
 

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <utility>
 
-#include "util/path_key.h"
+#include "util/path.h"
 
 namespace keldo::plugind {
 namespace {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::plugind {
 

@@ -9,7 +9,7 @@
 
 #include "plugind/connection.h"
 #include "plugind/listen_socket.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::plugind {
 

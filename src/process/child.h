@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "util/deadline.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::process {
 

@@ -14,8 +14,8 @@
 #include <string_view>
 
 #include "process/child.h"
+#include "util/handles.h"
 #include "util/termination.h"
-#include "util/unique_fd.h"
 
 namespace keldo::process {
 namespace {

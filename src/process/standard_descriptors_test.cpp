@@ -7,7 +7,7 @@
 #include "platform/process.h"
 #include "process/child.h"
 #include "process/process_test_support.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace {
 

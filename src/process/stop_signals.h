@@ -1,7 +1,7 @@
 // The signals that end a program, as something that can be waited for.
 #pragma once
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::process {
 

@@ -13,7 +13,7 @@
 #include "process/isolated.h"
 #include "process/process_test_support.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include "render/convert_command.h"
 #include "render/source_file.h"
 #include "thumbs/paths.h"
+#include "util/handles.h"
 #include "util/path.h"
-#include "util/unique_fd.h"
 
 namespace keldo {
 namespace {

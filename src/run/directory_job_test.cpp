@@ -8,7 +8,7 @@
 
 #include "run/directory_lock.h"
 #include "support/job_test.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 namespace {

@@ -1,4 +1,4 @@
-// Joining paths.
+// Paths: joining them, taking them apart, and the one spelling the index knows.
 #pragma once
 
 #include <string>
@@ -32,5 +32,14 @@ inline constexpr std::size_t kMaxPathText = 4095;
   if (dot == std::string::npos || dot <= name) return {};
   return path.substr(dot + 1);
 }
+
+/// The one spelling under which the index keeps a path: absolute, without ".", "..", "//" or a
+/// slash at the end ("/v/./photo//" is "/v/photo"). A relative path is taken from the current
+/// directory. Symbolic links are not looked at: a mask set through a link holds for paths through
+/// that link.
+[[nodiscard]] std::string PathKey(std::string_view path);
+
+/// The directory above: "/v/photo" gives "/v", "/v" gives "/"; empty for "/". Takes a key.
+[[nodiscard]] std::string_view ParentOfKey(std::string_view key);
 
 }  // namespace keldo

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 namespace {

@@ -16,7 +16,7 @@
 #include "e2e/scripted_daemon.h"
 #include "standins/invocation.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 

@@ -26,7 +26,7 @@
 #include <utility>
 #include <vector>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 namespace {

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 

@@ -12,7 +12,6 @@
 
 #include "fakes/syslog_capture.h"
 #include "util/handles.h"
-#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

@@ -18,7 +18,6 @@
 #include "platform/process.h"
 #include "thumbs/paths.h"
 #include "util/handles.h"
-#include "util/unique_fd.h"
 
 namespace keldo::testing {
 namespace {

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::testing {
 namespace {

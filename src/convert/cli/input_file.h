@@ -7,7 +7,7 @@
 #include <string>
 
 #include "convert/pixels/image_reader.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::convert {
 

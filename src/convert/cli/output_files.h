@@ -7,7 +7,7 @@
 
 #include "convert/cli/input_file.h"
 #include "convert/pixels/plan.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::convert {
 

@@ -18,7 +18,7 @@
 #include "support/jpeg_facts.h"
 #include "support/natural_picture.h"
 #include "support/pictures.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::convert {
 namespace {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "convert/sandbox/syscall_filter.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::convert {
 namespace {

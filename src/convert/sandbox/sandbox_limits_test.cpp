@@ -7,7 +7,7 @@
 #include "convert/sandbox/sandbox.h"
 #include "convert/sandbox/sandbox_test_support.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace {
 

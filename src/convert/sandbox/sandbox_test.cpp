@@ -27,7 +27,7 @@
 
 #include "convert/sandbox/sandbox_test_support.h"
 #include "support/file_test.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "ctl/commands/care_test_support.h"
 #include "ctl/library/photo_scan.h"
 #include "support/temp_dir.h"
+#include "util/handles.h"
 #include "util/json_line.h"
-#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {

@@ -12,7 +12,7 @@
 
 #include "ctl/library/photo_scan.h"
 #include "thumbs/paths.h"
-#include "util/path_key.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {

@@ -10,7 +10,7 @@
 #include "platform/file.h"
 #include "platform/index_ipc.h"
 #include "util/json_line.h"
-#include "util/path_key.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {

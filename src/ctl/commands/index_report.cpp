@@ -14,7 +14,7 @@
 #include "ctl/commands/mask_text.h"
 #include "index/index_database.h"
 #include "platform/index_ipc.h"
-#include "util/path_key.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 

@@ -14,7 +14,7 @@
 #include "ctl/commands/care_test_support.h"
 #include "ctl/commands/metadata_names.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

@@ -14,13 +14,12 @@
 
 #include "process/child.h"
 #include "util/deadline.h"
+#include "util/handles.h"
 #include "util/lines.h"
 #include "util/termination.h"
-#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {
-
 
 constexpr std::size_t kLongestText = 1U << 20U;
 constexpr int kSignalled = 128;

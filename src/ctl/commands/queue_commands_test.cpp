@@ -13,8 +13,8 @@
 
 #include "ctl/commands/work_queue_file.h"
 #include "ctl/library/library_test_support.h"
+#include "util/handles.h"
 #include "util/json_line.h"
-#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {

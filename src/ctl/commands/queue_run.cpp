@@ -20,7 +20,7 @@
 #include "ctl/make/make_report.h"
 #include "process/stop_signals.h"
 #include "thumbs/tree_walk.h"
-#include "util/path_key.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {

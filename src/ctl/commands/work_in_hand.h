@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "thumbs/paths.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 

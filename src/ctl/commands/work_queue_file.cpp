@@ -8,10 +8,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "util/atomic_file.h"
-#include "util/file_content.h"
+#include "util/files.h"
 #include "util/lines.h"
-#include "util/locked_file.h"
 
 namespace keldo::ctl {
 namespace {

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 

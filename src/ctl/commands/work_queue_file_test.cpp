@@ -16,7 +16,7 @@
 #include "ctl/commands/care_test_support.h"
 #include "platform/index_filesystem.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

@@ -13,10 +13,9 @@
 #include "ctl/gallery/page.h"
 #include "ctl/gallery/page_data.h"
 #include "ctl/library/library.h"
-#include "util/atomic_file.h"
-#include "util/file_content.h"
-#include "util/path_key.h"
-#include "util/unique_fd.h"
+#include "util/files.h"
+#include "util/handles.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {

@@ -12,7 +12,6 @@
 #include "ctl/gallery/url.h"
 #include "ctl/library/diagnosis.h"
 #include "util/path.h"
-#include "util/path_key.h"
 
 namespace keldo::ctl {
 namespace {

@@ -21,7 +21,7 @@
 #include "thumbs/index.h"
 #include "thumbs/paths.h"
 #include "thumbs/tool_selection.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "ctl/library/library_test_support.h"
 #include "support/pictures.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

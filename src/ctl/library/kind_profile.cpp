@@ -10,7 +10,7 @@
 
 #include "platform/conf_parser.h"
 #include "platform/text.h"
-#include "util/file_content.h"
+#include "util/files.h"
 
 namespace keldo::ctl {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "thumbs/keldomk_util.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 

@@ -14,8 +14,8 @@
 #include "platform/index_ipc.h"
 #include "render/dir_photos.h"
 #include "thumbs/thumb_profile.h"
+#include "util/handles.h"
 #include "util/path.h"
-#include "util/unique_fd.h"
 
 namespace keldo::ctl {
 namespace {

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "ctl/library/diagnosis.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

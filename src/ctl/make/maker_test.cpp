@@ -8,7 +8,7 @@
 #include <csignal>
 
 #include "ctl/library/library_test_support.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

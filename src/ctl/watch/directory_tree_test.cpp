@@ -8,7 +8,7 @@
 #include <string>
 
 #include "ctl/watch/tree_test_support.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

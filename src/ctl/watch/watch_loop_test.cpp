@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "ctl/watch/watch_test_support.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {

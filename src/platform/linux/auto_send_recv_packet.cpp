@@ -12,9 +12,9 @@
 
 #include "platform/index_ipc.h"
 #include "util/deadline.h"
+#include "util/handles.h"
 #include "util/json_line.h"
 #include "util/termination.h"
-#include "util/unique_fd.h"
 
 namespace keldoindexutils::ipc {
 namespace {

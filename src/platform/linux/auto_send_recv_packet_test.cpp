@@ -15,7 +15,7 @@
 
 #include "platform/index_ipc.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-#include "util/file_content.h"
+#include "util/files.h"
 #include "util/lines.h"
 
 namespace KELDOUtils {

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/linux/mount_type.h"
-#include "util/file_content.h"
+#include "util/files.h"
 
 namespace {
 

@@ -5,10 +5,9 @@
 #include <cerrno>
 
 #include "platform/index_filesystem.h"
-#include "util/file_content.h"
+#include "util/files.h"
+#include "util/handles.h"
 #include "util/lines.h"
-#include "util/locked_file.h"
-#include "util/unique_fd.h"
 
 namespace keldoindexutils::filesystem {
 namespace {

@@ -14,7 +14,7 @@
 
 #include "platform/index_filesystem.h"
 #include "support/temp_dir.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 namespace {
 

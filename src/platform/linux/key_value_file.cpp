@@ -7,8 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "util/atomic_file.h"
-#include "util/file_content.h"
+#include "util/files.h"
 #include "util/lines.h"
 
 namespace {

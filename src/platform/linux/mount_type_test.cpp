@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include "util/file_content.h"
+#include "util/files.h"
 
 namespace keldo::platform {
 namespace {

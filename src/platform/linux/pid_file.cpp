@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/process.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 int KLIBCProcPidFileCreate(const char* path) {
   constexpr mode_t kMode = 0644;

@@ -18,8 +18,8 @@
 #include "platform/process.h"
 #include "process/child.h"
 #include "util/deadline.h"
+#include "util/handles.h"
 #include "util/termination.h"
-#include "util/unique_fd.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "util/file_content.h"
+#include "util/files.h"
 #include "util/lines.h"
 
 namespace {

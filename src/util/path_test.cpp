@@ -1,4 +1,4 @@
-#include "util/path_key.h"
+#include "util/path.h"
 
 #include <gtest/gtest.h>
 
