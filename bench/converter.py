@@ -1,4 +1,4 @@
-"""The converter alone, under the command lines that keldothumb gives it."""
+"""Measures the converter alone, with the command lines that keldothumb uses."""
 
 import pathlib
 import subprocess
@@ -7,7 +7,7 @@ from floor import djpeg_command
 from photos import Photo, jpeg_size
 from usage import Usage
 
-# What the memory target speaks of; camera makers round.
+# The memory target is for 24 megapixels, which camera makers round.
 LARGE_PIXELS = 23_500_000
 MOST_PIXELS = 25_000_000
 LARGE_SIZE = "6000x4000!"
@@ -41,7 +41,7 @@ def phase(kinds, number):
 
 
 def parts(meter, converter, photos: list[Photo], kinds, scratch: pathlib.Path):
-    """What each step of making the thumbnails costs, without keldothumb: name to Usage."""
+    """The cost of each step of making the thumbnails, without keldothumb: name to Usage."""
     output = scratch / "parts"
     output.mkdir(exist_ok=True)
     bitmap, icc = output / "bitmap", output / "icc"
@@ -59,15 +59,15 @@ def parts(meter, converter, photos: list[Photo], kinds, scratch: pathlib.Path):
             "converter, phase 2": lambda: command(converter, base, None, phase(kinds, 2), output),
         }
         for name, step in steps.items():
-            # Made late, since the profile is there only after djpeg.
+            # Built late, since the profile exists only after djpeg has run.
             words = step() if callable(step) else step
             costs[name] = costs.get(name, Usage()) + meter.run(words)
     return costs
 
 
 def large_photo(photos, scratch: pathlib.Path, imagemagick):
-    """A photo of 24 megapixels: one of the given, or the largest of them blown up; None without
-    either."""
+    """A photo of 24 megapixels: one of those given, or else the largest, enlarged. None if there is
+    neither one nor ImageMagick."""
     fitting = [photo for photo in photos if LARGE_PIXELS <= _pixels(photo.copy) <= MOST_PIXELS]
     if fitting:
         return fitting[0]
@@ -81,7 +81,7 @@ def large_photo(photos, scratch: pathlib.Path, imagemagick):
 
 
 def peak_mib(meter, converter, photo, kinds, scratch):
-    """The converter's own peak over all its runs for a photo, by djpeg and directly."""
+    """The converter's own peak over all its runs for a photo, through djpeg and directly."""
     costs = parts(meter, converter, [photo], kinds, scratch)
     return max(usage.peak_mib for name, usage in costs.items() if name != "djpeg")
 

@@ -1,5 +1,5 @@
-"""What the comparison leaves out: start-up, the parts of a run, other formats, and runs with
-nothing to do."""
+"""Measures what the comparison leaves out: start-up, the parts of a run, other formats, and runs
+with nothing to do."""
 
 import math
 import pathlib
@@ -24,7 +24,7 @@ ONE_PIXEL_PPM = b"P6 1 1 255\n\xff\xff\xff"
 
 
 class Details:
-    """Tables that are printed as they come."""
+    """Prints each table as soon as it is measured."""
 
     def __init__(self, bench, rounds, markdown):
         self._bench = bench
@@ -34,7 +34,7 @@ class Details:
         self._failed = False
 
     def print_all(self) -> int:
-        """Returns the exit status: 1 where a format failed."""
+        """Returns the exit status: 1 if a format failed."""
         self._print("Start-up", ("program", "wall ms", "CPU ms", "peak MiB"), self._start_up())
         self._print("The parts of a run, ours", ("part", "CPU ms a photo", "peak MiB"),
                     self._parts())
@@ -71,7 +71,7 @@ class Details:
         for name, program in self._bench.converters():
             yield (f"{name}, a bitmap of one pixel",
                    converter_runs.command(program, pixel, None, kinds, directory))
-        # GraphicsMagick refuses that bitmap, and libvips reads none.
+        # GraphicsMagick refuses that bitmap, and libvips does not read bitmaps.
         pixmap = directory / "pixel.ppm"
         pixmap.write_bytes(ONE_PIXEL_PPM)
         if shutil.which("gm"):
@@ -103,7 +103,7 @@ class Details:
                 yield self._format_line(f"{label}, {way.name}", way, photos)
 
     def _format_line(self, label, way, photos):
-        """One format that fails does not cost the others."""
+        """If a format fails, the others are still measured."""
         usages = []
         try:
             for _ in range(self._rounds):
@@ -118,8 +118,8 @@ class Details:
                 f"{self._median(usages, 'peak_mib'):.0f}")
 
     def _other_photos(self):
-        """Those in the folders by extension, and what camera folders lack made of the largest JPEG:
-        a PNG of its size, and a HEIC where there is none."""
+        """The other photos in the folders, by extension. Camera folders lack some formats, so the
+        largest JPEG is converted to PNG, and to HEIC if there is none."""
         groups = {}
         for suffix in OTHER_SUFFIXES:
             sources = [path for path in self._bench.sources if path.suffix.lower() == suffix]

@@ -1,9 +1,9 @@
-// What the JPEG work on finished thumbnails costs: the part of a run that no converter can avoid.
+// Measures the JPEG work on finished thumbnails, which no converter can avoid.
 //
 //   bench_floor THUMBNAIL...
 //
-// Prints a line for each: the CPU time of decoding it and of encoding it again from memory, in
-// microseconds. It is encoded with the same components and sampling, at quality 90, with the
+// Prints a line for each thumbnail: the CPU time of decoding it and of encoding it again from
+// memory, in microseconds. The encoder uses the same components and sampling, quality 90, and the
 // standard Huffman tables, which is the least work.
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kQuality = 90;
 
-struct Picture {
+struct Image {
   unsigned width = 0;
   unsigned height = 0;
   int components = 0;
@@ -47,8 +47,8 @@ std::vector<unsigned char> ReadFile(const char* path) {
   return content;
 }
 
-// libjpeg's own handler of errors prints them and ends the program, which suits here.
-Picture Decode(const std::vector<unsigned char>& file) {
+// libjpeg's own error handler prints the error and exits, which is what we want here.
+Image Decode(const std::vector<unsigned char>& file) {
   jpeg_decompress_struct jpeg{};
   jpeg_error_mgr errors{};
   jpeg.err = jpeg_std_error(&errors);
@@ -56,24 +56,24 @@ Picture Decode(const std::vector<unsigned char>& file) {
   jpeg_mem_src(&jpeg, file.data(), static_cast<unsigned long>(file.size()));
   jpeg_read_header(&jpeg, TRUE);
   jpeg_start_decompress(&jpeg);
-  Picture picture{jpeg.output_width,
-                  jpeg.output_height,
-                  jpeg.output_components,
-                  jpeg.comp_info[0].h_samp_factor,
-                  jpeg.comp_info[0].v_samp_factor,
-                  {}};
-  const std::size_t stride = std::size_t{picture.width} * static_cast<unsigned>(picture.components);
-  picture.samples.resize(stride * picture.height);
+  Image image{jpeg.output_width,
+              jpeg.output_height,
+              jpeg.output_components,
+              jpeg.comp_info[0].h_samp_factor,
+              jpeg.comp_info[0].v_samp_factor,
+              {}};
+  const std::size_t stride = std::size_t{image.width} * static_cast<unsigned>(image.components);
+  image.samples.resize(stride * image.height);
   while (jpeg.output_scanline < jpeg.output_height) {
-    JSAMPROW row = picture.samples.data() + jpeg.output_scanline * stride;
+    JSAMPROW row = image.samples.data() + jpeg.output_scanline * stride;
     jpeg_read_scanlines(&jpeg, &row, 1);
   }
   jpeg_finish_decompress(&jpeg);
   jpeg_destroy_decompress(&jpeg);
-  return picture;
+  return image;
 }
 
-void Encode(Picture& picture) {
+void Encode(Image& image) {
   jpeg_compress_struct jpeg{};
   jpeg_error_mgr errors{};
   jpeg.err = jpeg_std_error(&errors);
@@ -81,18 +81,18 @@ void Encode(Picture& picture) {
   unsigned char* file = nullptr;
   unsigned long size = 0;
   jpeg_mem_dest(&jpeg, &file, &size);
-  jpeg.image_width = picture.width;
-  jpeg.image_height = picture.height;
-  jpeg.input_components = picture.components;
-  jpeg.in_color_space = picture.components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+  jpeg.image_width = image.width;
+  jpeg.image_height = image.height;
+  jpeg.input_components = image.components;
+  jpeg.in_color_space = image.components == 1 ? JCS_GRAYSCALE : JCS_RGB;
   jpeg_set_defaults(&jpeg);
   jpeg_set_quality(&jpeg, kQuality, TRUE);
-  jpeg.comp_info[0].h_samp_factor = picture.horizontal_sampling;
-  jpeg.comp_info[0].v_samp_factor = picture.vertical_sampling;
+  jpeg.comp_info[0].h_samp_factor = image.horizontal_sampling;
+  jpeg.comp_info[0].v_samp_factor = image.vertical_sampling;
   jpeg_start_compress(&jpeg, TRUE);
-  const std::size_t stride = std::size_t{picture.width} * static_cast<unsigned>(picture.components);
+  const std::size_t stride = std::size_t{image.width} * static_cast<unsigned>(image.components);
   while (jpeg.next_scanline < jpeg.image_height) {
-    JSAMPROW row = picture.samples.data() + jpeg.next_scanline * stride;
+    JSAMPROW row = image.samples.data() + jpeg.next_scanline * stride;
     jpeg_write_scanlines(&jpeg, &row, 1);
   }
   jpeg_finish_compress(&jpeg);
@@ -112,9 +112,9 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const std::vector<unsigned char> file = ReadFile(argv[i]);
     const long long start = CpuMicroseconds();
-    Picture picture = Decode(file);
+    Image image = Decode(file);
     const long long decoded = CpuMicroseconds();
-    Encode(picture);
+    Encode(image);
     std::printf("%lld %lld\n", decoded - start, CpuMicroseconds() - decoded);
   }
   return 0;

@@ -1,4 +1,4 @@
-"""The floor: what is left of the work when resizing costs nothing."""
+"""The floor: the work that remains if resizing costs nothing."""
 
 import subprocess
 
@@ -10,20 +10,20 @@ PRESCALE_BOX = 1280
 
 
 def prescale_shift(size):
-    """By how many powers of two djpeg reduces a photo, as keldothumb has it."""
+    """By how many powers of two djpeg reduces a photo under keldothumb."""
     return next((shift for shift in (3, 2, 1) if min(size) >> shift >= PRESCALE_BOX), 0)
 
 
 def djpeg_command(photo, bitmap, icc):
-    """As keldothumb runs it. It does not for photos too small to be reduced; the converter's own
-    decode stands behind that one, and costs the same."""
+    """The command that keldothumb runs. It does not run djpeg on photos too small to be reduced;
+    here it stands for the converter's own decoding, which costs the same."""
     scale = f"1/{1 << prescale_shift(jpeg_size(photo))}"
     return [DJPEG, "-scale", scale, "-dct", "fast", "-fast", "-onepass", "-bmp", "-outfile", bitmap,
             "-icc", icc, photo]
 
 
 class Floor:
-    """djpeg, and encoding thumbnails that were finished before."""
+    """djpeg, and the encoding of thumbnails that were made before."""
     name = "floor: djpeg, encoding"
 
     def __init__(self, program, meter, scratch, reference, kinds):
@@ -45,12 +45,12 @@ class Floor:
             thumbnails = [self._reference[photo, kind] for kind in self._kinds]
             base_decode, encoding = self._jpeg_work(thumbnails)
             usage += Usage(encoding, encoding, 0)
-            # Phases 1 and 2 begin with the largest thumbnail of phase 0.
+            # Phases 1 and 2 start from the largest thumbnail of phase 0.
             self.base_decodes += Usage(2 * base_decode, 2 * base_decode, 0)
         return usage
 
     def _jpeg_work(self, thumbnails):
-        """Seconds of decoding the first one, and of encoding all."""
+        """The seconds that decoding the first one takes, and encoding all of them."""
         run = subprocess.run([self._program, *thumbnails], stdin=subprocess.DEVNULL,
                              capture_output=True, text=True, check=False)
         lines = [tuple(map(int, line.split())) for line in run.stdout.splitlines()]

@@ -1,5 +1,5 @@
-"""keldothumb with its real paths, out of the machine's sight: in bubblewrap, where the converter's
-place, the queue, the counters and the index are the run's own."""
+"""Runs keldothumb with its real paths in bubblewrap, isolated from the machine: each run has its
+own converter, queue, counters and index."""
 
 import os
 import pathlib
@@ -9,9 +9,9 @@ from photos import Photo
 from usage import BenchError, Usage
 
 CONVERTER = "/usr/keldo/bin/convert-thumb"
-# Where our converter looks for the policy of the ImageMagick that it hands other files to.
+# Our converter runs ImageMagick under this policy.
 POLICY = "/usr/keldo/share/convert-thumb"
-# Phase 2 is made by the second run.
+# The second run makes phase 2; one more is allowed.
 MOST_RUNS = 3
 
 
@@ -41,7 +41,7 @@ def _sandbox(bench, converter):
 
 
 class Keldothumb:
-    """One way to make thumbnails: keldothumb with a converter."""
+    """keldothumb with one of the converters."""
 
     def __init__(self, name, converter, bench):
         self.name = name
@@ -49,7 +49,7 @@ class Keldothumb:
         self._meter = bench.meter
         self._program = bench.build / "bin" / "keldothumb"
         self._sandbox = _sandbox(bench, pathlib.Path(converter).resolve())
-        # The sandbox does not show the sources.
+        # The source tree is not visible in the sandbox.
         self._profile = bench.scratch / "profile"
         shutil.copyfile(bench.profile, self._profile)
 
@@ -64,12 +64,13 @@ class Keldothumb:
         return all(self.thumbnail(photo, kind).exists() for photo in photos for kind in self._kinds)
 
     def run_once(self, folder: pathlib.Path, runs=1, prefix=()) -> Usage:
-        """keldothumb over a folder, with what is there kept. `prefix` goes in front of it."""
+        """Runs keldothumb on a folder and keeps existing thumbnails. `prefix` precedes the
+        command."""
         command = [*prefix, self._program, self._profile, folder]
         return self._meter.run_wrapped([*self._sandbox, *self._meter.command(command, runs)])
 
     def run(self, photos) -> Usage:
-        """All phases, from nothing."""
+        """Makes all phases from scratch."""
         usage = Usage()
         for _ in range(MOST_RUNS):
             usage += self.run_once(photos[0].copy.parent)

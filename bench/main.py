@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Compares keldothumb with other ways to make the same thumbnails; see docs/performance.md."""
+"""Compares keldothumb with other programs that make the same thumbnails; see
+docs/performance.md."""
 
 import argparse
 import datetime
@@ -24,7 +25,7 @@ from usage import BenchError, Meter
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 IMAGEMAGICK = pathlib.Path("/usr/bin/convert")
 QUICK_PHOTOS = 6
-# Peers round sides in their own ways.
+# Peers round sides differently.
 TOLERATED_PIXELS = 1
 
 
@@ -32,17 +33,17 @@ def parse_arguments():
     cache = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or "~/.cache").expanduser()
     parser = argparse.ArgumentParser(
         prog="scripts/bench",
-        description="Makes the thumbnails of the JPEG photos in each DIR in several ways, with "
-        "everything in memory, and prints what each way costs. The photos themselves and the "
-        "machine's own keldothumb are left alone.")
+        description="Makes the thumbnails of the JPEG photos in each DIR with several programs, "
+        "entirely in memory, and prints what each costs. It does not touch the photos or the "
+        "installed keldothumb.")
     parser.add_argument("directories", metavar="DIR", nargs="+", type=pathlib.Path)
     parser.add_argument("--rounds", type=int, default=5, metavar="N",
-                        help="how often every way runs; they take turns (default: 5)")
+                        help="how often each program runs; they alternate (default: 5)")
     parser.add_argument("--quick", action="store_true",
                         help=f"one round, at most {QUICK_PHOTOS} of the photos")
     parser.add_argument("--details", action="store_true",
-                        help="start-up, the parts of a run, other formats and runs with nothing to "
-                        "do, instead of the comparison")
+                        help="instead of the comparison, measure start-up, the parts of a run, "
+                        "other formats and runs with nothing to do")
     parser.add_argument("--markdown", action="store_true", help="print the tables as Markdown")
     parser.add_argument("--cache", type=pathlib.Path, default=cache / "keldothumb-bench",
                         metavar="DIR",
@@ -73,7 +74,7 @@ class Bench:
         self.kinds = read_kinds(self.profile)
         self.meter = Meter(self.build / "bench" / "bench_measure", scratch)
         self.sources = find_photos(arguments.directories)
-        # Told by name as keldothumb does, and by content, so that every way can read them.
+        # By name, as keldothumb does, and also by content, so that every program can read them.
         jpegs = [path for path in self.sources
                  if path.suffix.lower() in JPEG_SUFFIXES and jpeg_size(path)]
         if not jpegs:
@@ -89,12 +90,12 @@ class Bench:
         self.megapixels = sum(width * height for width, height in sizes) / 1e6 / len(sizes)
 
     def _is_sound(self, photo):
-        """Damaged photos are left out: each way would make something else of them."""
+        """Damaged photos are left out, since each program would handle them differently."""
         try:
             self.meter.run(djpeg_command(photo.copy, self.scratch / "sound.bmp",
                                          self.scratch / "sound.icc"))
         except BenchError:
-            print(f"scripts/bench: left out, since djpeg complains of it: {photo.source}",
+            print(f"scripts/bench: left out, since djpeg reports an error: {photo.source}",
                   file=sys.stderr)
             photo.copy.unlink()
             return False
@@ -110,8 +111,8 @@ class Bench:
             yield Keldothumb(f"keldothumb with {name}", program, self)
 
     def reference(self):
-        """Finished thumbnails, for the floor and to check the others' sizes against: those of the
-        last converter, ImageMagick where it is installed."""
+        """Finished thumbnails, for the floor and for checking sizes. The last converter makes them,
+        which is ImageMagick if it is installed."""
         way = list(self.keldothumb_ways())[-1]
         way.clean(self.photos)
         way.run(self.photos)
@@ -127,7 +128,7 @@ class Bench:
         return paths
 
     def run(self, way, reference):
-        """One measured run, checked before it counts."""
+        """Measures one run, and checks its thumbnails before it counts."""
         way.clean(self.photos)
         usage = way.run(self.photos)
         if hasattr(way, "thumbnail"):
@@ -146,14 +147,14 @@ def check_size(way, photo, kind, expected, tolerance):
         raise BenchError(f"{way.name}: {kind.name} of {photo.source} is {made}, not {expected}")
 
 
-def tell(progress):
-    """On one line of a terminal; nothing elsewhere."""
+def show_progress(progress):
+    """Updates a line on a terminal; prints nothing elsewhere."""
     if sys.stderr.isatty():
         print(f"\r{progress:79}\r", end="", file=sys.stderr, flush=True)
 
 
 def choose_ways(bench: Bench, cache, reference):
-    """What is compared, by the keys of the verdicts, and what is to be said beside the table."""
+    """The programs to compare, by the keys of the verdicts, and notes to print below the table."""
     found, notes = peers.available(bench.meter, bench.scratch, bench.kinds, cache, reference)
     ways = {report.FLOOR: Floor(bench.build / "bench" / "bench_floor", bench.meter, bench.scratch,
                                 reference, bench.kinds)}
@@ -168,20 +169,20 @@ def choose_ways(bench: Bench, cache, reference):
 
 
 def run_rounds(bench: Bench, ways, rounds, reference):
-    """The costs of each way, by round, and those of the second floor under the key "base"."""
+    """The cost of each program in each round, and that of the second floor under the key "base"."""
     costs = {}
     for key in ways:
         costs[key] = []
         if key == report.FLOOR:
             costs["base"] = []
     for number in range(rounds):
-        # Whoever comes first in one round comes last in the next.
+        # The first one in a round is the last one in the next.
         keys = list(ways)
         for key in keys[number % len(keys):] + keys[:number % len(keys)]:
-            tell(f"round {number + 1} of {rounds}: {ways[key].name}")
+            show_progress(f"round {number + 1} of {rounds}: {ways[key].name}")
             costs[key].append(bench.run(ways[key], reference))
         costs["base"].append(costs[report.FLOOR][-1] + ways[report.FLOOR].base_decodes)
-    tell("")
+    show_progress("")
     return costs
 
 
@@ -195,7 +196,7 @@ def compare(bench: Bench, rounds, markdown, cache):
     peaks = converter_peaks(bench)
     notes += [f"{name} alone, a JPEG of 24 megapixels: peak {peak:.1f} MiB"
               for name, peak in peaks.items()]
-    # In Markdown a list, since lines would run together.
+    # A list in Markdown, where plain lines would run together.
     bullet = "- " if markdown else ""
     verdicts = report.verdicts(costs, peaks.get("our converter"))
     for line in (*verdicts, *report.beside_the_fastest_sharp(costs), *notes):
@@ -203,9 +204,9 @@ def compare(bench: Bench, rounds, markdown, cache):
 
 
 def best_sharps(bench, sharps, reference):
-    """The arrangement that does the work of keldothumb, and the one with the least CPU time by one
-    run of each."""
-    tell("trying the arrangements of sharp")
+    """The arrangement that does the same work as keldothumb, and the one that took the least CPU
+    time when each ran once."""
+    show_progress("trying the arrangements of sharp")
     costs = {way: bench.run(way, reference).cpu_s for way in sharps}
     ordered = sorted(costs, key=costs.get)
     listed = ", ".join(f"{way.arrangement} {costs[way] * 1000 / len(bench.photos):.0f}"
@@ -235,7 +236,7 @@ def describe(bench: Bench, rounds):
 
 def main():
     arguments = parse_arguments()
-    # Ended from outside, the folder in memory is still removed.
+    # On SIGTERM the folder in memory is still removed.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
         for program in ("bwrap", DJPEG):

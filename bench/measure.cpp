@@ -1,11 +1,11 @@
-// Runs a command some times, one run after the other, and tells what that cost together with every
-// process that it waited for.
+// Runs a command a number of times in sequence and reports its cost, including every process that
+// it waited for.
 //
 //   bench_measure REPORT RUNS COMMAND ARGUMENT...
 //
-// REPORT gets one line: wall time and CPU time in microseconds, the largest process's peak memory
-// in KiB. A small program of its own does this, since a process inherits the peak of the one that
-// starts it, and Python's would hide those of the programs that are compared.
+// Writes one line to REPORT: wall time and CPU time in microseconds, and the largest process's peak
+// memory in KiB. This is a separate small program because a process inherits the peak of the one
+// that starts it, and Python's would hide those of the programs that are compared.
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -36,7 +36,7 @@ long long Microseconds(const timeval& time) {
   std::exit(127);
 }
 
-// Returns the exit status as a shell has it.
+// Returns the exit status as a shell reports it.
 int RunOnce(char** command, Usage& usage) {
   const auto start = std::chrono::steady_clock::now();
   pid_t child = -1;

@@ -1,6 +1,6 @@
 """Other programs that make the same six thumbnails: the same sizes, JPEG quality 90, colour at full
-resolution, the nearest sharpening that each offers. All work with one thread, which costs the least
-CPU time, and may take any number of photos a process."""
+resolution, and the closest sharpening that each offers. All use one thread, which costs the least
+CPU time, and may process any number of photos in a process."""
 
 import json
 import os
@@ -17,7 +17,7 @@ STANDARD_TABLES = ", standard tables"
 
 
 class Peer:
-    """A way that writes its thumbnails into a directory of its own."""
+    """A program that writes its thumbnails to a separate directory."""
     name = ""
 
     def __init__(self, meter: Meter, scratch: pathlib.Path, kinds):
@@ -41,7 +41,7 @@ class Peer:
 
 
 class Sharp(Peer):
-    """Sharp, in one of several arrangements of the same work."""
+    """sharp, with one of several arrangements of the same work."""
 
     def __init__(self, meter, scratch, kinds, module, arrangement, standard_tables):
         super().__init__(meter, scratch, kinds)
@@ -60,7 +60,7 @@ class Sharp(Peer):
 
 
 class VipsProgram(Peer):
-    """A C program on libvips."""
+    """A C program that uses libvips."""
     name = "libvips, one C process"
 
     def __init__(self, meter, scratch, kinds, program):
@@ -73,7 +73,7 @@ class VipsProgram(Peer):
 
 
 class VipsThumbnail(Peer):
-    """The command line tool of libvips: 1280 first, then five from it; it does not sharpen."""
+    """The command line tool of libvips: 1280 first, then five from that. It does not sharpen."""
     name = "vipsthumbnail, 1280 first"
 
     def __init__(self, meter, scratch, kinds, reference):
@@ -81,7 +81,7 @@ class VipsThumbnail(Peer):
         self._reference = reference
 
     def _run_kind(self, inputs, kind) -> Usage:
-        """It knows boxes to fit into; to fill one is to leave the longer side open."""
+        """It only fits images inside a box. To fill the box, the longer side is left open."""
         usage = Usage()
         open_ended = {False: f"x{kind.side}", True: f"{kind.side}x"} if kind.fill else None
         for tall in (False, True):
@@ -96,7 +96,7 @@ class VipsThumbnail(Peer):
         first, *others = self._kinds
         tall = {photo: self._is_tall(self._reference[photo, first]) for photo in photos}
         usage = self._run_kind([(photo.copy, tall[photo]) for photo in photos], first)
-        # What is made from 0000_XL.jpg is called 0000.jpg by way of a directory of links.
+        # A directory of links gives 0000_XL.jpg the name 0000.jpg, from which outputs get theirs.
         bases = self._output / "bases"
         bases.mkdir()
         for photo in photos:
@@ -114,7 +114,8 @@ class VipsThumbnail(Peer):
 
 class GraphicsMagick(Peer):
     """GraphicsMagick: one batch process, one decode at a reduced size, five from the first
-    thumbnail in memory. It is told the sizes, since it would enlarge small photos to fill a box."""
+    thumbnail in memory. It is given exact sizes, since it would enlarge small photos to fill a
+    box."""
     name = "GraphicsMagick, one process"
 
     def __init__(self, meter, scratch, kinds, reference):
@@ -150,7 +151,7 @@ def _run_quietly(command, what):
 
 
 def install_sharp(cache: pathlib.Path):
-    """sharp's module, installed into the cache where it is not there yet; None without npm."""
+    """The module of sharp, installed in the cache if it is not there yet. None without npm."""
     directory = cache / "npm"
     module = directory / "node_modules" / "sharp"
     if not shutil.which("node"):
@@ -159,7 +160,7 @@ def install_sharp(cache: pathlib.Path):
         if not shutil.which("npm"):
             return None
         directory.mkdir(parents=True, exist_ok=True)
-        # A failed installation costs this peer, not the measurement of the others.
+        # If the installation fails, the others are still measured.
         if subprocess.run(["npm", "install", "--prefix", directory, "--no-audit", "--no-fund",
                            "--loglevel=error", "sharp"], check=False,
                           stdin=subprocess.DEVNULL).returncode != 0:
@@ -168,7 +169,7 @@ def install_sharp(cache: pathlib.Path):
 
 
 def build_vips_program(cache: pathlib.Path):
-    """vips_six, compiled into the cache; None without libvips' headers."""
+    """vips_six, compiled in the cache. None without the headers of libvips."""
     if not shutil.which("pkg-config") or subprocess.run(
             ["pkg-config", "--exists", "vips"], check=False).returncode != 0:
         return None
@@ -180,7 +181,7 @@ def build_vips_program(cache: pathlib.Path):
 
 
 def available(meter, scratch, kinds, cache, reference):
-    """The peers that are there, and what is said of those that are not."""
+    """The peers that are available, and a message for each one that is not."""
     peers, missing = [], []
     module = install_sharp(cache)
     if module:

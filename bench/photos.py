@@ -1,4 +1,4 @@
-"""The photos that are measured, their thumbnails, and the folder in memory where all that lies."""
+"""The photos that are measured, their thumbnails, and the folder in memory that holds both."""
 
 import configparser
 import dataclasses
@@ -9,7 +9,7 @@ import struct
 from usage import BenchError
 
 JPEG_SUFFIXES = (".jpg", ".jpeg", ".jpe")
-# Copies of the photos, their thumbnails in every way, and djpeg's bitmaps.
+# For copies of the photos, the thumbnails of every program, and djpeg's bitmaps.
 SPACE_PER_PHOTO = 64 * 1024 * 1024
 # keldothumb stops below 1 GiB.
 SPACE_TO_SPARE = 3 * 1024 * 1024 * 1024 // 2
@@ -34,7 +34,7 @@ class Photo:
 
     @property
     def thumbnails(self) -> pathlib.Path:
-        """The directory that keldothumb puts them into."""
+        """The directory where keldothumb puts them."""
         return self.copy.parent / "@eaDir" / self.copy.name
 
 
@@ -52,7 +52,7 @@ def read_kinds(profile: pathlib.Path):
 
 
 def jpeg_size(path: pathlib.Path):
-    """(width, height) as the JPEG's header has it; None where it is no JPEG."""
+    """(width, height) from the JPEG's header; None if the file is not a JPEG."""
     content = path.read_bytes()
     at = 2
     while content[:2] == b"\xff\xd8" and at + 9 <= len(content) and content[at] == 0xFF:
@@ -60,7 +60,7 @@ def jpeg_size(path: pathlib.Path):
         if 0xC0 <= marker <= 0xCF and marker not in (0xC4, 0xC8, 0xCC):
             height, width = struct.unpack_from(">HH", content, at + 5)
             return width, height
-        # Fill bytes may stand before a marker.
+        # Fill bytes may precede a marker.
         at += 1 if marker == 0xFF else 2 + int.from_bytes(content[at + 2:at + 4], "big")
     return None
 
@@ -77,11 +77,11 @@ def evenly_spread(items, most):
 
 
 def copy_photos(sources, directory: pathlib.Path):
-    """Copies under plain names, so that no peer needs to cope with the real ones."""
+    """Copies the photos under plain names, so that no peer has to handle the real ones."""
     free = shutil.disk_usage(directory).free
     needed = SPACE_TO_SPARE + len(sources) * SPACE_PER_PHOTO
     if free < needed:
-        raise BenchError(f"{directory} has {free >> 20} MiB free, and {needed >> 20} are needed")
+        raise BenchError(f"{directory} has {free >> 20} MiB free but needs {needed >> 20}")
     photos = []
     for source in sources:
         copy = directory / f"{len(photos):04}{source.suffix.lower()}"

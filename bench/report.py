@@ -1,4 +1,4 @@
-"""From what the rounds cost to the table and the verdicts."""
+"""Turns the cost of the rounds into the table and the verdicts."""
 
 import dataclasses
 import statistics
@@ -16,7 +16,7 @@ class Row:
     peak_mib: float
     photos_a_second: float
     file_kib_a_photo: float
-    ratio: float  # CPU time, to the floor
+    ratio: float  # of CPU time to the floor's
 
 
 @dataclasses.dataclass(frozen=True)
@@ -31,13 +31,14 @@ class Verdict:
 
 
 def ratio(rounds: list[Usage], to: list[Usage]) -> float:
-    """Of CPU times; runs of the same round stood side by side, so each round gives one ratio."""
+    """The median ratio of CPU times. Each round gives one ratio, since its runs were close in
+    time."""
     return statistics.median(ours.cpu_s / theirs.cpu_s
                              for ours, theirs in zip(rounds, to, strict=True))
 
 
 def make_rows(costs: dict[str, list[Usage]], names: dict[str, str], photos: int) -> list[Row]:
-    """A row for each way. `costs` has a list of rounds for each key, FLOOR among them."""
+    """A row for each program. `costs` has a list of rounds for each key, FLOOR among them."""
     rows = []
     for key, rounds in costs.items():
         wall = statistics.median(usage.wall_s for usage in rounds)
@@ -49,7 +50,8 @@ def make_rows(costs: dict[str, list[Usage]], names: dict[str, str], photos: int)
     return rows
 
 
-HEADINGS = ("way", "wall s", "CPU ms a photo", "peak MiB", "photos/s", "files KiB", "to the floor")
+HEADINGS = ("program", "wall s", "CPU ms a photo", "peak MiB", "photos/s", "files KiB",
+            "ratio to floor")
 
 
 def _cells(row: Row):
@@ -59,7 +61,7 @@ def _cells(row: Row):
 
 
 def as_text(headings, lines) -> str:
-    """A table for a terminal: the first column to the left, the others to the right."""
+    """A table for a terminal: the first column left-aligned, the others right-aligned."""
     lines = [tuple(headings), *lines]
     widths = [max(len(line[i]) for line in lines) for i in range(len(headings))]
     return "\n".join("  ".join(cell.ljust(width) if i == 0 else cell.rjust(width)
@@ -89,7 +91,7 @@ def at_least(target, value, limit):
 
 
 def verdicts(costs: dict[str, list[Usage]], converter_peak_mib: float | None) -> list[Verdict]:
-    """What the project promises; keys "ours", "imagemagick", "sharp"."""
+    """The project's targets, from the keys "ours", "imagemagick" and "sharp"."""
     def of(key, other):
         return ratio(costs[key], costs[other]) if key in costs and other in costs else None
 
@@ -104,8 +106,8 @@ def verdicts(costs: dict[str, list[Usage]], converter_peak_mib: float | None) ->
 
 
 def beside_the_fastest_sharp(costs: dict[str, list[Usage]]) -> list[str]:
-    """How "ours" stands to "fast sharp", and how "base", the least that the command lines allow,
-    would: nothing is promised of that. Empty when it was not measured."""
+    """How "ours" compares with "fast sharp", and how "base", the least that the command lines
+    allow, would. This is not a target. Empty if it was not measured."""
     if "fast sharp" not in costs:
         return []
     return [f"the fastest arrangement of sharp takes {ratio(costs['fast sharp'], costs['ours']):.2f}"

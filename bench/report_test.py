@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The arithmetic of scripts/bench, and what it reads by itself."""
+"""Tests the arithmetic of scripts/bench and the files that it parses."""
 
 import pathlib
 import tempfile
@@ -26,19 +26,19 @@ class ReportTest(unittest.TestCase):
         # The quotient of the medians would be 2.
         self.assertEqual(report.ratio(cpu(3, 8, 12), cpu(2, 4, 12)), 1.5)
 
-    def test_verdicts_at_their_limits(self):
+    def test_verdicts_at_and_beyond_their_limits(self):
         costs = {"floor": cpu(10), "ours": cpu(16), "imagemagick": cpu(96), "sharp": cpu(30.4)}
         self.assertEqual([one.met for one in report.verdicts(costs, 40)], [True] * 4)
         costs = {"floor": cpu(10), "ours": cpu(17), "imagemagick": cpu(96), "sharp": cpu(30.4)}
         self.assertEqual([one.met for one in report.verdicts(costs, 41)], [False] * 4)
 
-    def test_what_was_not_measured_is_not_met_either(self):
+    def test_targets_that_were_not_measured_say_so(self):
         lines = list(map(str, report.verdicts({"floor": cpu(1), "ours": cpu(1)}, None)))
         self.assertIn("1.00, met", lines[0])
         for line in lines[1:]:
             self.assertTrue(line.endswith(": not measured"), line)
 
-    def test_the_fastest_sharp_is_put_beside_us_and_the_floor(self):
+    def test_the_fastest_sharp_is_compared_with_us_and_the_floor(self):
         costs = {"base": cpu(10, 10), "ours": cpu(15, 15), "fast sharp": cpu(30, 30)}
         line, = report.beside_the_fastest_sharp(costs)
         self.assertIn("takes 2.00 times our CPU time", line)
@@ -62,12 +62,12 @@ class PhotosTest(unittest.TestCase):
         self.path.write_bytes(content)
         return photos.jpeg_size(self.path)
 
-    def test_the_size_of_a_jpeg_stands_behind_other_segments(self):
+    def test_the_size_of_a_jpeg_is_found_after_other_segments(self):
         segment = b"\xff\xe1\x00\x06\xff\xc0\x00\x00"
         frame = b"\xff\xc2\x00\x11\x08\x01\x00\x02\x00\x03"
         self.assertEqual(self.size_of(b"\xff\xd8" + segment + b"\xff" + frame), (512, 256))
 
-    def test_what_is_no_whole_jpeg_has_no_size(self):
+    def test_other_files_and_truncated_jpegs_have_no_size(self):
         for content in (b"", b"\x89PNG\r\n\x1a\n" + bytes(30), b"\xff\xd8\xff\xe1\x00\x40"):
             self.assertIsNone(self.size_of(content))
 
@@ -78,7 +78,7 @@ class PhotosTest(unittest.TestCase):
         self.assertEqual([kind.name for kind in kinds if not kind.fill], ["B", "S"])
         self.assertEqual(kinds[2].unsharp, "0.5x0.5+1.25+0")
 
-    def test_a_quick_run_takes_photos_from_all_over_the_folder(self):
+    def test_a_quick_run_picks_photos_from_all_over_the_folder(self):
         self.assertEqual(photos.evenly_spread(list(range(10)), 4), [0, 2, 5, 7])
         self.assertEqual(photos.evenly_spread([1, 2], 4), [1, 2])
 

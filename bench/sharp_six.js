@@ -1,10 +1,10 @@
-// The six thumbnails with sharp in one node process, one photo after the other.
+// Makes the six thumbnails with sharp in one node process, one photo after the other.
 //
 //   node sharp_six.js ARRANGEMENT JOBS
 //
 // JOBS is a JSON file: {"kinds": [{"name", "side", "fill", "sharpen", "quality"}...],
-// "photos": [{"photo", "prefix"}...]}; PREFIX_XL.jpg and so on are written. The first kind is the
-// largest. Sharpening is sharp's own fast one, milder than the profile's.
+// "photos": [{"photo", "prefix"}...]}. Writes PREFIX_XL.jpg and so on. The first kind is the
+// largest. The sharpening is sharp's own fast one, which is milder than the profile's.
 'use strict';
 const fs = require('node:fs');
 const sharp = require(process.env.KELDO_BENCH_SHARP);
@@ -31,7 +31,7 @@ const write = (image, kind, prefix) =>
 const inMemory = ({ data, info }) => sharp(data, { raw: info });
 const toMemory = (image) => image.raw().toBuffer({ resolveWithObject: true });
 
-// Each one is awaited: several at once cost more CPU time, not less.
+// Each one is awaited, because running several at once costs more CPU time.
 const arrangements = {
   // One decode; the largest stays in memory as plain pixels.
   async memory(photo, prefix) {

@@ -6,7 +6,7 @@ import subprocess
 
 
 class BenchError(Exception):
-    """The measurement cannot be trusted, or cannot be made; its text is for the user."""
+    """The measurement failed or cannot be trusted. The text is for the user."""
 
 
 @dataclasses.dataclass
@@ -14,7 +14,7 @@ class Usage:
     wall_s: float = 0.0
     cpu_s: float = 0.0
     peak_mib: float = 0.0  # of the largest process
-    file_bytes: int = 0  # that came out, where that was looked at
+    file_bytes: int = 0  # of the thumbnails, if they were counted
 
     def __add__(self, other):
         return Usage(self.wall_s + other.wall_s, self.cpu_s + other.cpu_s,
@@ -30,14 +30,14 @@ class Meter:
         self._messages = directory / "messages"
 
     def command(self, command, runs=1):
-        """The command that measures another one and leaves the result to be read."""
+        """The command line that measures another one and writes the report."""
         return [self.program, self._report, str(runs), *command]
 
     def run(self, command, runs=1, environment=None) -> Usage:
         return self.run_wrapped(self.command(command, runs), environment)
 
     def run_wrapped(self, command, environment=None) -> Usage:
-        """Runs what command() returned, which something else may stand in front of."""
+        """Runs the result of command(), perhaps with other words in front."""
         command = [str(word) for word in command]
         self._report.unlink(missing_ok=True)
         with open(self._messages, "wb") as messages:

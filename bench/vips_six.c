@@ -1,5 +1,5 @@
-/* The six thumbnails with libvips in one process: one decode, at a reduced size, then five from the
- * first one in memory. Sharpening is the same unsharp mask, as one 3x3 convolution.
+/* Makes the six thumbnails with libvips in one process: one decode at a reduced size, then five
+ * from the first one in memory. The sharpening is the same unsharp mask, as a single 3x3 convolution.
  *
  *   vips_six [PHOTO PREFIX]...      writes PREFIX_XL.jpg, PREFIX_B.jpg, ...
  */
@@ -13,13 +13,13 @@ struct Kind {
   gboolean sharpen;
 };
 
-/* As in config/thumb.conf; the first one is what the others are made from. */
+/* As in config/thumb.conf. The others are made from the first one. */
 static const struct Kind kinds[] = {
     {"XL", 1280, TRUE, FALSE}, {"L", 800, TRUE, FALSE},  {"B", 640, FALSE, TRUE},
     {"M", 320, TRUE, TRUE},    {"SM", 240, TRUE, TRUE}, {"S", 120, FALSE, TRUE},
 };
 
-/* libvips knows boxes to fit into; to fill one is to leave the longer side open. */
+/* libvips only fits images inside a box. To fill the box, the longer side is left open. */
 static void BoxOf(const struct Kind *kind, int width, int height, int *box_width, int *box_height) {
   *box_width = kind->fill && width > height ? VIPS_MAX_COORD : kind->side;
   *box_height = kind->fill && width <= height ? VIPS_MAX_COORD : kind->side;

@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034
-# What the scripts share: the packages, the build, and the places outside the source tree.
-# Sourced by bash with `set -euo pipefail`; `keldo_die_status` may be set before.
+# What the scripts share: the packages, the build, and the paths outside the source tree. Source it
+# from bash with `set -euo pipefail`. Set `keldo_die_status` to change the exit status of die.
 
 repo=$(unset CDPATH && cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd -P)
 
@@ -10,7 +10,7 @@ install_prefix=/usr/local/bin
 installed_profile=/etc/keldothumb/thumb.conf
 programs=(keldothumb keldothumbctl keldoindexplugind)
 
-# Building and running. Each list names only what we use ourselves.
+# For building and running. Each list names only what we use directly.
 packages_run=(g++ cmake ninja-build pkg-config
   libjsoncpp-dev libexiv2-dev libheif-dev libinih-dev libsqlite3-dev libraw-dev libcli11-dev
   libhwy-dev libjpeg62-turbo-dev libpng-dev libtiff-dev libwebp-dev libgif-dev
@@ -29,7 +29,7 @@ die() {
   exit "${keldo_die_status:-1}"
 }
 
-# Runs a command as root; says what is missing when that is not possible.
+# Runs a command as root, or says why it cannot.
 as_root() {
   if ((EUID == 0)); then
     "$@"
@@ -41,7 +41,7 @@ as_root() {
   fi
 }
 
-# Prints those of the given packages that are not installed, one a line.
+# Prints the given packages that are not installed, one per line.
 missing_packages() {
   local -A installed=()
   local status name
@@ -60,7 +60,7 @@ apt_get() {
     -o Acquire::Retries=3 "$@" </dev/null
 }
 
-# The lists may be absent (a new machine) or name versions that the mirror no longer has.
+# The package lists may be missing (on a new machine) or outdated. Both are fixed by an update.
 install_with_apt() {
   if compgen -G '/var/lib/apt/lists/*_Packages*' >/dev/null &&
     apt_get install -y --no-install-recommends "$@"; then
@@ -71,7 +71,7 @@ install_with_apt() {
 
 ensure_packages() {
   command -v dpkg-query >/dev/null || {
-    warn "not a Debian system; install what corresponds to: $*"
+    warn "not a Debian system; install the equivalents of: $*"
     return 1
   }
   local missing
@@ -81,18 +81,18 @@ ensure_packages() {
   install_with_apt "${missing[@]}"
 }
 
-# Says so where a folder cannot be written to, or made.
+# Fails with a message if a folder cannot be written to or created.
 check_writable() {
   local folder=$1
   while [[ ! -e $folder ]]; do folder=${folder%/*}; done
   [[ -w $folder ]] || {
-    warn "$folder cannot be written to; is it another user's?"
+    warn "$folder is not writable; does it belong to another user?"
     return 1
   }
 }
 
-# Configures a preset where that was not done yet or its definition changed; everything else, ninja
-# finds out by itself. Further arguments go to cmake.
+# Configures a preset if that was not done yet, or if its definition or arguments changed; ninja
+# notices all other changes. Further arguments go to cmake.
 configure() {
   local preset=$1 build=$repo/build/$1
   shift
@@ -103,7 +103,7 @@ configure() {
   fi
 }
 
-# build PRESET [TARGET...]: everything, or the targets. Silent where there is nothing to do.
+# build PRESET [TARGET...]: builds everything, or the targets. Silent if there is nothing to do.
 build() {
   local preset=$1
   shift
@@ -112,8 +112,8 @@ build() {
     (cd -- "$repo" && cmake --build --preset "$preset" ${1:+--target "$@"})
 }
 
-# The tests are configured where what they need is installed, so that a machine that only runs the
-# program needs no test library.
+# Configures the tests only if the packages that they need are installed, so that a machine that
+# only runs the program needs no test library.
 configure_release() {
   local tests=OFF
   packages_installed "${packages_tests[@]}" && tests=ON
@@ -131,17 +131,17 @@ install_program() {
     cmp -s -- "$repo/build/release/bin/$name" "$install_prefix/$name" ||
       install_file 755 "$repo/build/release/bin/$name" "$install_prefix/$name" || return
   done
-  # The profile file is the user's to edit once it is there.
+  # An existing profile file belongs to the user.
   [[ -e $installed_profile || -L $installed_profile ]] ||
     install_file 644 "$repo/config/thumb.conf" "$installed_profile"
 }
 
-# Our converter, and what ImageMagick may do on its behalf. A link there is somebody's choice of
-# another converter, and stays.
+# Installs our converter and the policy for ImageMagick. A link in its place is somebody's choice of
+# another converter, and is kept.
 install_converter() {
   local built=$repo/build/release/bin/convert-thumb policy=$repo/config/convert-policy/policy.xml
   if [[ -L $installed_converter ]]; then
-    [[ -e $installed_converter ]] || warn "$installed_converter leads to no program"
+    [[ -e $installed_converter ]] || warn "$installed_converter is a broken link"
     return 0
   fi
   cmp -s -- "$built" "$installed_converter" || install_file 755 "$built" "$installed_converter" ||
