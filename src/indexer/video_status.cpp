@@ -4,20 +4,23 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "platform/file.h"
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
-#include "platform/text.h"
 #include "thumbs/index.h"
 #include "thumbs/keldomk_thumb_status.h"
 #include "thumbs/paths.h"
 #include "thumbs/work_queue.h"
+#include "util/files.h"
 #include "util/handles.h"
+#include "util/lines.h"
 #include "util/path.h"
 
 namespace keldo {
@@ -26,7 +29,6 @@ namespace {
 // The metadata directory and the longest name in it must still fit into a path buffer.
 constexpr std::size_t kLongestVideoPath = 4066;
 constexpr std::size_t kQueueLineLimit = 4096;
-constexpr const char* kTreePrefix = "R:";
 
 bool IsVideoQueued(const std::string& path) {
   return IsInQueue(path, paths::kFlvQueue, paths::kFlvQueueInWork);
@@ -77,15 +79,9 @@ int CountVideosBelow(const std::string& directory, Ancestors& ancestors) {
   return count;
 }
 
-// The directory of a "R:directory" line: what stands between the first colons.
-std::string TreeOfLine(const std::string& line) {
-  const std::size_t begin = line.find_first_not_of(':', 1);
-  if (begin == std::string::npos) return {};
-  return line.substr(begin, line.find(':', begin) - begin);
-}
-
 int CountQueueLine(const std::string& line) {
-  if (keldoindexutils::StartWith(line, kTreePrefix)) return CountVideosInDir(TreeOfLine(line));
+  const QueueEntry entry = ParseQueueLine(line);
+  if (entry.is_tree) return CountVideosInDir(entry.PathUpToColon().value_or(""));
   return DoesVideoNeedWork(line.c_str()) ? 1 : 0;
 }
 
@@ -118,17 +114,21 @@ int CountVideosInDir(const std::string& directory) {
 
 int CountQueuedVideos(const std::string& queue_path) {
   if (!keldoindexutils::stat::DoesFileExist(queue_path)) return 0;
-  std::ifstream file(queue_path);
+  const UniqueFile file(std::fopen(queue_path.c_str(), "re"));
   if (!file) {
     syslog(LOG_ERR, "%s:%d [Error] fopen: %s", "keldomk_thumb_status", 414, queue_path.c_str());
     return 0;
   }
   // Only the main queue has a twin with the videos that are being converted right now.
   const bool has_twin = queue_path == paths::kFlvQueue;
+  std::string content;
+  // What could be read before a failure counts.
+  static_cast<void>(ReadToEnd(fileno(file.get()), content));
   int count = 0;
-  for (std::string line; std::getline(file, line);) {
-    const std::size_t newline = file.eof() ? 0 : 1;
-    if (line.size() + newline >= kQueueLineLimit) continue;
+  for (std::string_view rest = content; !rest.empty();) {
+    const std::size_t rest_with_line = rest.size();
+    const std::string line(TakeLine(rest));
+    if (rest_with_line - rest.size() >= kQueueLineLimit) continue;
     if (has_twin && IsQueueLine(line, paths::kFlvQueueInWork)) continue;
     count += CountQueueLine(line);
   }

@@ -224,13 +224,13 @@ TEST_F(VideoStatusTest, ALongerLineIsAnotherFile) {
 
 TEST_F(VideoStatusTest, AMissingQueueCountsNothing) {
   EXPECT_EQ(CountQueuedVideos(paths::kFlvQueue), 0);
-  EXPECT_EQ(fake().CallsOf({"ifstream"}), Texts{});
+  EXPECT_EQ(fake().CallsOf({"fopen"}), Texts{});
   ExpectNoLog();
 }
 
 TEST_F(VideoStatusTest, AQueueThatCannotBeOpenedIsLogged) {
   fake().WriteLines(paths::kFlvQueue, {WriteVideo("a.mp4")});
-  fake().FailCall("ifstream");
+  fake().FailCall("fopen");
   EXPECT_EQ(CountQueuedVideos(paths::kFlvQueue), 0);
   ExpectOneLog(LOG_ERR, "keldomk_thumb_status:414 [Error] fopen: /var/spool/flv_create.queue");
 }

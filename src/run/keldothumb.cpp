@@ -13,20 +13,21 @@
 #include <exception>
 
 #include "platform/process.h"
-#include "platform/text.h"
 #include "process/child.h"
 #include "run/directory_job.h"
 #include "thumbs/index.h"
 #include "thumbs/paths.h"
 #include "thumbs/thumb_profile.h"
 #include "thumbs/tool_selection.h"
+#include "thumbs/work_queue.h"
 #include "util/path.h"
 #include "util/termination.h"
 
 namespace keldo {
 namespace {
 
-constexpr const char* kWalkPrefix = "R:";
+// What "R:" alone is taken to name. No walk finds it.
+constexpr const char* kNoDirectory = "(null)";
 constexpr int kDecimal = 10;
 constexpr int kTargetFailedLine = 1190;
 
@@ -68,8 +69,9 @@ pid_t PidOfPath(const std::string& path) {
 }
 
 void ProcessArgument(const std::string& argument, const std::string& profile_path) {
-  if (keldoindexutils::StartWith(argument, kWalkPrefix)) {
-    WalkTree(CutToPathBuffer(DirectoryOfWalkArgument(argument)), profile_path);
+  const QueueEntry entry = ParseQueueLine(argument);
+  if (entry.is_tree) {
+    WalkTree(CutToPathBuffer(entry.PathUpToColon().value_or(kNoDirectory)), profile_path);
   } else {
     ProcessTarget(CutToPathBuffer(argument), profile_path);
   }
@@ -126,12 +128,6 @@ void KillThumbProcesses() {
     syslog(LOG_ERR, "%s: %s(%d) - unlink(%s), %s\n", "keldothumb", "KillThumbProcesses", 1214,
            path.c_str(), std::strerror(errno));
   }
-}
-
-std::string DirectoryOfWalkArgument(const std::string& argument) {
-  const std::size_t begin = argument.find_first_not_of(':', 1);
-  if (begin == std::string::npos) return "(null)";
-  return argument.substr(begin, argument.find(':', begin) - begin);
 }
 
 }  // namespace keldo

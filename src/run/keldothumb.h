@@ -23,10 +23,6 @@ void ProcessTarget(const std::string& target_path, const std::string& profile_pa
 /// The name is historical: it stops no process. Logs a file that cannot be removed.
 void KillThumbProcesses();
 
-/// The directory that an argument beginning with "R:" names: what stands between its first colons,
-/// so that "R:/a:b" means "/a". "R:" alone gives "(null)", which no walk finds.
-[[nodiscard]] std::string DirectoryOfWalkArgument(const std::string& argument);
-
 /// Processes `directory` and every directory below it that the filter accepts, parents first,
 /// without leaving its file system. Symbolic links are followed.
 void WalkTree(const std::string& directory, const std::string& profile_path);

@@ -107,17 +107,6 @@ TEST_F(KeldothumbTest, AWalkThatNamesNoDirectoryIsSilent) {
   ExpectNoLog();
 }
 
-TEST_F(KeldothumbTest, TheDirectoryOfAWalkEndsAtTheNextColon) {
-  EXPECT_EQ(DirectoryOfWalkArgument("R:/volume1/photo"), "/volume1/photo");
-  EXPECT_EQ(DirectoryOfWalkArgument("R:/a:b"), "/a");
-  EXPECT_EQ(DirectoryOfWalkArgument("R:/a:b:c"), "/a");
-  EXPECT_EQ(DirectoryOfWalkArgument("R:/a:"), "/a");
-  EXPECT_EQ(DirectoryOfWalkArgument("R::/a"), "/a");
-  EXPECT_EQ(DirectoryOfWalkArgument("R:::"), "(null)");
-  EXPECT_EQ(DirectoryOfWalkArgument("R:"), "(null)");
-  EXPECT_EQ(DirectoryOfWalkArgument("R:a b\n"), "a b\n");
-}
-
 TEST_F(KeldothumbTest, LongArgumentsAreCut) {
   std::string longer = job_.path;
   while (longer.size() < 5000)

@@ -10,10 +10,22 @@
 namespace keldo {
 namespace {
 
+constexpr std::string_view kTreePrefix = "R:";
 constexpr std::size_t kLineBufferSize = 4096;
 constexpr int kFindLine = 1028;
 
 }  // namespace
+
+QueueEntry ParseQueueLine(std::string_view line) {
+  const bool is_tree = line.starts_with(kTreePrefix);
+  return {is_tree, std::string(line.substr(is_tree ? kTreePrefix.size() : 0))};
+}
+
+std::optional<std::string> QueueEntry::PathUpToColon() const {
+  const std::size_t begin = path.find_first_not_of(':');
+  if (begin == std::string::npos) return std::nullopt;
+  return path.substr(begin, path.find(':', begin) - begin);
+}
 
 bool IsQueueLine(const std::string& path, const char* queue_path) {
   std::array<char, kLineBufferSize> line{};

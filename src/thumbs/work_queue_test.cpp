@@ -20,6 +20,42 @@ using WorkQueueTest = testing::CoreTest;
 constexpr const char* kQueue = paths::kThumbQueue;
 constexpr const char* kTwin = paths::kThumbQueueInWork;
 
+std::string DirectoryOf(std::string_view line) {
+  return ParseQueueLine(line).PathUpToColon().value_or("none");
+}
+
+// ---- A line ----
+
+TEST_F(WorkQueueTest, ALineIsAPathOrATree) {
+  const QueueEntry path = ParseQueueLine("/v/a:b %s\xff");
+  EXPECT_FALSE(path.is_tree);
+  EXPECT_EQ(path.path, "/v/a:b %s\xff");
+  const QueueEntry tree = ParseQueueLine("R:/v/a:b");
+  EXPECT_TRUE(tree.is_tree);
+  EXPECT_EQ(tree.path, "/v/a:b");
+}
+
+TEST_F(WorkQueueTest, OnlyACapitalRAndAColonMakeATree) {
+  for (const char* line : {"", "R", "r:/v", "R/v", ":R:/v", "/R:v"}) {
+    const QueueEntry entry = ParseQueueLine(line);
+    EXPECT_FALSE(entry.is_tree) << line;
+    EXPECT_EQ(entry.path, line);
+  }
+}
+
+TEST_F(WorkQueueTest, TheDirectoryOfATreeEndsAtTheNextColon) {
+  EXPECT_EQ(DirectoryOf("R:/volume1/photo"), "/volume1/photo");
+  EXPECT_EQ(DirectoryOf("R:/a:b"), "/a");
+  EXPECT_EQ(DirectoryOf("R:/a:b:c"), "/a");
+  EXPECT_EQ(DirectoryOf("R:/a:"), "/a");
+  EXPECT_EQ(DirectoryOf("R::/a"), "/a");
+  EXPECT_EQ(DirectoryOf("R:a b\n"), "a b\n");
+  EXPECT_EQ(DirectoryOf("R:"), "none");
+  EXPECT_EQ(DirectoryOf("R:::"), "none");
+}
+
+// ---- A file ----
+
 TEST_F(WorkQueueTest, AMissingQueueHoldsNothing) {
   EXPECT_FALSE(IsQueueLine("/v/a", kQueue));
   EXPECT_FALSE(IsInQueue("/v/a", kQueue, kTwin));

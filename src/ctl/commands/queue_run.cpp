@@ -11,7 +11,6 @@
 #include <ostream>
 #include <set>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -20,15 +19,13 @@
 #include "ctl/make/make_report.h"
 #include "process/stop_signals.h"
 #include "thumbs/tree_walk.h"
+#include "thumbs/work_queue.h"
 #include "util/path.h"
 
 namespace keldo::ctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// An entry that begins so names a directory with all that lies below it.
-constexpr std::string_view kTree = "R:";
 
 constexpr std::chrono::seconds kSweepEvery{2};
 // Looking which directories are complete may take this part of the time at most.
@@ -106,8 +103,7 @@ class QueueRun {
 
   // Notes the directories of an entry. False when the entry is to be dropped.
   bool Expand(const std::string& entry) {
-    const bool is_tree = entry.starts_with(kTree);
-    const std::string path = is_tree ? entry.substr(kTree.size()) : entry;
+    const auto [is_tree, path] = ParseQueueLine(entry);
     std::string problem;
     const Place place = LookAt(path, problem);
     if (place == Place::kNoDirectory) {
