@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
@@ -18,13 +19,12 @@ namespace {
 
 constexpr int kSchemaVersion = 1;
 
-// Another process's transaction is waited for in pieces, between which a termination request is let
-// in: two seconds in all.
+// One piece of the wait for another process's transaction: a writer waits four times, two seconds
+// in all, and lets a termination request in between.
 constexpr int kBusyMilliseconds = 500;
-constexpr int kBusyAttempts = 4;
 
 // While the database is being made SQLite does not wait by itself: two processes that both want to
-// turn the log on would wait for each other, so one of them is told at once and tries again.
+// turn the log on would wait for each other, so one of them gets an error at once and tries again.
 constexpr auto kCreationPause = std::chrono::milliseconds(10);
 constexpr auto kCreationLimit = std::chrono::seconds(2);
 
@@ -62,8 +62,6 @@ bool MakeFile(const std::string& path) {
 }
 
 }  // namespace
-
-IndexDatabase::IndexDatabase(UniqueSqlite database) : database_(std::move(database)) {}
 
 IndexDatabase::OpenResult IndexDatabase::OpenFile(const std::string& path) {
   OpenResult result;
@@ -106,33 +104,11 @@ IndexDatabase::OpenResult IndexDatabase::OpenOrCreate(const std::string& path) {
   return result;
 }
 
-bool IndexDatabase::Check(bool succeeded) {
-  if (succeeded) return true;
-  const int code = sqlite3_errcode(database_.get());
-  was_busy_ = code == SQLITE_BUSY || code == SQLITE_LOCKED;
-  problem_ = sqlite3_errmsg(database_.get());
-  return false;
-}
-
-bool IndexDatabase::Execute(const char* sql) {
-  return Check(sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK);
-}
-
-sqlite3_stmt* IndexDatabase::Prepared(UniqueStatement& statement, const char* sql) {
-  if (!statement) {
-    sqlite3_stmt* raw = nullptr;
-    Check(sqlite3_prepare_v3(database_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &raw, nullptr) ==
-          SQLITE_OK);
-    statement.reset(raw);
-  }
-  return statement.get();
-}
-
 std::optional<int> IndexDatabase::SchemaVersion() {
-  UniqueStatement statement;
-  if (Prepared(statement, "PRAGMA user_version") == nullptr) return std::nullopt;
-  if (!Check(sqlite3_step(statement.get()) == SQLITE_ROW)) return std::nullopt;
-  return sqlite3_column_int(statement.get(), 0);
+  std::optional<int> version;
+  const bool read =
+      sqlite_.Read("PRAGMA user_version", [&](const Row& row) { version = row.Number(0); });
+  return read ? version : std::nullopt;
 }
 
 bool IndexDatabase::HasOurSchema() {
@@ -141,11 +117,11 @@ bool IndexDatabase::HasOurSchema() {
   // emptied when the last process closes the database, so that a run that changes nothing neither
   // reads it at its start nor writes it back at its end.
   if (version == kSchemaVersion) {
-    return Execute("PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=0");
+    return sqlite_.Execute("PRAGMA synchronous=NORMAL; PRAGMA journal_size_limit=0");
   }
   if (version) {
-    problem_ = "the database has version " + std::to_string(*version) + ", not " +
-               std::to_string(kSchemaVersion);
+    sqlite_.set_problem("the database has version " + std::to_string(*version) + ", not " +
+                        std::to_string(kSchemaVersion));
   }
   return false;
 }
@@ -153,48 +129,23 @@ bool IndexDatabase::HasOurSchema() {
 // Several processes may do this at once; the first to get its transaction finds version 0.
 bool IndexDatabase::MakeSchema() {
   if (SchemaVersion() != 0) return true;
-  if (!Execute("PRAGMA journal_mode=WAL") || !Execute("BEGIN IMMEDIATE")) return false;
-  // Closing the database takes an unfinished transaction back.
-  return (SchemaVersion() != 0 || Execute(kSchema)) && Execute("COMMIT");
+  if (!sqlite_.Execute("PRAGMA journal_mode=WAL") || !sqlite_.Execute("BEGIN IMMEDIATE")) {
+    return false;
+  }
+  // Closing the database rolls an unfinished transaction back.
+  return (SchemaVersion() != 0 || sqlite_.Execute(kSchema)) && sqlite_.Execute("COMMIT");
 }
 
 bool IndexDatabase::MakeSchemaInTurn() {
   const auto deadline = std::chrono::steady_clock::now() + kCreationLimit;
   while (true) {
-    was_busy_ = false;
+    sqlite_.forget_busy();
     if (MakeSchema() && HasOurSchema()) return true;
-    if (!was_busy_ || std::chrono::steady_clock::now() >= deadline) return false;
-    if (sqlite3_get_autocommit(database_.get()) == 0 && !Execute("ROLLBACK")) return false;
+    if (!was_busy() || std::chrono::steady_clock::now() >= deadline) return false;
+    if (sqlite_.in_transaction() && !sqlite_.Execute("ROLLBACK")) return false;
     LetTerminationIn();
     std::this_thread::sleep_for(kCreationPause);
   }
-}
-
-bool IndexDatabase::Write(sqlite3_stmt* statement) {
-  for (int attempt = 1; true; ++attempt) {
-    const int result = sqlite3_step(statement);
-    if (result != SQLITE_BUSY || attempt == kBusyAttempts) return Check(result == SQLITE_DONE);
-    sqlite3_reset(statement);
-    LetTerminationIn();
-  }
-}
-
-bool IndexDatabase::FindMaskInTransaction(std::string_view directory, int type,
-                                          std::optional<MaskEntry>& found) {
-  sqlite3_stmt* statement =
-      Prepared(find_mask_, "SELECT mask FROM masks WHERE directory=?1 AND type=?2");
-  if (statement == nullptr) return false;
-  for (; !directory.empty(); directory = ParentOfKey(directory)) {
-    const StatementUse use(statement);
-    if (!Check(BindBytes(statement, 1, directory) && BindNumber(statement, 2, type))) return false;
-    const int result = sqlite3_step(statement);
-    if (result == SQLITE_ROW) {
-      found = {.mask = sqlite3_column_int(statement, 0), .directory = std::string(directory)};
-      return true;
-    }
-    if (!Check(result == SQLITE_DONE)) return false;
-  }
-  return true;
 }
 
 // All directories up to the root are looked up within one transaction, which costs two system
@@ -202,48 +153,180 @@ bool IndexDatabase::FindMaskInTransaction(std::string_view directory, int type,
 bool IndexDatabase::FindMask(std::string_view directory, int type,
                              std::optional<MaskEntry>& found) {
   found.reset();
-  sqlite3_stmt* begin = Prepared(begin_, "BEGIN");
-  sqlite3_stmt* commit = Prepared(commit_, "COMMIT");
-  if (begin == nullptr || commit == nullptr) return false;
-  const StatementUse begin_use(begin);
-  if (!Check(sqlite3_step(begin) == SQLITE_DONE)) return false;
-  const bool read = FindMaskInTransaction(directory, type, found);
-  const StatementUse commit_use(commit);
-  const bool ended = sqlite3_step(commit) == SQLITE_DONE;
-  return read && Check(ended);
+  if (!sqlite_.Write("BEGIN")) return false;
+  bool read = true;
+  for (; read && !found && !directory.empty(); directory = ParentOfKey(directory)) {
+    const auto take = [&](const Row& row) {
+      found = {.mask = row.Number(0), .directory = std::string(directory)};
+    };
+    read = sqlite_.Read("SELECT mask FROM masks WHERE directory=?1 AND type=?2", take, directory,
+                        type);
+  }
+  return sqlite_.Write("COMMIT") && read;
 }
 
 bool IndexDatabase::SetMask(std::string_view directory, int type, int mask) {
-  UniqueStatement statement;
-  return Prepared(statement,
-                  "INSERT INTO masks(directory, type, mask) VALUES(?1, ?2, ?3)"
-                  " ON CONFLICT(directory, type) DO UPDATE SET mask=excluded.mask") != nullptr &&
-         Check(BindBytes(statement.get(), 1, directory) && BindNumber(statement.get(), 2, type) &&
-               BindNumber(statement.get(), 3, mask)) &&
-         Write(statement.get());
+  return sqlite_.Write(
+      "INSERT INTO masks(directory, type, mask) VALUES(?1, ?2, ?3)"
+      " ON CONFLICT(directory, type) DO UPDATE SET mask=excluded.mask",
+      directory, type, mask);
 }
 
 bool IndexDatabase::RemoveMask(std::string_view directory, int type) {
-  UniqueStatement statement;
-  return Prepared(statement, "DELETE FROM masks WHERE directory=?1 AND type=?2") != nullptr &&
-         Check(BindBytes(statement.get(), 1, directory) && BindNumber(statement.get(), 2, type)) &&
-         Write(statement.get());
+  return sqlite_.Write("DELETE FROM masks WHERE directory=?1 AND type=?2", directory, type);
+}
+
+bool IndexDatabase::ListMasks(std::vector<MaskRecord>& masks) {
+  masks.clear();
+  return sqlite_.Read("SELECT directory, type, mask FROM masks ORDER BY directory, type",
+                      [&](const Row& row) {
+                        masks.push_back({row.Bytes(0), row.Number(1), row.Number(2)});
+                      });
 }
 
 bool IndexDatabase::SetResolution(const Measured& photo, const Measured& thumbnail) {
-  sqlite3_stmt* statement = Prepared(
-      set_resolution_, "INSERT OR REPLACE INTO resolutions VALUES(?1, ?2, ?3, ?4, ?5, ?6)");
-  if (statement == nullptr) return false;
-  const StatementUse use(statement);
-  int index = 0;
-  for (const Measured* file : {&photo, &thumbnail}) {
-    if (!Check(BindBytes(statement, ++index, file->path) &&
-               BindNumber(statement, ++index, file->width) &&
-               BindNumber(statement, ++index, file->height))) {
-      return false;
-    }
+  return sqlite_.Write("INSERT OR REPLACE INTO resolutions VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
+                       photo.path, photo.width, photo.height, thumbnail.path, thumbnail.width,
+                       thumbnail.height);
+}
+
+bool IndexDatabase::FindResolution(std::string_view path, std::optional<Measured>& found) {
+  found.reset();
+  const auto take = [&](const Row& row) {
+    found = {std::string(path), row.Number(0), row.Number(1)};
+  };
+  return sqlite_.Read("SELECT width, height FROM resolutions WHERE path=?1", take, path);
+}
+
+bool IndexDatabase::FindMeasuredThumbnail(std::string_view path, std::optional<Measured>& found) {
+  found.reset();
+  const auto take = [&](const Row& row) { found = {row.Bytes(0), row.Number(1), row.Number(2)}; };
+  return sqlite_.Read("SELECT thumb_path, thumb_width, thumb_height FROM resolutions WHERE path=?1",
+                      take, path);
+}
+
+bool IndexDatabase::FindVersion(std::string_view path, std::optional<int>& found) {
+  found.reset();
+  const auto take = [&](const Row& row) { found = row.Number(0); };
+  return sqlite_.Read("SELECT version FROM versions WHERE path=?1", take, path);
+}
+
+bool IndexDatabase::SetVersion(std::string_view path, int version) {
+  return sqlite_.Write("INSERT OR REPLACE INTO versions(path, version) VALUES(?1, ?2)", path,
+                       version);
+}
+
+bool IndexDatabase::FindFinished(std::string_view path, std::optional<std::int64_t>& time) {
+  time.reset();
+  const auto take = [&](const Row& row) { time = row.LongNumber(0); };
+  return sqlite_.Read("SELECT time FROM finished WHERE path=?1", take, path);
+}
+
+bool IndexDatabase::AddFinished(std::string_view path, std::int64_t time) {
+  return sqlite_.Write("INSERT OR REPLACE INTO finished(path, time) VALUES(?1, ?2)", path, time);
+}
+
+bool IndexDatabase::FindConversion(int type, std::optional<bool>& on) {
+  on.reset();
+  const auto take = [&](const Row& row) { on = row.Number(0) != 0; };
+  return sqlite_.Read("SELECT is_on FROM conversion WHERE type=?1", take, type);
+}
+
+bool IndexDatabase::SetConversion(int type, bool on) {
+  return sqlite_.Write("INSERT OR REPLACE INTO conversion(type, is_on) VALUES(?1, ?2)", type, on);
+}
+
+bool IndexDatabase::FindMedia(std::string_view path, int database,
+                              std::optional<MediaRecord>& found) {
+  found.reset();
+  std::vector<MediaRecord> records;
+  if (!ListMedia(path, records)) return false;
+  const auto record = std::find_if(records.begin(), records.end(), [&](const MediaRecord& media) {
+    return media.database == database;
+  });
+  if (record != records.end()) found = std::move(*record);
+  return true;
+}
+
+bool IndexDatabase::ListMedia(std::string_view path, std::vector<MediaRecord>& records) {
+  records.clear();
+  const auto take = [&](const Row& row) {
+    records.push_back({.path = std::string(path),
+                       .width = row.Number(0),
+                       .height = row.Number(1),
+                       .orientation = row.Number(2),
+                       .bit_rate = row.Number(3),
+                       .database = row.Number(4)});
+  };
+  return sqlite_.Read(
+      "SELECT width, height, rotation, bitrate, database FROM media WHERE path=?1"
+      " ORDER BY database",
+      take, path);
+}
+
+bool IndexDatabase::SetMedia(const MediaRecord& media) {
+  return sqlite_.Write(
+      "INSERT OR REPLACE INTO media(path, width, height, rotation, bitrate, database)"
+      " VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
+      media.path, media.width, media.height, media.orientation, media.bit_rate, media.database);
+}
+
+bool IndexDatabase::CountRecords(IndexCounts& counts) {
+  counts = {};
+  const auto take = [&](const Row& row) {
+    counts = {row.LongNumber(0), row.LongNumber(1), row.LongNumber(2), row.LongNumber(3)};
+  };
+  return sqlite_.Read(
+      "SELECT (SELECT count(*) FROM resolutions), (SELECT count(*) FROM versions),"
+      " (SELECT count(*) FROM finished), (SELECT count(DISTINCT path) FROM media)",
+      take);
+}
+
+namespace {
+
+struct EmbeddedIndex {
+  std::string path = kDatabasePath;
+  bool looked_for = false;
+  std::unique_ptr<IndexDatabase> database;
+};
+
+EmbeddedIndex& Index() {
+  static EmbeddedIndex index;
+  return index;
+}
+
+IndexDatabase* Database() {
+  EmbeddedIndex& index = Index();
+  if (!index.looked_for) {
+    index.looked_for = true;
+    index.database = IndexDatabase::Open(index.path).database;
   }
-  return Write(statement);
+  return index.database.get();
+}
+
+}  // namespace
+
+int WantedKinds(std::string_view directory, int type) {
+  IndexDatabase* database = Database();
+  if (database == nullptr) return kAllKinds;
+  std::optional<MaskEntry> entry;
+  if (!database->FindMask(PathKey(directory), type, entry) && !database->was_busy()) {
+    Index().database.reset();  // damaged, or not ours to read: it will not get better
+  }
+  return entry ? entry->mask : kAllKinds;
+}
+
+void NoteResolution(const Measured& photo, const Measured& thumbnail) {
+  IndexDatabase* database = Database();
+  if (database == nullptr) return;
+  // Masks can still be read from a database that we may not write, so it is kept whatever happens.
+  static_cast<void>(
+      database->SetResolution({PathKey(photo.path), photo.width, photo.height},
+                              {PathKey(thumbnail.path), thumbnail.width, thumbnail.height}));
+}
+
+void UseIndexAt(const std::string& path) {
+  Index() = EmbeddedIndex{.path = path, .looked_for = false, .database = nullptr};
 }
 
 }  // namespace keldo::index

@@ -1,8 +1,8 @@
-// The database of the embedded index.
+// The index that is built into this program, for machines where no other one runs: a database, and
+// what this process asks of the system's own.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,9 +10,10 @@
 #include <vector>
 
 #include "index/sqlite.h"
-#include "platform/media_info.h"
 
 namespace keldo::index {
+
+inline constexpr const char* kDatabasePath = "/var/lib/keldoindex/index.db";
 
 /// All six kinds of thumbnails: what is wanted where no mask was set.
 inline constexpr int kAllKinds = 63;
@@ -37,10 +38,14 @@ struct MaskRecord {
   int mask = 0;
 };
 
-/// A media record, and the number of the media database that it is of.
+/// What one of the index's media databases holds of a file.
 struct MediaRecord {
-  int database = 0;
-  keldoindexutils::MediaInfo media;
+  std::string path;
+  int width = 0;
+  int height = 0;
+  int orientation = 0;  ///< EXIF numbering; 0 when unknown.
+  int bit_rate = 0;     ///< Of a video's frames, in bit/s.
+  int database = 0;     ///< 1: videos.
 };
 
 /// How many files the index knows something of.
@@ -55,7 +60,7 @@ struct IndexCounts {
 /// thumbnails, index versions, finished files, media records and whether conversion is on.
 ///
 /// All directories and paths are taken and given as PathKey makes them. Nothing is logged or
-/// thrown; after a failure problem() tells why.
+/// thrown; after a failure problem() says why.
 class IndexDatabase {
  public:
   struct OpenResult;
@@ -95,12 +100,11 @@ class IndexDatabase {
 
   /// The record of a file in one of the index's media databases (1: videos).
   [[nodiscard]] bool FindMedia(std::string_view path, int database,
-                               std::optional<keldoindexutils::MediaInfo>& found);
-  [[nodiscard]] bool SetMedia(const keldoindexutils::MediaInfo& media, int database);
+                               std::optional<MediaRecord>& found);
+  [[nodiscard]] bool SetMedia(const MediaRecord& media);
 
-  /// The size that was noted for a photo, as a record without orientation.
-  [[nodiscard]] bool FindResolution(std::string_view path,
-                                    std::optional<keldoindexutils::MediaInfo>& found);
+  /// The size that was noted for a photo.
+  [[nodiscard]] bool FindResolution(std::string_view path, std::optional<Measured>& found);
 
   /// The thumbnail whose size was noted together with that of a photo.
   [[nodiscard]] bool FindMeasuredThumbnail(std::string_view path, std::optional<Measured>& found);
@@ -114,48 +118,45 @@ class IndexDatabase {
   [[nodiscard]] bool CountRecords(IndexCounts& counts);
 
   /// Why the last operation failed.
-  [[nodiscard]] const std::string& problem() const { return problem_; }
+  [[nodiscard]] const std::string& problem() const { return sqlite_.problem(); }
 
   /// True when the last operation failed because another process kept the database for too long:
   /// the next one may succeed.
-  [[nodiscard]] bool was_busy() const { return was_busy_; }
+  [[nodiscard]] bool was_busy() const { return sqlite_.was_busy(); }
 
  private:
-  using RowReader = std::function<void(sqlite3_stmt* row)>;
+  explicit IndexDatabase(UniqueSqlite database) : sqlite_(std::move(database)) {}
 
-  explicit IndexDatabase(UniqueSqlite database);
-
-  /// Gives the row that a bound statement finds, if any, to `take`.
-  [[nodiscard]] bool ReadRow(sqlite3_stmt* statement, const RowReader& take);
-  /// The same with all rows.
-  [[nodiscard]] bool ReadRows(sqlite3_stmt* statement, const RowReader& take);
-  /// Passes `succeeded` on; remembers why when it is false.
-  bool Check(bool succeeded);
-  [[nodiscard]] bool Execute(const char* sql);
-  [[nodiscard]] sqlite3_stmt* Prepared(UniqueStatement& statement, const char* sql);
-  [[nodiscard]] bool Write(sqlite3_stmt* statement);
-  [[nodiscard]] bool FindMaskInTransaction(std::string_view directory, int type,
-                                           std::optional<MaskEntry>& found);
   [[nodiscard]] std::optional<int> SchemaVersion();
   [[nodiscard]] bool MakeSchema();
   [[nodiscard]] bool MakeSchemaInTurn();
   [[nodiscard]] bool HasOurSchema();
   [[nodiscard]] static OpenResult OpenFile(const std::string& path);
 
-  UniqueSqlite database_;
-  UniqueStatement begin_;
-  UniqueStatement commit_;
-  UniqueStatement find_mask_;
-  UniqueStatement set_resolution_;
-  std::string problem_;
-  bool was_busy_ = false;
+  Sqlite sqlite_;
 };
 
 /// A database, or why there is none.
 struct IndexDatabase::OpenResult {
   std::unique_ptr<IndexDatabase> database;
-  bool missing = false;  ///< There is no such file, which is no failure for who only asks.
+  bool missing = false;  ///< There is no such file, not a failure for a caller that only asks.
   std::string problem;   ///< Text for a person; empty on success.
 };
+
+// What follows uses one database for the whole process, the system's. Where there is none, or it
+// cannot be opened, read or written, the defaults hold, silently: without an index the program
+// makes all thumbnails of all photos, and that is not a failure.
+
+/// The mask of the kinds wanted for the files of `directory`, which may be spelt in any way.
+///
+/// The database is looked for at the first call and then kept open; where there was none, later
+/// calls cost no system call at all. Changes by other processes are seen at the next call.
+[[nodiscard]] int WantedKinds(std::string_view directory, int type);
+
+/// Notes the resolutions of a photo and of a thumbnail made from it.
+void NoteResolution(const Measured& photo, const Measured& thumbnail);
+
+/// Makes this process use the database at `path` from now on instead of the system's. For tests.
+void UseIndexAt(const std::string& path);
 
 }  // namespace keldo::index

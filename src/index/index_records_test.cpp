@@ -10,8 +10,6 @@
 namespace keldo::index {
 namespace {
 
-using keldoindexutils::MediaInfo;
-
 class IndexRecordsTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -35,8 +33,8 @@ class IndexRecordsTest : public ::testing::Test {
     EXPECT_TRUE(database_->FindConversion(type, found)) << database_->problem();
     return found;
   }
-  std::optional<MediaInfo> Media(const std::string& path, int type) {
-    std::optional<MediaInfo> found = MediaInfo();
+  std::optional<MediaRecord> Media(const std::string& path, int type) {
+    std::optional<MediaRecord> found = MediaRecord();
     EXPECT_TRUE(database_->FindMedia(path, type, found)) << database_->problem();
     return found;
   }
@@ -80,39 +78,40 @@ TEST_F(IndexRecordsTest, ConversionIsSwitchedByType) {
 
 TEST_F(IndexRecordsTest, MediaRecordsAreKeptByPathAndDatabase) {
   EXPECT_FALSE(Media(kOddPath, 1));
-  MediaInfo media;
-  media.path(kOddPath);
-  media.resolution_x(1920);
-  media.resolution_y(1080);
-  media.photo_rotation(6);
-  media.frame_bitrate(2147483647);
-  ASSERT_TRUE(database_->SetMedia(media, 1));
-  media.resolution_x(7);
-  ASSERT_TRUE(database_->SetMedia(media, 0));
+  MediaRecord media;
+  media.path = kOddPath;
+  media.width = 1920;
+  media.height = 1080;
+  media.orientation = 6;
+  media.bit_rate = 2147483647;
+  media.database = 1;
+  ASSERT_TRUE(database_->SetMedia(media));
+  media.width = 7;
+  media.database = 0;
+  ASSERT_TRUE(database_->SetMedia(media));
 
-  const std::optional<MediaInfo> found = Media(kOddPath, 1);
+  const std::optional<MediaRecord> found = Media(kOddPath, 1);
   ASSERT_TRUE(found);
-  EXPECT_EQ(found->path(), kOddPath);
-  EXPECT_EQ(found->resolution_x(), 1920);
-  EXPECT_EQ(found->resolution_y(), 1080);
-  EXPECT_EQ(found->photo_rotation(), 6);
-  EXPECT_EQ(found->frame_bitrate(), 2147483647);
+  EXPECT_EQ(found->path, kOddPath);
+  EXPECT_EQ(found->width, 1920);
+  EXPECT_EQ(found->height, 1080);
+  EXPECT_EQ(found->orientation, 6);
+  EXPECT_EQ(found->bit_rate, 2147483647);
   ASSERT_TRUE(Media(kOddPath, 0));
-  EXPECT_EQ(Media(kOddPath, 0)->resolution_x(), 7);
+  EXPECT_EQ(Media(kOddPath, 0)->width, 7);
   EXPECT_FALSE(Media(kOddPath, 2));
 }
 
 TEST_F(IndexRecordsTest, ReportedSizesOfAPhotoAreFound) {
-  std::optional<MediaInfo> found = MediaInfo();
+  std::optional<Measured> found = Measured();
   ASSERT_TRUE(database_->FindResolution(kOddPath, found));
   EXPECT_FALSE(found);
   ASSERT_TRUE(database_->SetResolution({kOddPath, 6000, 4000}, {"/v/thumb", 320, 213}));
   ASSERT_TRUE(database_->FindResolution(kOddPath, found));
   ASSERT_TRUE(found);
-  EXPECT_EQ(found->path(), kOddPath);
-  EXPECT_EQ(found->resolution_x(), 6000);
-  EXPECT_EQ(found->resolution_y(), 4000);
-  EXPECT_EQ(found->photo_rotation(), 0);
+  EXPECT_EQ(found->path, kOddPath);
+  EXPECT_EQ(found->width, 6000);
+  EXPECT_EQ(found->height, 4000);
 }
 
 TEST_F(IndexRecordsTest, TheThumbnailThatWasReportedWithAPhotoIsFound) {
@@ -145,34 +144,39 @@ TEST_F(IndexRecordsTest, MasksAreListedInOrder) {
 }
 
 TEST_F(IndexRecordsTest, AFilesMediaRecordsAreListedInOrder) {
-  MediaInfo media;
-  media.path("/v/other");
-  ASSERT_TRUE(database_->SetMedia(media, 0));
-  media.path(kOddPath);
-  media.resolution_x(1920);
-  media.frame_bitrate(7);
-  ASSERT_TRUE(database_->SetMedia(media, 1));
-  media.resolution_y(1080);
-  media.photo_rotation(6);
-  ASSERT_TRUE(database_->SetMedia(media, 0));
+  MediaRecord media;
+  media.path = "/v/other";
+  media.database = 0;
+  ASSERT_TRUE(database_->SetMedia(media));
+  media.path = kOddPath;
+  media.width = 1920;
+  media.bit_rate = 7;
+  media.database = 1;
+  ASSERT_TRUE(database_->SetMedia(media));
+  media.height = 1080;
+  media.orientation = 6;
+  media.database = 0;
+  ASSERT_TRUE(database_->SetMedia(media));
   std::vector<MediaRecord> records;
   ASSERT_TRUE(database_->ListMedia(kOddPath, records));
   ASSERT_EQ(records.size(), 2U);
   EXPECT_EQ(records[0].database, 0);
-  EXPECT_EQ(records[0].media.path(), kOddPath);
-  EXPECT_EQ(records[0].media.resolution_x(), 1920);
-  EXPECT_EQ(records[0].media.resolution_y(), 1080);
-  EXPECT_EQ(records[0].media.photo_rotation(), 6);
-  EXPECT_EQ(records[0].media.frame_bitrate(), 7);
+  EXPECT_EQ(records[0].path, kOddPath);
+  EXPECT_EQ(records[0].width, 1920);
+  EXPECT_EQ(records[0].height, 1080);
+  EXPECT_EQ(records[0].orientation, 6);
+  EXPECT_EQ(records[0].bit_rate, 7);
   EXPECT_EQ(records[1].database, 1);
-  EXPECT_EQ(records[1].media.resolution_y(), 0);
+  EXPECT_EQ(records[1].height, 0);
 }
 
 TEST_F(IndexRecordsTest, RecordsAreCountedByWhatTheyTell) {
-  MediaInfo media;
-  media.path("/v/a");
-  ASSERT_TRUE(database_->SetMedia(media, 0));
-  ASSERT_TRUE(database_->SetMedia(media, 1));
+  MediaRecord media;
+  media.path = "/v/a";
+  media.database = 0;
+  ASSERT_TRUE(database_->SetMedia(media));
+  media.database = 1;
+  ASSERT_TRUE(database_->SetMedia(media));
   for (const char* path : {"/v/a", "/v/b"})
     ASSERT_TRUE(database_->AddFinished(path, 1));
   for (const char* path : {"/v/a", "/v/b", "/v/c"})

@@ -1,5 +1,3 @@
-#include "plugind/connection.h"
-
 #include <sys/socket.h>
 #include <syslog.h>
 
@@ -7,6 +5,8 @@
 #include <cerrno>
 #include <optional>
 #include <utility>
+
+#include "plugind/server.h"
 
 namespace keldo::plugind {
 namespace {

@@ -1,5 +1,3 @@
-#include "plugind/connection.h"
-
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -10,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "plugind/server.h"
 
 namespace keldo::plugind {
 namespace {

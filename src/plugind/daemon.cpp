@@ -10,7 +10,7 @@
 #include <iostream>
 #include <string>
 
-#include "plugind/database_store.h"
+#include "plugind/index_store.h"
 #include "plugind/listen_socket.h"
 #include "plugind/request.h"
 #include "plugind/server.h"
@@ -30,7 +30,7 @@ constexpr const char* kExamples =
 
 struct Options {
   std::string socket = paths::kPluginDaemonSocket;
-  std::string database = paths::kIndexDatabase;
+  std::string database = index::kDatabasePath;
   unsigned idle_seconds = 30;
   unsigned max_clients = 64;
   bool clean_up = false;

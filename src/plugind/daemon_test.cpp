@@ -111,12 +111,8 @@ TEST_F(PluginDaemonTest, ConversionIsOnUntilItIsSwitchedOff) {
 TEST_F(PluginDaemonTest, MediaRecordsComeFromTheIndex) {
   daemon_.Start();
   EXPECT_EQ(Ask("GET_MEDIA_FROM_PLUGIN_DB", kOddPath)["success"], false);
-  MediaInfo stored;
-  stored.path(kOddPath);
-  stored.resolution_x(1920);
-  stored.resolution_y(1080);
-  stored.frame_bitrate(4500000);
-  ASSERT_TRUE(Database()->SetMedia(stored, 1));
+  ASSERT_TRUE(Database()->SetMedia(
+      {.path = kOddPath, .width = 1920, .height = 1080, .bit_rate = 4500000, .database = 1}));
   const Json::Value reply = Ask("GET_MEDIA_FROM_PLUGIN_DB", kOddPath);
   EXPECT_EQ(reply["success"], true);
   MediaInfo media;

@@ -1,11 +1,17 @@
-// What the daemon needs of the index, so that answering can be tested without a database.
+// What the daemon knows: the index, behind an interface so that answering can be tested without a
+// database.
 #pragma once
 
+#include <sys/types.h>
+
+#include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
+#include "index/index_database.h"
 #include "platform/index_ipc.h"
-#include "platform/media_info.h"
+#include "util/deadline.h"
 
 namespace keldo::plugind {
 
@@ -30,8 +36,48 @@ class IndexStore {
 
   /// The record of a file in the database that `database` names (1: videos). None when the index
   /// does not know the file.
-  [[nodiscard]] virtual std::optional<keldoindexutils::MediaInfo> FindMedia(std::string_view path,
-                                                                            int database) = 0;
+  [[nodiscard]] virtual std::optional<index::MediaRecord> FindMedia(std::string_view path,
+                                                                    int database) = 0;
+};
+
+/// Opens the database, which it makes where it is missing, and opens it anew when it fails or has
+/// been replaced. Without a database the defaults are answered and nothing can be noted; each
+/// trouble is logged once until it is over.
+class DatabaseStore : public IndexStore {
+ public:
+  explicit DatabaseStore(std::string path);
+
+  [[nodiscard]] int Version(std::string_view path) override;
+  [[nodiscard]] bool AddFinished(std::string_view path) override;
+  [[nodiscard]] bool IsConversionOn(_tag_THUMB_TYPE_ type) override;
+  [[nodiscard]] std::optional<index::MediaRecord> FindMedia(std::string_view path,
+                                                            int database) override;
+
+ private:
+  // A trouble that is logged when it comes and not again while it lasts.
+  class Trouble {
+   public:
+    void Note(const char* what, const std::string& problem);
+    void Clear() { last_.clear(); }
+
+   private:
+    std::string last_;
+  };
+
+  [[nodiscard]] index::IndexDatabase* Database();
+  [[nodiscard]] bool IsReplaced() const;
+  // Runs an operation on the database; false without one, or when it fails.
+  template <typename Operation>
+  [[nodiscard]] bool Use(Trouble& trouble, const char* what, const Operation& operation);
+
+  std::string path_;
+  std::unique_ptr<index::IndexDatabase> database_;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  Clock::time_point open_again_;
+  Trouble opening_;
+  Trouble reading_;
+  Trouble writing_;
 };
 
 }  // namespace keldo::plugind

@@ -90,16 +90,16 @@ Json::Value IsConvertVideo(const Json::Value& /*request*/, IndexStore& store) {
 
 Json::Value GetMedia(const Json::Value& request, IndexStore& store) {
   const std::string path = PathMember(request);
-  const auto info = store.FindMedia(path, IntMember(request, "type"));
-  if (!info) return Outcome(false);
-  Json::Value media(Json::objectValue);
-  media["path"] = info->path();
-  media["resolution_x"] = info->resolution_x();
-  media["resolution_y"] = info->resolution_y();
-  media["photo_rotation"] = info->photo_rotation();
-  media["frame_bitrate"] = info->frame_bitrate();
+  const auto media = store.FindMedia(path, IntMember(request, "type"));
+  if (!media) return Outcome(false);
+  Json::Value record(Json::objectValue);
+  record["path"] = media->path;
+  record["resolution_x"] = media->width;
+  record["resolution_y"] = media->height;
+  record["photo_rotation"] = media->orientation;
+  record["frame_bitrate"] = media->bit_rate;
   Json::Value reply = Outcome(true);
-  reply["media"] = media;
+  reply["media"] = record;
   return reply;
 }
 
@@ -128,6 +128,44 @@ Json::Value Reply(std::string_view text, IndexStore& store) {
 }
 
 }  // namespace
+
+void RequestBuffer::Append(std::string_view bytes) {
+  bytes_.erase(0, begin_);
+  searched_ -= begin_;
+  begin_ = 0;
+  bytes_.append(bytes);
+}
+
+std::optional<RequestLine> RequestBuffer::Next() {
+  while (true) {
+    const std::size_t newline = bytes_.find('\n', searched_);
+    if (newline == std::string::npos) return NextUnfinished();
+    const std::size_t begin = begin_;
+    begin_ = searched_ = newline + 1;
+    const bool reported = dropping_;
+    dropping_ = false;
+    if (reported) continue;
+    if (newline - begin > kMaxRequest) return RequestLine{.text = {}, .too_long = true};
+    return RequestLine{.text = bytes_.substr(begin, newline - begin), .too_long = false};
+  }
+}
+
+std::optional<RequestLine> RequestBuffer::NextUnfinished() {
+  searched_ = bytes_.size();
+  if (!dropping_ && bytes_.size() - begin_ <= kMaxRequest) return std::nullopt;
+  begin_ = bytes_.size();
+  if (dropping_) return std::nullopt;
+  dropping_ = true;
+  return RequestLine{.text = {}, .too_long = true};
+}
+
+std::optional<RequestLine> RequestBuffer::Rest() {
+  if (std::optional<RequestLine> line = Next()) return line;
+  if (begin_ == bytes_.size()) return std::nullopt;
+  RequestLine line{.text = bytes_.substr(begin_), .too_long = false};
+  begin_ = searched_ = bytes_.size();
+  return line;
+}
 
 Answer AnswerRequest(std::string_view text, IndexStore& store) {
   try {

@@ -1,9 +1,9 @@
-#include "plugind/request_buffer.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "plugind/request.h"
 
 namespace keldo::plugind {
 namespace {

@@ -6,12 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "plugind/index_store.h"
-
 namespace keldo::plugind {
 namespace {
-
-using keldoindexutils::MediaInfo;
 
 // An index in memory.
 class MemoryStore : public IndexStore {
@@ -27,9 +23,9 @@ class MemoryStore : public IndexStore {
   bool IsConversionOn(_tag_THUMB_TYPE_ type) override {
     return type == THUMB_TYPE_PHOTO ? photos_on : videos_on;
   }
-  std::optional<MediaInfo> FindMedia(std::string_view path, int database) override {
+  std::optional<index::MediaRecord> FindMedia(std::string_view path, int database) override {
     asked_database = database;
-    if (!media || media->path() != path) return std::nullopt;
+    if (!media || media->path != path) return std::nullopt;
     return media;
   }
 
@@ -38,7 +34,7 @@ class MemoryStore : public IndexStore {
   bool writable = true;
   bool photos_on = true;
   bool videos_on = true;
-  std::optional<MediaInfo> media;
+  std::optional<index::MediaRecord> media;
   int asked_database = -99;
 };
 
@@ -90,12 +86,12 @@ TEST_F(RequestTest, SwitchesAreAnsweredByType) {
 }
 
 TEST_F(RequestTest, MediaRecordsAreAnswered) {
-  store_.media.emplace();
-  store_.media->path("/v/b.mp4");
-  store_.media->resolution_x(1920);
-  store_.media->resolution_y(1080);
-  store_.media->photo_rotation(6);
-  store_.media->frame_bitrate(4500000);
+  store_.media = {.path = "/v/b.mp4",
+                  .width = 1920,
+                  .height = 1080,
+                  .orientation = 6,
+                  .bit_rate = 4500000,
+                  .database = 1};
   EXPECT_EQ(Reply(R"({"command":"GET_MEDIA_FROM_PLUGIN_DB","path":"/v/b.mp4","type":1})"),
             R"({"media":{"frame_bitrate":4500000,"path":"/v/b.mp4","photo_rotation":6,)"
             R"("resolution_x":1920,"resolution_y":1080},"success":true})");
@@ -119,7 +115,7 @@ TEST_F(RequestTest, PathsAreBytes) {
 TEST_F(RequestTest, PathsInRepliesAreEscapedUnlessTheyAreNoUtf8) {
   store_.media.emplace();
   const auto reply = [&](const std::string& path, const std::string& sent) {
-    store_.media->path(path);
+    store_.media->path = path;
     return Reply(R"({"command":"GET_MEDIA_FROM_PLUGIN_DB","type":1,"path":")" + sent + "\"}");
   };
   EXPECT_NE(reply("/v/\n\xC3\xA4", "/v/\\n\xC3\xA4").find(R"("path":"/v/\n\u00e4")"),

@@ -23,11 +23,6 @@ constexpr std::chrono::hours kForever{1};
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-int MillisecondsUntil(Clock::time_point until) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
-  return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3600000));
-}
-
 // The process at the other end, as it was when it connected.
 std::optional<ucred> PeerOf(int socket) {
   ucred peer{};

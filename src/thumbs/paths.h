@@ -15,7 +15,6 @@ inline constexpr const char* kFlvQueue = "/var/spool/flv_create.queue";
 inline constexpr const char* kFlvQueueInWork = "/var/spool/flv_create.queue.tmp";
 
 inline constexpr const char* kPluginDaemonSocket = "/tmp/keldoindexplugind_sock";
-inline constexpr const char* kIndexDatabase = "/var/lib/keldoindex/index.db";
 
 inline constexpr const char* kCodecPackageMarker = "/var/packages/Vantrel/target/pack/HAS_HEVC";
 inline constexpr const char* kCodecPackageConverter =

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "ctl/library/photo_scan.h"
+#include "index/index_database.h"
 #include "thumbs/paths.h"
 #include "util/path.h"
 
@@ -50,7 +51,7 @@ bool IsInMetadata(const std::string& path) {
 Environment EnvironmentOfProcess() {
   const char* no_colour = std::getenv("NO_COLOR");
   Environment environment;
-  environment.database_path = paths::kIndexDatabase;
+  environment.database_path = index::kDatabasePath;
   environment.keldothumb = ProgramBesideUs();
   environment.profile_path = kInstalledProfile;
   environment.terminal_out = ::isatty(STDOUT_FILENO) == 1;

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "index/embedded_index.h"
+#include "index/index_database.h"
 #include "platform/index_ipc.h"
 #include "support/temp_dir.h"
 #include "util/json_line.h"

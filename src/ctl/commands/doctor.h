@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ctl/console.h"
+#include "index/index_database.h"
 #include "thumbs/paths.h"
 #include "thumbs/tool_selection.h"
 
@@ -30,7 +31,7 @@ struct CheckResult {
 struct DoctorPaths {
   std::string keldothumb;
   std::string profile;
-  std::string database = paths::kIndexDatabase;
+  std::string database = index::kDatabasePath;
   std::string converter = ConverterPath();
   std::string djpeg = paths::kDjpeg;
   std::string dcraw = paths::kDcraw;

@@ -72,7 +72,7 @@ struct Knowledge {
   std::optional<MaskEntry> video_mask;
   std::optional<int> version;
   std::optional<std::int64_t> finished;
-  std::optional<keldoindexutils::MediaInfo> size;
+  std::optional<Measured> size;
   std::optional<Measured> thumbnail;
   std::vector<MediaRecord> media;
 };
@@ -93,13 +93,11 @@ std::string MaskLine(const std::optional<MaskEntry>& entry, const std::string& k
          (entry->directory == key ? "here" : "on " + ShownName(entry->directory));
 }
 
-std::string MediaLine(const MediaRecord& record) {
-  const keldoindexutils::MediaInfo& media = record.media;
-  std::string text = SizeInPixels(media.resolution_x(), media.resolution_y());
-  if (media.photo_rotation() != 0)
-    text += ", orientation " + std::to_string(media.photo_rotation());
-  if (media.frame_bitrate() != 0) text += ", " + Grouped(media.frame_bitrate()) + " bit/s";
-  return text + ", in media database " + std::to_string(record.database);
+std::string MediaLine(const MediaRecord& media) {
+  std::string text = SizeInPixels(media.width, media.height);
+  if (media.orientation != 0) text += ", orientation " + std::to_string(media.orientation);
+  if (media.bit_rate != 0) text += ", " + Grouped(media.bit_rate) + " bit/s";
+  return text + ", in media database " + std::to_string(media.database);
 }
 
 void PrintKnowledge(const std::string& key, const Knowledge& known, std::ostream& out) {
@@ -109,8 +107,7 @@ void PrintKnowledge(const std::string& key, const Knowledge& known, std::ostream
   if (known.version) out << "  version:     " << *known.version << "\n";
   if (known.finished) out << "  finished:    " << LocalTime(*known.finished) << "\n";
   if (known.size) {
-    out << "  size:        " << SizeInPixels(known.size->resolution_x(), known.size->resolution_y())
-        << "\n";
+    out << "  size:        " << SizeInPixels(known.size->width, known.size->height) << "\n";
   }
   if (known.thumbnail) {
     out << "  thumbnail:   " << SizeInPixels(known.thumbnail->width, known.thumbnail->height)
@@ -140,12 +137,11 @@ Json::Value JsonMask(const std::optional<MaskEntry>& entry) {
   return value;
 }
 
-Json::Value JsonMedia(const MediaRecord& record) {
-  const keldoindexutils::MediaInfo& media = record.media;
-  Json::Value value = JsonSize(media.resolution_x(), media.resolution_y());
-  value["database"] = record.database;
-  value["orientation"] = media.photo_rotation();
-  value["bit_rate"] = media.frame_bitrate();
+Json::Value JsonMedia(const MediaRecord& media) {
+  Json::Value value = JsonSize(media.width, media.height);
+  value["database"] = media.database;
+  value["orientation"] = media.orientation;
+  value["bit_rate"] = media.bit_rate;
   return value;
 }
 
@@ -158,8 +154,7 @@ Json::Value JsonKnowledge(const std::string& key, const Knowledge& known) {
   value["version"] = known.version ? Json::Value(*known.version) : Json::Value();
   value["finished"] =
       known.finished ? Json::Value(static_cast<Json::Int64>(*known.finished)) : Json::Value();
-  value["size"] =
-      known.size ? JsonSize(known.size->resolution_x(), known.size->resolution_y()) : Json::Value();
+  value["size"] = known.size ? JsonSize(known.size->width, known.size->height) : Json::Value();
   value["thumbnail"] = Json::Value();
   if (known.thumbnail) {
     value["thumbnail"] = JsonSize(known.thumbnail->width, known.thumbnail->height);

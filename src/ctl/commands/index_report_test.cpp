@@ -39,13 +39,12 @@ class IndexReport : public LibraryTest {
     ASSERT_TRUE(database->AddFinished("/v/a.jpg", 1'600'000'000));
     ASSERT_TRUE(database->SetResolution({"/v/a.jpg", 4000, 3000},
                                         {"/v/@eaDir/a.jpg/KELDOPHOTO_THUMB_XL.jpg", 1280, 960}));
-    keldoindexutils::MediaInfo media;
-    media.path("/v/a.jpg");
-    media.resolution_x(1920);
-    media.resolution_y(1080);
-    media.photo_rotation(6);
-    media.frame_bitrate(4'500'000);
-    ASSERT_TRUE(database->SetMedia(media, 1));
+    ASSERT_TRUE(database->SetMedia({.path = "/v/a.jpg",
+                                    .width = 1920,
+                                    .height = 1080,
+                                    .orientation = 6,
+                                    .bit_rate = 4'500'000,
+                                    .database = 1}));
   }
 };
 

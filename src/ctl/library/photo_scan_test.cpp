@@ -1,7 +1,6 @@
 #include "ctl/library/photo_scan.h"
 
 #include "ctl/library/library_test_support.h"
-#include "index/embedded_index.h"
 #include "index/index_database.h"
 
 namespace keldo::ctl {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "index/embedded_index.h"
+#include "index/index_database.h"
 #include "media/image_header.h"
 #include "platform/file_types.h"
 #include "platform/text.h"

@@ -1,4 +1,4 @@
-#include "plugind/database_store.h"
+#include "plugind/index_store.h"
 
 #include <sys/stat.h>
 #include <syslog.h>
@@ -37,7 +37,7 @@ bool DatabaseStore::IsReplaced() const {
 
 IndexDatabase* DatabaseStore::Database() {
   if (database_ && IsReplaced()) database_.reset();
-  const auto now = std::chrono::steady_clock::now();
+  const auto now = Clock::now();
   if (database_ || now < open_again_) return database_.get();
   IndexDatabase::OpenResult opened = IndexDatabase::OpenOrCreate(path_);
   struct stat file {};
@@ -88,13 +88,17 @@ bool DatabaseStore::IsConversionOn(_tag_THUMB_TYPE_ type) {
 }
 
 // Of photos the index also knows the sizes that were reported while they were converted.
-std::optional<keldoindexutils::MediaInfo> DatabaseStore::FindMedia(std::string_view path,
-                                                                   int database_number) {
-  std::optional<keldoindexutils::MediaInfo> found;
+std::optional<index::MediaRecord> DatabaseStore::FindMedia(std::string_view path,
+                                                           int database_number) {
+  std::optional<index::MediaRecord> found;
   const bool read = Use(reading_, "read the index", [&](IndexDatabase& database) {
     const std::string key = PathKey(path);
     if (!database.FindMedia(key, database_number, found)) return false;
-    return found || database_number == kVideoDatabase || database.FindResolution(key, found);
+    if (found || database_number == kVideoDatabase) return true;
+    std::optional<index::Measured> photo;
+    if (!database.FindResolution(key, photo)) return false;
+    if (photo) found = {.path = key, .width = photo->width, .height = photo->height};
+    return true;
   });
   return read ? found : std::nullopt;
 }

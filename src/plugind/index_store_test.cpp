@@ -1,4 +1,4 @@
-#include "plugind/database_store.h"
+#include "plugind/index_store.h"
 
 #include <gtest/gtest.h>
 #include <syslog.h>
@@ -16,10 +16,9 @@ namespace keldo::plugind {
 namespace {
 
 using index::IndexDatabase;
-using keldoindexutils::MediaInfo;
 using testing::CapturedSyslog;
 
-class DatabaseStoreTest : public ::testing::Test {
+class IndexStoreTest : public ::testing::Test {
  protected:
   void SetUp() override { testing::ClearSyslog(); }
 
@@ -33,7 +32,7 @@ class DatabaseStoreTest : public ::testing::Test {
   std::string path_ = dir_.path() + "/index.db";
 };
 
-TEST_F(DatabaseStoreTest, AFileOfAnySpellingIsTheSameFile) {
+TEST_F(IndexStoreTest, AFileOfAnySpellingIsTheSameFile) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetVersion("/v/a.jpg", 4));
   EXPECT_EQ(store.Version("/v//x/../a.jpg/"), 4);
@@ -43,30 +42,27 @@ TEST_F(DatabaseStoreTest, AFileOfAnySpellingIsTheSameFile) {
   EXPECT_TRUE(time);
 }
 
-TEST_F(DatabaseStoreTest, PhotosHaveTheSizeThatWasReported) {
+TEST_F(IndexStoreTest, PhotosHaveTheSizeThatWasReported) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetResolution({"/v/a.jpg", 60, 40}, {"/v/t.jpg", 6, 4}));
   const auto found = store.FindMedia("/v/a.jpg", 0);
   ASSERT_TRUE(found);
-  EXPECT_EQ(found->resolution_x(), 60);
-  EXPECT_EQ(found->resolution_y(), 40);
+  EXPECT_EQ(found->width, 60);
+  EXPECT_EQ(found->height, 40);
   EXPECT_FALSE(store.FindMedia("/v/a.jpg", 1)) << "it is no video";
   EXPECT_FALSE(store.FindMedia("/v/t.jpg", 0));
 }
 
-TEST_F(DatabaseStoreTest, ARecordGoesBeforeAReportedSize) {
+TEST_F(IndexStoreTest, ARecordGoesBeforeAReportedSize) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetResolution({"/v/a.jpg", 60, 40}, {"/v/t.jpg", 6, 4}));
-  MediaInfo media;
-  media.path("/v/a.jpg");
-  media.photo_rotation(8);
-  ASSERT_TRUE(Database()->SetMedia(media, 0));
+  ASSERT_TRUE(Database()->SetMedia({.path = "/v/a.jpg", .orientation = 8}));
   ASSERT_TRUE(store.FindMedia("/v/a.jpg", 0));
-  EXPECT_EQ(store.FindMedia("/v/a.jpg", 0)->photo_rotation(), 8);
-  EXPECT_EQ(store.FindMedia("/v/a.jpg", 0)->resolution_x(), 0);
+  EXPECT_EQ(store.FindMedia("/v/a.jpg", 0)->orientation, 8);
+  EXPECT_EQ(store.FindMedia("/v/a.jpg", 0)->width, 0);
 }
 
-TEST_F(DatabaseStoreTest, ADatabaseThatWasReplacedIsOpenedAnew) {
+TEST_F(IndexStoreTest, ADatabaseThatWasReplacedIsOpenedAnew) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetVersion("/v/a.jpg", 4));
   EXPECT_EQ(store.Version("/v/a.jpg"), 4);
@@ -78,7 +74,7 @@ TEST_F(DatabaseStoreTest, ADatabaseThatWasReplacedIsOpenedAnew) {
   EXPECT_TRUE(CapturedSyslog().empty());
 }
 
-TEST_F(DatabaseStoreTest, WithoutADatabaseThereAreDefaultsAndOneLineInTheLog) {
+TEST_F(IndexStoreTest, WithoutADatabaseThereAreDefaultsAndOneLineInTheLog) {
   const std::string path = dir_.path() + "/none/none/index.db";
   DatabaseStore store(path);
   for (int i = 0; i < 3; ++i) {
@@ -93,7 +89,7 @@ TEST_F(DatabaseStoreTest, WithoutADatabaseThereAreDefaultsAndOneLineInTheLog) {
                                                                 ": No such file or directory"}));
 }
 
-TEST_F(DatabaseStoreTest, WhatIsNoDatabaseIsLeftAsItIs) {
+TEST_F(IndexStoreTest, WhatIsNoDatabaseIsLeftAsItIs) {
   const std::string content(8192, 'x');
   std::ofstream(path_) << content;
   DatabaseStore store(path_);
@@ -105,7 +101,7 @@ TEST_F(DatabaseStoreTest, WhatIsNoDatabaseIsLeftAsItIs) {
             "cannot open the index: " + path_ + ": file is not a database");
 }
 
-TEST_F(DatabaseStoreTest, ABusyIndexIsLoggedOnceWhileItLasts) {
+TEST_F(IndexStoreTest, ABusyIndexIsLoggedOnceWhileItLasts) {
   DatabaseStore store(path_);
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &raw), SQLITE_OK);

@@ -1,4 +1,4 @@
-#include "index/embedded_index.h"
+#include "platform/index_ipc.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/index_ipc.h"
+#include "index/index_database.h"
 #include "support/temp_dir.h"
 
 namespace keldo::index {
@@ -48,17 +48,17 @@ class OrdinaryReader {
   bool was_root_ = geteuid() == 0;
 };
 
-class EmbeddedIndexTest : public ::testing::Test {
+class IndexIpcTest : public ::testing::Test {
  public:
-  EmbeddedIndexTest(const EmbeddedIndexTest&) = delete;
-  EmbeddedIndexTest& operator=(const EmbeddedIndexTest&) = delete;
+  IndexIpcTest(const IndexIpcTest&) = delete;
+  IndexIpcTest& operator=(const IndexIpcTest&) = delete;
 
  protected:
-  EmbeddedIndexTest() {
+  IndexIpcTest() {
     std::filesystem::permissions(dir_.path(), std::filesystem::perms{0755});
     UseIndexAt(database_);
   }
-  ~EmbeddedIndexTest() override { UseIndexAt(database_ + ".none"); }
+  ~IndexIpcTest() override { UseIndexAt(database_ + ".none"); }
 
   std::unique_ptr<IndexDatabase> Create() {
     auto opened = IndexDatabase::OpenOrCreate(database_);
@@ -107,14 +107,14 @@ class EmbeddedIndexTest : public ::testing::Test {
   std::string database_ = state_ + "/index.db";
 };
 
-TEST_F(EmbeddedIndexTest, WithoutADatabaseTheDefaultsHoldAndNoneIsMade) {
+TEST_F(IndexIpcTest, WithoutADatabaseTheDefaultsHoldAndNoneIsMade) {
   EXPECT_EQ(DirMask("/v/photo"), 63);
   EXPECT_EQ(FileMask("/v/photo/a.jpg"), 63);
   EXPECT_EQ(ipc::KELDOIDX_IndexConvertAdd(Media("/v/a.jpg", 1, 2), Media("/v/t.jpg", 1, 1), {}), 0);
   EXPECT_FALSE(std::filesystem::exists(state_));
 }
 
-TEST_F(EmbeddedIndexTest, ADatabaseIsLookedForOnce) {
+TEST_F(IndexIpcTest, ADatabaseIsLookedForOnce) {
   EXPECT_EQ(DirMask("/v"), 63);
   SetMask("/v", 1);
   EXPECT_EQ(DirMask("/v"), 63);
@@ -122,7 +122,7 @@ TEST_F(EmbeddedIndexTest, ADatabaseIsLookedForOnce) {
   EXPECT_EQ(DirMask("/v"), 1);
 }
 
-TEST_F(EmbeddedIndexTest, TheNearestMaskAboveHolds) {
+TEST_F(IndexIpcTest, TheNearestMaskAboveHolds) {
   SetMask("/v/photo", 3);
   SetMask("/v/photo/2024/raw", 0);
   EXPECT_EQ(DirMask("/v/photo"), 3);
@@ -134,21 +134,21 @@ TEST_F(EmbeddedIndexTest, TheNearestMaskAboveHolds) {
   EXPECT_EQ(DirMask("/"), 63);
 }
 
-TEST_F(EmbeddedIndexTest, AMaskOfTheRootHoldsForAll) {
+TEST_F(IndexIpcTest, AMaskOfTheRootHoldsForAll) {
   SetMask("/", 5);
   EXPECT_EQ(DirMask("/"), 5);
   EXPECT_EQ(DirMask("/v/photo"), 5);
   EXPECT_EQ(FileMask("/a.jpg"), 5);
 }
 
-TEST_F(EmbeddedIndexTest, AFileHasTheMaskOfItsDirectory) {
+TEST_F(IndexIpcTest, AFileHasTheMaskOfItsDirectory) {
   SetMask("/v/photo", 3);
   SetMask("/v/photo/a.jpg", 1);  // a directory of this name
   EXPECT_EQ(FileMask("/v/photo/a.jpg"), 3);
   EXPECT_EQ(FileMask("/v/photo/a.jpg/b.jpg"), 1);
 }
 
-TEST_F(EmbeddedIndexTest, TheTypesAreApart) {
+TEST_F(IndexIpcTest, TheTypesAreApart) {
   SetMask("/v", 1, THUMB_TYPE_PHOTO);
   SetMask("/v", 2, THUMB_TYPE_VIDEO);
   EXPECT_EQ(DirMask("/v"), 1);
@@ -156,7 +156,7 @@ TEST_F(EmbeddedIndexTest, TheTypesAreApart) {
   EXPECT_EQ(FileMask("/v/a.mp4", THUMB_TYPE_VIDEO), 2);
 }
 
-TEST_F(EmbeddedIndexTest, PathsAreBytesInAnySpelling) {
+TEST_F(IndexIpcTest, PathsAreBytesInAnySpelling) {
   SetMask("/v/\xFF[1]% \n", 3);
   EXPECT_EQ(DirMask("//v/./\xFF[1]% \n//"), 3);
   EXPECT_EQ(DirMask("/v/\xFE[1]% \n"), 63);
@@ -170,7 +170,7 @@ TEST_F(EmbeddedIndexTest, PathsAreBytesInAnySpelling) {
   std::filesystem::current_path(before);
 }
 
-TEST_F(EmbeddedIndexTest, ChangesByOthersAreSeenAtOnce) {
+TEST_F(IndexIpcTest, ChangesByOthersAreSeenAtOnce) {
   SetMask("/v", 1);
   EXPECT_EQ(DirMask("/v"), 1);
   SetMask("/v", 2);
@@ -179,7 +179,7 @@ TEST_F(EmbeddedIndexTest, ChangesByOthersAreSeenAtOnce) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(EmbeddedIndexTest, WhatTheIndexCannotTellLeavesTheMask) {
+TEST_F(IndexIpcTest, WhatTheIndexCannotTellLeavesTheMask) {
   int mask = -7;
   EXPECT_LT(ipc::KELDOIDX_GetDirThumbSizeMap(nullptr, THUMB_TYPE_PHOTO, &mask), 0);
   EXPECT_LT(ipc::KELDOIDX_GetThumbSizeMap(nullptr, THUMB_TYPE_PHOTO, &mask), 0);
@@ -188,7 +188,7 @@ TEST_F(EmbeddedIndexTest, WhatTheIndexCannotTellLeavesTheMask) {
   EXPECT_EQ(mask, -7);
 }
 
-TEST_F(EmbeddedIndexTest, ResolutionsAreKeptTheLastOfEachPhoto) {
+TEST_F(IndexIpcTest, ResolutionsAreKeptTheLastOfEachPhoto) {
   Create();
   EXPECT_EQ(ipc::KELDOIDX_IndexConvertAdd(Media("/v//a.jpg", 1, 2), Media("/v/t", 3, 4), {}), 0);
   EXPECT_EQ(ipc::KELDOIDX_IndexConvertAdd(Media("/v/a.jpg", 4000, 3000),
@@ -199,7 +199,7 @@ TEST_F(EmbeddedIndexTest, ResolutionsAreKeptTheLastOfEachPhoto) {
             "/v/a.jpg|4000|3000|/v/@eaDir/a.jpg/t.jpg|1280|960");
 }
 
-TEST_F(EmbeddedIndexTest, AnOrdinaryUserReadsTheMasksAndWritesNothing) {
+TEST_F(IndexIpcTest, AnOrdinaryUserReadsTheMasksAndWritesNothing) {
   SetMask("/v", 3);
   {
     const OrdinaryReader reader(state_);
@@ -211,7 +211,7 @@ TEST_F(EmbeddedIndexTest, AnOrdinaryUserReadsTheMasksAndWritesNothing) {
   EXPECT_EQ(Query("SELECT count(*) FROM resolutions"), "0");
 }
 
-TEST_F(EmbeddedIndexTest, AnOrdinaryUserReadsWhileAnotherWrites) {
+TEST_F(IndexIpcTest, AnOrdinaryUserReadsWhileAnotherWrites) {
   const auto writer = Create();
   ASSERT_TRUE(writer->SetMask("/v", THUMB_TYPE_PHOTO, 3));
   const OrdinaryReader reader(state_);
@@ -221,7 +221,7 @@ TEST_F(EmbeddedIndexTest, AnOrdinaryUserReadsWhileAnotherWrites) {
   UseIndexAt(database_ + ".none");
 }
 
-TEST_F(EmbeddedIndexTest, WhoMayNotReadHasTheDefaults) {
+TEST_F(IndexIpcTest, WhoMayNotReadHasTheDefaults) {
   SetMask("/v", 3);
   // Without the files beside it an unwritable database cannot be read.
   std::filesystem::remove(database_ + "-wal");
@@ -231,7 +231,7 @@ TEST_F(EmbeddedIndexTest, WhoMayNotReadHasTheDefaults) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(EmbeddedIndexTest, ADamagedDatabaseMeansTheDefaults) {
+TEST_F(IndexIpcTest, ADamagedDatabaseMeansTheDefaults) {
   std::filesystem::create_directory(state_);
   for (const std::string& content : {std::string(), std::string("x"), std::string(10000, 'x'),
                                      std::string("SQLite format 3\0", 16) + "xxxx"}) {
@@ -245,7 +245,7 @@ TEST_F(EmbeddedIndexTest, ADamagedDatabaseMeansTheDefaults) {
   }
 }
 
-TEST_F(EmbeddedIndexTest, ADatabaseThatIsDamagedInTheMiddleMeansTheDefaults) {
+TEST_F(IndexIpcTest, ADatabaseThatIsDamagedInTheMiddleMeansTheDefaults) {
   const auto database = Create();
   for (int i = 0; i < 500; ++i) {
     ASSERT_TRUE(database->SetMask("/v/" + std::string(200, 'x') + std::to_string(i), 1, 3));
@@ -261,18 +261,18 @@ TEST_F(EmbeddedIndexTest, ADatabaseThatIsDamagedInTheMiddleMeansTheDefaults) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(EmbeddedIndexTest, ADirectoryInTheDatabasesPlaceMeansTheDefaults) {
+TEST_F(IndexIpcTest, ADirectoryInTheDatabasesPlaceMeansTheDefaults) {
   std::filesystem::create_directories(database_);
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(EmbeddedIndexTest, ADatabaseOfALaterVersionMeansTheDefaults) {
+TEST_F(IndexIpcTest, ADatabaseOfALaterVersionMeansTheDefaults) {
   SetMask("/v", 3);
   Query("PRAGMA user_version=2");
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(EmbeddedIndexTest, OnlyVideosAreToBeConverted) {
+TEST_F(IndexIpcTest, OnlyVideosAreToBeConverted) {
   EXPECT_EQ(ipc::KELDOIDX_IsVideoNeedConvert("/v/a.MP4"), 1);
   EXPECT_EQ(ipc::KELDOIDX_IsVideoNeedConvert("/v/a.jpg"), 0);
 }
