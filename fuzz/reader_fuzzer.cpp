@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
-#include "convert/pixels/make_thumbnails.h"
+#include "convert/pixels/image.h"
+#include "convert/pixels/plan.h"
 #include "convert/readers/open_image.h"
 
 namespace keldo::convert {

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 #include "exact_pixels.h"
 
 namespace keldo::convert {
@@ -51,7 +51,7 @@ std::vector<double> Reduced(const ExactImage& image, const Reduction& reduction,
     std::vector<std::uint8_t> row;
     for (std::size_t i = 0; i < row_of_source; ++i)
       row.push_back(static_cast<std::uint8_t>(image.samples[at + i]));
-    resizer.Take(row.data());
+    resizer.AddRow(row.data());
   }
   return result;
 }

@@ -6,8 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "convert/pixels/blur_kernel.h"
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 #include "convert/pixels/sharpener.h"
 #include "exact_pixels.h"
 
@@ -53,7 +52,7 @@ std::vector<double> Sharpened(const ExactImage& image, const Sharpening& sharpen
     std::vector<std::int16_t> row((samples + kernels.lanes - 1) / kernels.lanes * kernels.lanes);
     for (std::size_t i = 0; i < samples; ++i)
       row[i] = static_cast<std::int16_t>(image.samples[at + i] * kSteps);
-    sharpener.Take(row.data());
+    sharpener.AddRow(row.data());
   }
   return result;
 }

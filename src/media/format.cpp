@@ -9,7 +9,7 @@
 #include "convert/readers/png_reader.h"
 #include "convert/readers/tiff_reader.h"
 #include "convert/readers/webp_reader.h"
-#include "util/byte_order.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 namespace {

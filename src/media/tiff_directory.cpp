@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "util/byte_order.h"
+#include "util/bytes.h"
 
 namespace keldo::media {
 namespace {

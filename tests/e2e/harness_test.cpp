@@ -176,7 +176,7 @@ TEST(HarnessTest, CornersTellEveryOrientation) {
     EXPECT_EQ(stored.width, orientation < 5 ? 64 : 48);
     EXPECT_EQ(CornerDistance(Corners(stored), Corners(upright)) == 0, orientation == 1);
   }
-  const CornerColours clockwise = Corners(Turned(90, upright));
+  const CornerColours clockwise = Corners(Rotated(90, upright));
   EXPECT_EQ(clockwise[1], kCornerColours[0]) << "top left goes to top right";
 }
 

@@ -20,7 +20,7 @@ CornerColours CornersOfThumb(const Sandbox& box, const std::string& path) {
 void AddOldThumbnails(const Sandbox& box, const std::string& photo, int degrees,
                       const Picture& picture) {
   for (const char* kind : {"XL", "B", "M", "L", "SM", "S"}) {
-    box.Write(ThumbOf(photo, kind), EncodeJpeg(Turned(degrees, picture)));
+    box.Write(ThumbOf(photo, kind), EncodeJpeg(Rotated(degrees, picture)));
     box.SetTime(ThumbOf(photo, kind), kPhotoTime - 1);
   }
 }
@@ -33,14 +33,14 @@ TEST(RealOrientationTest, NewThumbnailsAreTurnedLikeTheOldOnes) {
     box.AddPhoto("a.jpg", EncodeJpeg(picture));
     AddOldThumbnails(box, "a.jpg", degrees, picture);
     EXPECT_THAT(box.RunTwice(), IsEmpty());
-    const CornerColours once = Corners(Turned(degrees, picture));
+    const CornerColours once = Corners(Rotated(degrees, picture));
     for (const char* kind : {"XL", "L", "SM", "S"}) {
       EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.jpg", kind)), once), 16)
           << degrees << kind;
       EXPECT_EQ(box.Status(ThumbOf("a.jpg", kind)).st_mode, S_IFREG | 0644U);
     }
     // Kept oddity: every thumbnail of phase 0 is turned, also those made from the turned XL one.
-    const CornerColours twice = Corners(Turned(2 * degrees % 360, picture));
+    const CornerColours twice = Corners(Rotated(2 * degrees % 360, picture));
     for (const char* kind : {"B", "M"}) {
       EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.jpg", kind)), twice), 16)
           << degrees << kind;
@@ -110,7 +110,7 @@ TEST(RealRawTest, NewThumbnailsOfARawPhotoAreTurnedLikeTheOldOnes) {
   box.AddPhoto("a.dng", EncodeDng(FourCorners(400, 300)));
   AddOldThumbnails(box, "a.dng", 180, FourCorners(400, 300));
   EXPECT_THAT(box.RunTwice(), IsEmpty());
-  const CornerColours turned = Corners(Turned(180, FourCorners(4, 4)));
+  const CornerColours turned = Corners(Rotated(180, FourCorners(4, 4)));
   for (const char* kind : {"XL", "L", "SM", "S"}) {
     EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.dng", kind)), turned), kRawTolerance);
   }

@@ -68,7 +68,7 @@ Picture StoredWith(int orientation, const Picture& upright) {
                  });
 }
 
-Picture Turned(int degrees, const Picture& picture) {
+Picture Rotated(int degrees, const Picture& picture) {
   switch (degrees) {
     case 0:
       return picture;
@@ -79,7 +79,7 @@ Picture Turned(int degrees, const Picture& picture) {
     case 270:
       return StoredWith(6, picture);
     default:
-      throw std::invalid_argument("no quarter turn");
+      throw std::invalid_argument("not a multiple of 90 degrees");
   }
 }
 

@@ -1,4 +1,4 @@
-// Small pictures whose corners tell how they were turned, and JPEG files of them.
+// Small pictures whose corners show how they were rotated, and JPEG files of them.
 #pragma once
 
 #include <array>
@@ -26,7 +26,7 @@ struct Picture {
 /// Four colours: top left, top right, bottom left, bottom right.
 using CornerColours = std::array<Rgb, 4>;
 
-/// Four colours far from one another, so that four pixels prove any turn or mirror.
+/// Four colours far from one another, so that four pixels prove any rotation or mirror.
 inline constexpr CornerColours kCornerColours = {
     {{200, 30, 30}, {30, 160, 30}, {30, 40, 200}, {220, 210, 40}}};
 
@@ -44,8 +44,8 @@ inline constexpr CornerColours kCornerColours = {
 /// The pixels that a camera stores with this EXIF orientation (1 to 8) so that the picture is shown
 /// upright.
 [[nodiscard]] Picture StoredWith(int orientation, const Picture& upright);
-/// The picture turned clockwise by 0, 90, 180 or 270 degrees.
-[[nodiscard]] Picture Turned(int degrees, const Picture& picture);
+/// The picture rotated clockwise by 0, 90, 180 or 270 degrees.
+[[nodiscard]] Picture Rotated(int degrees, const Picture& picture);
 
 struct JpegOptions {
   int quality = 90;

@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
-#include "convert/pixels/image_reader.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert::testing {
 

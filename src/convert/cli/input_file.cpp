@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert {
 namespace {

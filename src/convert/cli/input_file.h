@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <string>
 
-#include "convert/pixels/image_reader.h"
+#include "convert/pixels/image.h"
 #include "util/handles.h"
 
 namespace keldo::convert {

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "support/file_test.h"
 
 namespace {

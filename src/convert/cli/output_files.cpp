@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert {
 namespace {

@@ -9,7 +9,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "support/file_test.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Which source samples make a sample of the result, and with what weight.
+// The weights of the filters that resize and sharpen, and the number formats they work in.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +7,15 @@
 #include <vector>
 
 namespace keldo::convert {
+
+/// Between two stages a sample is a 16-bit number with this many bits below the 8-bit value. It
+/// leaves room for the overshoot of filters with negative weights.
+inline constexpr int kFractionBits = 6;
+inline constexpr std::int16_t kLargestSample = 255 << kFractionBits;
+
+/// A filter weight is a 16-bit number; this would be 1, and is what the weights of a pixel add up
+/// to. A single weight goes up to one less, which changes no 8-bit value.
+inline constexpr int kWeightOne = 1 << 15;
 
 enum class Filter : std::uint8_t {
   kLanczos,   ///< sinc(x) sinc(x/3) for |x| < 3
@@ -52,5 +61,11 @@ class FilterWeights {
   std::vector<int> sources_;
   std::vector<std::int16_t> weights_;
 };
+
+/// The weights of a one-dimensional Gaussian blur, an odd number that adds up to kWeightOne.
+/// `radius` and `sigma` are in pixels; a radius of 0 is chosen so that what lies outside is not
+/// visible. Each weight is the sum of three samples of the curve, a third of a pixel apart, as a
+/// pixel is an area.
+[[nodiscard]] std::vector<std::int16_t> BlurKernel(double radius, double sigma);
 
 }  // namespace keldo::convert

@@ -7,8 +7,6 @@
 #include <numeric>
 #include <tuple>
 
-#include "convert/pixels/fixed_point.h"
-
 namespace keldo::convert {
 namespace {
 

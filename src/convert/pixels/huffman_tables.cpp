@@ -1,9 +1,12 @@
-#include "convert/pixels/huffman_tables.h"
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+// Needs the types of cstdio.
+#include <jpeglib.h>
+
+#include "convert/pixels/jpeg_writer.h"
 
 namespace keldo::convert {
 namespace {

@@ -17,8 +17,7 @@
 // Needs jpeglib.h.
 #include <jerror.h>
 
-#include "convert/pixels/huffman_tables.h"
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert {
 namespace {
@@ -105,7 +104,7 @@ class JpegWriter : public RowSink {
     Guarded(Start);
   }
 
-  void Take(const std::uint8_t* row) override {
+  void AddRow(const std::uint8_t* row) override {
     row_ = row;
     Guarded(WriteRow);
   }
@@ -207,9 +206,9 @@ class GrayFinder : public RowSink {
  public:
   GrayFinder(const JpegFormat& format, int descriptor) : format_(format), descriptor_(descriptor) {}
 
-  void Take(const std::uint8_t* row) override {
+  void AddRow(const std::uint8_t* row) override {
     if (!writer_ && !KeepIfGray(row)) WriteInColour();
-    if (writer_) writer_->Take(row);
+    if (writer_) writer_->AddRow(row);
   }
 
   void Finish() override {
@@ -237,7 +236,7 @@ class GrayFinder : public RowSink {
     for (std::size_t start = 0; start < gray_.size(); start += width) {
       for (std::size_t i = 0; i < row.size(); ++i)
         row[i] = gray_[start + i / 3];
-      writer_->Take(row.data());
+      writer_->AddRow(row.data());
     }
     gray_ = {};
   }
@@ -248,7 +247,7 @@ class GrayFinder : public RowSink {
     writer_ = std::make_unique<JpegWriter>(format, descriptor_);
     const auto width = static_cast<std::size_t>(format_.size.width);
     for (std::size_t start = 0; start < gray_.size(); start += width)
-      writer_->Take(gray_.data() + start);
+      writer_->AddRow(gray_.data() + start);
   }
 
   JpegFormat format_;

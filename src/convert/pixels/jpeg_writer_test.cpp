@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "support/image_likeness.h"
 #include "support/jpeg_facts.h"
 #include "support/natural_picture.h"
@@ -34,7 +34,7 @@ class JpegWriterTest : public ::testing::Test {
     format.size = {picture.width, picture.height};
     const auto writer = MakeJpegWriter(format, file_.get());
     for (int y = 0; y < picture.height; ++y)
-      writer->Take(Row(picture, y, format.layout).data());
+      writer->AddRow(Row(picture, y, format.layout).data());
     writer->Finish();
   }
 
@@ -151,7 +151,7 @@ TEST_F(JpegWriterTest, ReplacesWhatWasThereOnlyWhenItIsComplete) {
   {
     const auto writer = MakeJpegWriter({.size = {32, 32}}, file_.get());
     for (int y = 0; y < 31; ++y)
-      writer->Take(Row(picture, y, PixelLayout::kRgb).data());
+      writer->AddRow(Row(picture, y, PixelLayout::kRgb).data());
   }
   EXPECT_EQ(Content(), old);
   ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
@@ -162,7 +162,7 @@ TEST_F(JpegWriterTest, ReplacesWhatWasThereOnlyWhenItIsComplete) {
 TEST_F(JpegWriterTest, SaysWhyAFileCannotBeWritten) {
   const UniqueFd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   const auto writer = MakeJpegWriter({.size = {1, 1}}, full.get());
-  writer->Take(std::vector<std::uint8_t>(3).data());
+  writer->AddRow(std::vector<std::uint8_t>(3).data());
   try {
     writer->Finish();
     FAIL();
@@ -174,7 +174,7 @@ TEST_F(JpegWriterTest, SaysWhyAFileCannotBeWritten) {
 
 TEST_F(JpegWriterTest, RefusesASizeThatNoJpegFileHas) {
   const auto writer = MakeJpegWriter({.size = {70'000, 1}}, file_.get());
-  writer->Take(std::vector<std::uint8_t>(3 * 70'000).data());
+  writer->AddRow(std::vector<std::uint8_t>(3 * 70'000).data());
   EXPECT_THROW(writer->Finish(), ImageError);
 }
 

@@ -1,11 +1,32 @@
-// What one run of the converter does: decode one image once, write a chain of thumbnails.
+// What one run of the converter does: decode one image once and make a chain of thumbnails.
 #pragma once
 
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace keldo::convert {
+
+class ImageReader;
+
+struct Size {
+  int width = 0;   ///< pixels
+  int height = 0;  ///< pixels
+  friend bool operator==(const Size&, const Size&) = default;
+};
+
+/// The largest size that a thumbnail may have.
+struct Box {
+  int width = 0;      ///< pixels
+  int height = 0;     ///< pixels
+  bool fill = false;  ///< the image covers the box ("^") instead of fitting into it
+};
+
+/// The size of the thumbnail of an image: scaled to fit into the box, or to cover it where the box
+/// says fill. Sides are rounded, at least 1, and never larger than the image's.
+[[nodiscard]] Size ThumbnailSize(const Size& image, const Box& box);
 
 /// Unsharp masking: p + gain * (p - blur(p)) where that differs enough.
 struct Sharpening {
@@ -15,14 +36,7 @@ struct Sharpening {
   double threshold = 0;  ///< fraction of the value range that a difference must reach
 };
 
-/// The largest size that a thumbnail may have.
-struct Box {
-  int width = 0;      ///< pixels
-  int height = 0;     ///< pixels
-  bool fill = false;  ///< the picture covers the box ("^"), instead of fitting into it
-};
-
-/// One thumbnail. What is turned on is done in the order of the members.
+/// One thumbnail. The operations run in the order of the members.
 struct Step {
   Box box;
   int quality = 92;  ///< JPEG quality, 1 to 100; the converter's own default where none is given
@@ -42,5 +56,11 @@ struct Plan {
   std::string icc_profile;  ///< path of an ICC profile to attach; empty for none
   std::vector<Step> steps;  ///< at least one
 };
+
+/// Makes the thumbnails of all steps and writes each to the output descriptor at the same index.
+/// Nothing is written before a thumbnail is complete; then it replaces what was there.
+/// `attached_icc` is the content of the plan's ICC profile, empty for none. Throws ImageError.
+void MakeThumbnails(const std::vector<Step>& steps, ImageReader& image,
+                    std::span<const std::uint8_t> attached_icc, std::span<const int> outputs);
 
 }  // namespace keldo::convert

@@ -10,7 +10,7 @@ namespace {
 // Pixels of the result that are made at a time from a block of rows, so that what they are made of
 // stays in the first-level cache.
 constexpr int kStrip = 64;
-// Rows are turned in tiles of so many samples.
+// Rows are transposed in tiles of so many samples.
 constexpr std::size_t kTile = 8;
 
 std::size_t Samples(int pixels, int channels) {
@@ -64,12 +64,12 @@ Resizer::Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emi
       target_stride_(SampleBuffer::Stride(Samples(reduction.target.width, channels_))),
       kept_(static_cast<std::size_t>(AssignSlots(down_, slot_of_row_)) * source_stride_),
       rows_(kernels.lanes * source_stride_),
-      turned_(kernels.lanes * TurnedSamples()),
+      transposed_(kernels.lanes * TransposedSamples()),
       reduced_(kernels.lanes * Samples(kStrip, channels_)),
       results_(emit_ ? kernels.lanes * target_stride_ : 0),
       byte_results_(emit_bytes_ ? kernels.lanes * target_stride_ : 0) {}
 
-void Resizer::Take(const std::uint8_t* row) {
+void Resizer::AddRow(const std::uint8_t* row) {
   const int slot = slot_of_row_[static_cast<std::size_t>(next_source_++)];
   if (slot < 0) return;
   Keep(row, slot);
@@ -121,20 +121,21 @@ void Resizer::FinishBlock() {
 void Resizer::ReduceStrip(int first, int end) {
   const std::size_t start = Samples(across_.taps(first).sources.front(), channels_) / kTile * kTile;
   const std::size_t stop = Samples(across_.taps(end - 1).sources.back() + 1, channels_);
-  kernels_.turn(rows_.data() + start, source_stride_, turned_.data(), stop - start);
-  kernels_.filter_turned({turned_.data(), start}, reduced_.data(), across_,
-                         {first, end, channels_});
+  kernels_.transpose(rows_.data() + start, source_stride_, transposed_.data(), stop - start);
+  kernels_.filter_transposed({transposed_.data(), start}, reduced_.data(), across_,
+                             {first, end, channels_});
   const std::size_t at = Samples(first, channels_);
   const std::size_t count = Samples(end - first, channels_);
   if (emit_) {
-    kernels_.turn_back(reduced_.data(), results_.data() + at, target_stride_, count);
+    kernels_.transpose_back(reduced_.data(), results_.data() + at, target_stride_, count);
   } else {
-    kernels_.turn_back_narrow(reduced_.data(), byte_results_.data() + at, target_stride_, count);
+    kernels_.transpose_back_narrow(reduced_.data(), byte_results_.data() + at, target_stride_,
+                                   count);
   }
 }
 
 // What the widest strip needs.
-std::size_t Resizer::TurnedSamples() const {
+std::size_t Resizer::TransposedSamples() const {
   int most = 0;
   for (int first = 0; first < across_.target(); first += kStrip) {
     const int end = std::min(first + kStrip, across_.target());

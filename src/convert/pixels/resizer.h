@@ -4,14 +4,45 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <new>
 #include <vector>
 
 #include "convert/pixels/filter_weights.h"
-#include "convert/pixels/geometry.h"
+#include "convert/pixels/plan.h"
 #include "convert/pixels/row_kernels.h"
-#include "convert/pixels/sample_buffer.h"
 
 namespace keldo::convert {
+
+/// Uninitialised 16-bit samples, aligned to a cache line so that no vector lies across two.
+class SampleBuffer {
+ public:
+  static constexpr std::size_t kAlignment = 64;
+  /// Rows that are a multiple of this many samples apart are aligned too.
+  static constexpr std::size_t kSamples = kAlignment / sizeof(std::int16_t);
+
+  /// Throws std::bad_alloc.
+  explicit SampleBuffer(std::size_t count)
+      : samples_(static_cast<std::int16_t*>(
+            ::operator new (count * sizeof(std::int16_t), std::align_val_t{kAlignment}))) {}
+
+  [[nodiscard]] std::int16_t* data() { return samples_.get(); }
+  [[nodiscard]] const std::int16_t* data() const { return samples_.get(); }
+
+  /// `count` rounded up to whole cache lines.
+  [[nodiscard]] static std::size_t Stride(std::size_t count) {
+    return (count + kSamples - 1) / kSamples * kSamples;
+  }
+
+ private:
+  struct Free {
+    void operator()(std::int16_t* samples) const {
+      ::operator delete (samples, std::align_val_t{kAlignment});
+    }
+  };
+
+  std::unique_ptr<std::int16_t, Free> samples_;
+};
 
 /// How an image is reduced.
 struct Reduction {
@@ -35,7 +66,7 @@ class Resizer {
   Resizer(const Reduction& reduction, const RowKernels& kernels, EmitBytes emit);
 
   /// The next row of the source, 8 bits a sample.
-  void Take(const std::uint8_t* row);
+  void AddRow(const std::uint8_t* row);
 
  private:
   Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit, EmitBytes emit_bytes);
@@ -43,7 +74,7 @@ class Resizer {
   void MakeRow(const FilterWeights::Taps& taps);
   void FinishBlock();
   void ReduceStrip(int first, int end);
-  [[nodiscard]] std::size_t TurnedSamples() const;
+  [[nodiscard]] std::size_t TransposedSamples() const;
 
   const RowKernels& kernels_;
   Emit emit_;  // one of the two
@@ -56,10 +87,10 @@ class Resizer {
   std::size_t target_stride_;
   std::vector<int> slot_of_row_;  // where a source row is kept; -1 where no result needs it
   SampleBuffer kept_;
-  SampleBuffer rows_;     // a block of rows of the source's width and the target's height
-  SampleBuffer turned_;   // a strip of it, turned
-  SampleBuffer reduced_;  // the strip's results, turned
-  SampleBuffer results_;  // what goes to emit_
+  SampleBuffer rows_;        // a block of rows of the source's width and the target's height
+  SampleBuffer transposed_;  // a strip of it, transposed
+  SampleBuffer reduced_;     // the strip's results, transposed
+  SampleBuffer results_;     // what goes to emit_
   std::vector<std::uint8_t> byte_results_;  // what goes to emit_bytes_
   std::vector<const std::int16_t*> row_pointers_;
   std::size_t rows_in_block_ = 0;

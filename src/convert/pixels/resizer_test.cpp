@@ -9,7 +9,7 @@
 #include <tuple>
 #include <vector>
 
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 
 namespace keldo::convert {
 namespace {
@@ -88,7 +88,7 @@ Image Resized(const std::vector<std::uint8_t>& image, const Reduction& reduction
   for (int y = 0; y < reduction.source.height; ++y) {
     // A copy of just the row, so that reading beyond its end is noticed.
     const auto from = image.begin() + static_cast<std::ptrdiff_t>(row) * y;
-    resizer.Take(std::vector<std::uint8_t>(from, from + static_cast<std::ptrdiff_t>(row)).data());
+    resizer.AddRow(std::vector<std::uint8_t>(from, from + static_cast<std::ptrdiff_t>(row)).data());
   }
   return result;
 }
@@ -137,7 +137,7 @@ TEST(ResizerTest, GivesBytesRoundedFromTheSameSamples) {
         bytes.insert(bytes.end(), row, row + samples);
       });
       for (auto row = image.begin(); row != image.end(); row += 3 * 333)
-        resizer.Take(std::vector<std::uint8_t>(row, row + 3 * 333).data());
+        resizer.AddRow(std::vector<std::uint8_t>(row, row + 3 * 333).data());
       const Image exact = Resized(image, reduction, *kernels);
       ASSERT_EQ(bytes.size(), exact.size()) << kernels->name;
       for (std::size_t i = 0; i < bytes.size(); ++i)

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 
 // This file is compiled once for each instruction set that pays. SSE4 does nothing here that SSSE3
 // cannot, AVX-512 was no faster over a whole run (docs/performance.md), and vectors whose length is
@@ -159,7 +159,7 @@ HWY_INLINE void StoreTileRow(SampleVector row, std::uint8_t* to, std::size_t str
   }
 }
 
-void Turn(const std::int16_t* from, std::size_t stride, std::int16_t* to, std::size_t count) {
+void Transpose(const std::int16_t* from, std::size_t stride, std::int16_t* to, std::size_t count) {
   std::array<SampleVector, kTileSide> tile;
   for (std::size_t i = 0; i < count; i += kTileSide) {
     for (std::size_t row = 0; row < kTileSide; ++row)
@@ -171,7 +171,7 @@ void Turn(const std::int16_t* from, std::size_t stride, std::int16_t* to, std::s
 }
 
 template <typename Sample>
-void TurnBack(const std::int16_t* from, Sample* to, std::size_t stride, std::size_t count) {
+void TransposeBack(const std::int16_t* from, Sample* to, std::size_t stride, std::size_t count) {
   std::array<SampleVector, kTileSide> tile;
   for (std::size_t i = 0; i < count; i += kTileSide) {
     for (std::size_t sample = 0; sample < kTileSide; ++sample)
@@ -183,8 +183,8 @@ void TurnBack(const std::int16_t* from, Sample* to, std::size_t stride, std::siz
 }
 
 template <std::size_t kChannels>
-void FilterTurnedPixels(const TurnedBlock& from, std::int16_t* to, const FilterWeights& weights,
-                        const PixelRange& pixels) {
+void FilterTransposedPixels(const TransposedBlock& from, std::int16_t* to,
+                            const FilterWeights& weights, const PixelRange& pixels) {
   constexpr std::size_t kPixel = kChannels * kLanes;
   const std::size_t start = from.start * kLanes;
   for (int x = pixels.first; x < pixels.end; ++x, to += kPixel) {
@@ -204,12 +204,12 @@ void FilterTurnedPixels(const TurnedBlock& from, std::int16_t* to, const FilterW
   }
 }
 
-void FilterTurned(const TurnedBlock& from, std::int16_t* to, const FilterWeights& weights,
-                  const PixelRange& pixels) {
+void FilterTransposed(const TransposedBlock& from, std::int16_t* to, const FilterWeights& weights,
+                      const PixelRange& pixels) {
   if (pixels.channels == 1) {
-    FilterTurnedPixels<1>(from, to, weights, pixels);
+    FilterTransposedPixels<1>(from, to, weights, pixels);
   } else {
-    FilterTurnedPixels<3>(from, to, weights, pixels);
+    FilterTransposedPixels<3>(from, to, weights, pixels);
   }
 }
 
@@ -242,10 +242,10 @@ const RowKernels kKernels{hwy::TargetName(HWY_TARGET),
                           Widen,
                           Narrow,
                           AddRows,
-                          Turn,
-                          TurnBack<std::int16_t>,
-                          TurnBack<std::uint8_t>,
-                          FilterTurned,
+                          Transpose,
+                          TransposeBack<std::int16_t>,
+                          TransposeBack<std::uint8_t>,
+                          FilterTransposed,
                           Sharpen};
 
 }  // namespace HWY_NAMESPACE

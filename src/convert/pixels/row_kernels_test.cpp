@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 
 namespace keldo::convert {
 namespace {
@@ -136,19 +136,19 @@ TEST_P(RowKernelsTest, ClampsWhatOvershoots) {
   EXPECT_EQ(sum[lanes - 1], 0);
 }
 
-TEST_P(RowKernelsTest, TurnsBlocksThereAndBack) {
+TEST_P(RowKernelsTest, TransposesBlocksThereAndBack) {
   const std::size_t lanes = kernels().lanes;
   for (const std::size_t count : Counts()) {
     const std::size_t stride = count + lanes;
     const Samples rows = RandomSamples(lanes * stride);
-    Samples turned(lanes * count);
-    kernels().turn(rows.data(), stride, turned.data(), count);
+    Samples transposed(lanes * count);
+    kernels().transpose(rows.data(), stride, transposed.data(), count);
     for (std::size_t row = 0; row < lanes; ++row) {
       for (std::size_t i = 0; i < count; ++i)
-        ASSERT_EQ(turned[i * lanes + row], rows[row * stride + i]) << row << ' ' << i;
+        ASSERT_EQ(transposed[i * lanes + row], rows[row * stride + i]) << row << ' ' << i;
     }
     Samples back(lanes * stride);
-    kernels().turn_back(turned.data(), back.data(), stride, count);
+    kernels().transpose_back(transposed.data(), back.data(), stride, count);
     for (std::size_t row = 0; row < lanes; ++row) {
       for (std::size_t i = 0; i < count; ++i)
         ASSERT_EQ(back[row * stride + i], rows[row * stride + i]) << row << ' ' << i;
@@ -156,39 +156,39 @@ TEST_P(RowKernelsTest, TurnsBlocksThereAndBack) {
   }
 }
 
-TEST_P(RowKernelsTest, TurnsBackToBytes) {
+TEST_P(RowKernelsTest, TransposesBackToBytes) {
   const std::size_t lanes = kernels().lanes;
   for (const std::size_t count : Counts()) {
     const std::size_t stride = count + lanes;
-    const Samples turned = RandomSamples(lanes * count);
+    const Samples transposed = RandomSamples(lanes * count);
     Samples wide(lanes * stride);
-    kernels().turn_back(turned.data(), wide.data(), stride, count);
+    kernels().transpose_back(transposed.data(), wide.data(), stride, count);
     std::vector<std::uint8_t> expected(lanes * stride);
     kernels().narrow(wide.data(), expected.data(), expected.size());
     std::vector<std::uint8_t> bytes(lanes * stride);
-    kernels().turn_back_narrow(turned.data(), bytes.data(), stride, count);
+    kernels().transpose_back_narrow(transposed.data(), bytes.data(), stride, count);
     EXPECT_EQ(bytes, expected) << count;
   }
 }
 
-TEST_P(RowKernelsTest, FiltersTurnedBlocks) {
+TEST_P(RowKernelsTest, FiltersTransposedBlocks) {
   const std::size_t lanes = kernels().lanes;
   for (const int channels : {1, 3}) {
     const FilterWeights weights(67, 20, Filter::kMitchell, false);
     const auto pixel = static_cast<std::size_t>(channels) * lanes;
-    const Samples turned = RandomSamples(67 * pixel);
+    const Samples transposed = RandomSamples(67 * pixel);
     Samples result(20 * pixel);
     // As two strips, the second of which begins in the middle of the block.
-    kernels().filter_turned({turned.data(), 0}, result.data(), weights, {0, 13, channels});
+    kernels().filter_transposed({transposed.data(), 0}, result.data(), weights, {0, 13, channels});
     const auto start = static_cast<std::size_t>(30 * channels);
-    kernels().filter_turned({turned.data() + start * lanes, start}, result.data() + 13 * pixel,
-                            weights, {13, 20, channels});
+    kernels().filter_transposed({transposed.data() + start * lanes, start},
+                                result.data() + 13 * pixel, weights, {13, 20, channels});
     for (int x = 0; x < 20; ++x) {
       const FilterWeights::Taps taps = weights.taps(x);
       for (std::size_t i = 0; i < pixel; ++i) {
         double exact = 0;
         for (std::size_t tap = 0; tap < taps.sources.size(); ++tap) {
-          exact += turned[static_cast<std::size_t>(taps.sources[tap]) * pixel + i] *
+          exact += transposed[static_cast<std::size_t>(taps.sources[tap]) * pixel + i] *
                    (taps.weights[tap] / static_cast<double>(kWeightOne));
         }
         EXPECT_NEAR(result[static_cast<std::size_t>(x) * pixel + i],

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "convert/pixels/blur_kernel.h"
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 
 namespace keldo::convert {
 
@@ -25,7 +24,7 @@ Sharpener::Sharpener(const Sharpening& sharpening, const Size& size, int channel
       blurred_(stride_),
       result_(stride_) {}
 
-void Sharpener::Take(const std::int16_t* row) {
+void Sharpener::AddRow(const std::int16_t* row) {
   const auto slot = static_cast<std::size_t>(rows_taken_) % weights_.size();
   std::copy(row, row + stride_, kept_.data() + slot * stride_);
   ++rows_taken_;

@@ -6,7 +6,6 @@
 #include <functional>
 #include <vector>
 
-#include "convert/pixels/geometry.h"
 #include "convert/pixels/plan.h"
 #include "convert/pixels/row_kernels.h"
 
@@ -22,7 +21,7 @@ class Sharpener {
             Emit emit);
 
   /// The next row: 16-bit samples, readable up to the next multiple of the kernels' lanes.
-  void Take(const std::int16_t* row);
+  void AddRow(const std::int16_t* row);
 
  private:
   void MakeRow(int y);

@@ -8,8 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "convert/pixels/blur_kernel.h"
-#include "convert/pixels/fixed_point.h"
+#include "convert/pixels/filter_weights.h"
 
 namespace keldo::convert {
 namespace {
@@ -96,7 +95,7 @@ Image Sharpened(const Image& image, const Size& size, int channels, const Sharpe
   for (int y = 0; y < size.height; ++y) {
     for (std::size_t i = 0; i < samples; ++i)
       row[i] = static_cast<std::int16_t>(image[static_cast<std::size_t>(y) * samples + i]);
-    sharpener.Take(row.data());
+    sharpener.AddRow(row.data());
   }
   return result;
 }

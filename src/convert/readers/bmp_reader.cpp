@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/density.h"
-#include "util/byte_order.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 namespace {

@@ -1,7 +1,7 @@
 // What an EXIF block says about how to show its image.
 #pragma once
 
-#include "convert/pixels/image_reader.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert {
 

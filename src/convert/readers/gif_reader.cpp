@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/codec_library.h"
 #include "convert/readers/flatten.h"
 

@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/exif_orientation.h"
 #include "convert/readers/few_processors.h"
 #include "convert/readers/flatten.h"
 #include "convert/readers/heif_codec.h"
-#include "util/byte_order.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 namespace {

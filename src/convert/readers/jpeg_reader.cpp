@@ -13,8 +13,8 @@
 // Needs jpeglib.h.
 #include <jerror.h>
 
-#include "convert/pixels/geometry.h"
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
+#include "convert/pixels/plan.h"
 #include "convert/readers/exif_orientation.h"
 
 namespace keldo::convert {

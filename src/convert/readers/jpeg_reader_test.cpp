@@ -12,7 +12,7 @@
 // Needs the types of cstdio.
 #include <jpeglib.h>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "support/image_likeness.h"
 #include "support/natural_picture.h"
 #include "support/pictures.h"

@@ -1,6 +1,6 @@
 #include "convert/readers/open_image.h"
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/bmp_reader.h"
 #include "convert/readers/gif_reader.h"
 #include "convert/readers/heif_reader.h"

@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/codec_library.h"
 #include "convert/readers/density.h"
 #include "convert/readers/flatten.h"
-#include "util/byte_order.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 namespace {

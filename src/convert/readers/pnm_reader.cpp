@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
-#include "util/byte_order.h"
+#include "convert/pixels/image.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 namespace {

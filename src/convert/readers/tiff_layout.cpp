@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/density.h"
 #include "convert/readers/tiff_source.h"
 

@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "convert/pixels/image_reader.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/flatten.h"
 
 namespace keldo::convert {

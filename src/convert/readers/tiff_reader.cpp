@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/tiff_layout.h"
 #include "convert/readers/tiff_source.h"
 

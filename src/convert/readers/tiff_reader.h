@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "convert/pixels/image_reader.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert {
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/codec_library.h"
 
 namespace keldo::convert {

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "convert/pixels/image_reader.h"
+#include "convert/pixels/image.h"
 
 namespace keldo::convert {
 

@@ -6,11 +6,11 @@
 #include <string_view>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/readers/codec_library.h"
 #include "convert/readers/exif_orientation.h"
 #include "convert/readers/flatten.h"
-#include "util/byte_order.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 namespace {

@@ -10,7 +10,7 @@
 #include <new>
 
 #include "convert/cli/input_file.h"
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/sandbox/message.h"
 
 namespace keldo::convert {

@@ -21,7 +21,7 @@
 
 #include "convert/cli/input_file.h"
 #include "convert/cli/output_files.h"
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "support/temp_dir.h"
 
 namespace {

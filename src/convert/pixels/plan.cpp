@@ -1,21 +1,26 @@
-#include "convert/pixels/make_thumbnails.h"
+#include "convert/pixels/plan.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <memory>
 #include <utility>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "convert/pixels/jpeg_writer.h"
 #include "convert/pixels/resizer.h"
+#include "convert/pixels/rotation.h"
 #include "convert/pixels/row_kernels.h"
-#include "convert/pixels/row_sink.h"
 #include "convert/pixels/sharpener.h"
-#include "convert/pixels/turn.h"
 
 namespace keldo::convert {
 namespace {
+
+int ScaledSide(int side, double scale) {
+  const double scaled = std::floor(scale * side + 0.5);
+  return std::clamp(static_cast<int>(std::min<double>(scaled, side)), 1, side);
+}
 
 // A large reduction picks some samples first, unless the thumbnail is too small to afford it.
 constexpr double kLargeReduction = 0.1;
@@ -48,22 +53,22 @@ class Reducer : public RowSink {
       wide_.resize(stride_);
     } else if (sharpener_) {
       resizer_ = std::make_unique<Resizer>(
-          reduction, kernels_, [this](const std::int16_t* row) { sharpener_->Take(row); });
+          reduction, kernels_, [this](const std::int16_t* row) { sharpener_->AddRow(row); });
     } else {
       resizer_ = std::make_unique<Resizer>(reduction, kernels_,
-                                           [this](const std::uint8_t* row) { next_->Take(row); });
+                                           [this](const std::uint8_t* row) { next_->AddRow(row); });
     }
   }
 
-  void Take(const std::uint8_t* row) override {
+  void AddRow(const std::uint8_t* row) override {
     if (resizer_) {
-      resizer_->Take(row);
+      resizer_->AddRow(row);
     } else if (sharpener_) {
       std::copy(row, row + samples_, narrow_.data());
       kernels_.widen(narrow_.data(), wide_.data(), stride_);
-      sharpener_->Take(wide_.data());
+      sharpener_->AddRow(wide_.data());
     } else {
-      next_->Take(row);
+      next_->AddRow(row);
     }
   }
 
@@ -72,7 +77,7 @@ class Reducer : public RowSink {
  private:
   void Narrow(const std::int16_t* row) {
     kernels_.narrow(row, narrow_.data(), stride_);
-    next_->Take(narrow_.data());
+    next_->AddRow(narrow_.data());
   }
 
   const RowKernels& kernels_;
@@ -90,9 +95,9 @@ class Splitter : public RowSink {
  public:
   void Add(std::unique_ptr<RowSink> sink) { sinks_.push_back(std::move(sink)); }
 
-  void Take(const std::uint8_t* row) override {
+  void AddRow(const std::uint8_t* row) override {
     for (const auto& sink : sinks_)
-      sink->Take(row);
+      sink->AddRow(row);
   }
 
   void Finish() override {
@@ -131,16 +136,16 @@ class Chain {
     const Stage image{{info_.full_width, info_.full_height},
                       info_.orientation,
                       info_.has_alpha_or_palette ? Filter::kMitchell : Filter::kLanczos};
-    const Turn turn = TurnOf(steps.front(), image);
+    const Rotation rotation = RotationOf(steps.front(), image);
     // The first thumbnail has an alpha channel from then on, which changes the choice of the
     // filter.
-    const Stage first{turn.SizeOf(ThumbnailSize(image.size, steps.front().box)),
+    const Stage first{rotation.SizeOf(ThumbnailSize(image.size, steps.front().box)),
                       steps.front().auto_orient ? 1 : image.orientation, Filter::kMitchell};
     auto results = std::make_unique<Splitter>();
     results->Add(Writer(steps.front(), image.size, first.size, outputs.front()));
     for (std::size_t i = 1; i < steps.size(); ++i) {
-      const Turn next_turn = TurnOf(steps[i], first);
-      const Size size = next_turn.SizeOf(ThumbnailSize(first.size, steps[i].box));
+      const Rotation next_rotation = RotationOf(steps[i], first);
+      const Size size = next_rotation.SizeOf(ThumbnailSize(first.size, steps[i].box));
       results->Add(
           Worker(steps[i], first, first.size, Writer(steps[i], first.size, size, outputs[i])));
     }
@@ -148,22 +153,22 @@ class Chain {
   }
 
  private:
-  static Turn TurnOf(const Step& step, const Stage& stage) {
-    Turn turn;
-    if (step.auto_orient) turn = Turn::FromOrientation(stage.orientation);
-    turn = turn.Rotated(step.rotate);
-    return step.flop ? turn.Flopped() : turn;
+  static Rotation RotationOf(const Step& step, const Stage& stage) {
+    Rotation rotation;
+    if (step.auto_orient) rotation = Rotation::FromOrientation(stage.orientation);
+    rotation = rotation.Rotated(step.rotate);
+    return step.flop ? rotation.Flopped() : rotation;
   }
 
   // Makes one thumbnail of rows of size `source`, which may be smaller than the stage's image says.
-  // Sharpening treats all directions alike, so that it may come before turning.
+  // Sharpening treats all directions alike, so that it may come before the rotation.
   [[nodiscard]] std::unique_ptr<RowSink> Worker(const Step& step, const Stage& stage,
                                                 const Size& source,
                                                 std::unique_ptr<RowSink> next) const {
     const Size target = ThumbnailSize(stage.size, step.box);
-    const Turn turn = TurnOf(step, stage);
+    const Rotation rotation = RotationOf(step, stage);
     const int channels = ChannelsOf(info_.layout);
-    if (!turn.IsIdentity()) next = MakeTurner(turn, target, channels, std::move(next));
+    if (!rotation.IsIdentity()) next = MakeRotator(rotation, target, channels, std::move(next));
     const Reduction reduction{source, target, channels, stage.filter, IsPresampled(source, target)};
     return std::make_unique<Reducer>(reduction, step.unsharp, std::move(next));
   }
@@ -186,12 +191,19 @@ class Chain {
 
 }  // namespace
 
+Size ThumbnailSize(const Size& image, const Box& box) {
+  const double horizontal = static_cast<double>(box.width) / image.width;
+  const double vertical = static_cast<double>(box.height) / image.height;
+  const double scale = box.fill ? std::max(horizontal, vertical) : std::min(horizontal, vertical);
+  return {ScaledSide(image.width, scale), ScaledSide(image.height, scale)};
+}
+
 void MakeThumbnails(const std::vector<Step>& steps, ImageReader& image, Bytes attached_icc,
                     std::span<const int> outputs) {
   const ImageInfo& info = image.info();
   const std::unique_ptr<RowSink> sink = Chain(info, attached_icc).Build(steps, outputs);
   for (int y = 0; y < info.height; ++y)
-    sink->Take(image.NextRow());
+    sink->AddRow(image.NextRow());
   sink->Finish();
 }
 

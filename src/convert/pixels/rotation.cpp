@@ -1,4 +1,4 @@
-#include "convert/pixels/turn.h"
+#include "convert/pixels/rotation.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -11,18 +11,18 @@ namespace {
 // Rows that are made together, so that each source row that is met serves them all.
 constexpr int kRowsAtOnce = 16;
 
-class Turner : public RowSink {
+class Rotator : public RowSink {
  public:
-  Turner(const Turn& turn, const Size& size, int channels, std::unique_ptr<RowSink> next)
-      : turn_(turn),
+  Rotator(const Rotation& rotation, const Size& size, int channels, std::unique_ptr<RowSink> next)
+      : rotation_(rotation),
         source_(size),
-        result_(turn.SizeOf(size)),
+        result_(rotation.SizeOf(size)),
         channels_(static_cast<std::size_t>(channels)),
         next_(std::move(next)),
         pixels_(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) *
                 channels_) {}
 
-  void Take(const std::uint8_t* row) override {
+  void AddRow(const std::uint8_t* row) override {
     const std::size_t bytes = static_cast<std::size_t>(source_.width) * channels_;
     std::copy(row, row + bytes, pixels_.data() + rows_taken_++ * bytes);
   }
@@ -36,7 +36,7 @@ class Turner : public RowSink {
           CopyPixel(x, y, rows.data() + static_cast<std::size_t>(y - first) * Stride());
       }
       for (int y = first; y < end; ++y)
-        next_->Take(rows.data() + static_cast<std::size_t>(y - first) * Stride());
+        next_->AddRow(rows.data() + static_cast<std::size_t>(y - first) * Stride());
     }
     next_->Finish();
   }
@@ -47,10 +47,10 @@ class Turner : public RowSink {
   }
 
   void CopyPixel(int x, int y, std::uint8_t* row) const {
-    int from_x = turn_.swap_axes ? y : x;
-    int from_y = turn_.swap_axes ? x : y;
-    if (turn_.mirror_x) from_x = source_.width - 1 - from_x;
-    if (turn_.mirror_y) from_y = source_.height - 1 - from_y;
+    int from_x = rotation_.swap_axes ? y : x;
+    int from_y = rotation_.swap_axes ? x : y;
+    if (rotation_.mirror_x) from_x = source_.width - 1 - from_x;
+    if (rotation_.mirror_y) from_y = source_.height - 1 - from_y;
     const std::uint8_t* from = pixels_.data() + (static_cast<std::size_t>(from_y) *
                                                      static_cast<std::size_t>(source_.width) +
                                                  static_cast<std::size_t>(from_x)) *
@@ -60,7 +60,7 @@ class Turner : public RowSink {
       to[c] = from[c];
   }
 
-  Turn turn_;
+  Rotation rotation_;
   Size source_;
   Size result_;
   std::size_t channels_;
@@ -71,60 +71,60 @@ class Turner : public RowSink {
 
 }  // namespace
 
-Turn Turn::FromOrientation(int orientation) {
+Rotation Rotation::FromOrientation(int orientation) {
   switch (orientation) {
     case 2:
-      return Turn{}.Flopped();
+      return Rotation{}.Flopped();
     case 3:
-      return Turn{}.Rotated(180);
+      return Rotation{}.Rotated(180);
     case 4:
-      return Turn{}.Rotated(180).Flopped();
+      return Rotation{}.Rotated(180).Flopped();
     case 5:
-      return Turn{}.Rotated(90).Flopped();
+      return Rotation{}.Rotated(90).Flopped();
     case 6:
-      return Turn{}.Rotated(90);
+      return Rotation{}.Rotated(90);
     case 7:
-      return Turn{}.Rotated(270).Flopped();
+      return Rotation{}.Rotated(270).Flopped();
     case 8:
-      return Turn{}.Rotated(270);
+      return Rotation{}.Rotated(270);
     default:
       return {};
   }
 }
 
-// A quarter turn puts row H-1-x, column y at (x, y).
-Turn Turn::Rotated(int degrees) const {
+// A rotation by 90 degrees puts row H-1-x, column y at (x, y).
+Rotation Rotation::Rotated(int degrees) const {
   constexpr int kQuarter = 90;
   constexpr int kQuarters = 4;
-  Turn turn = *this;
+  Rotation rotation = *this;
   for (int i = 0; i < (degrees / kQuarter % kQuarters + kQuarters) % kQuarters; ++i) {
-    if (turn.swap_axes) {
-      turn.mirror_x = !turn.mirror_x;
+    if (rotation.swap_axes) {
+      rotation.mirror_x = !rotation.mirror_x;
     } else {
-      turn.mirror_y = !turn.mirror_y;
+      rotation.mirror_y = !rotation.mirror_y;
     }
-    turn.swap_axes = !turn.swap_axes;
+    rotation.swap_axes = !rotation.swap_axes;
   }
-  return turn;
+  return rotation;
 }
 
-Turn Turn::Flopped() const {
-  Turn turn = *this;
-  if (turn.swap_axes) {
-    turn.mirror_y = !turn.mirror_y;
+Rotation Rotation::Flopped() const {
+  Rotation rotation = *this;
+  if (rotation.swap_axes) {
+    rotation.mirror_y = !rotation.mirror_y;
   } else {
-    turn.mirror_x = !turn.mirror_x;
+    rotation.mirror_x = !rotation.mirror_x;
   }
-  return turn;
+  return rotation;
 }
 
-Size Turn::SizeOf(const Size& source) const {
+Size Rotation::SizeOf(const Size& source) const {
   return swap_axes ? Size{source.height, source.width} : source;
 }
 
-std::unique_ptr<RowSink> MakeTurner(const Turn& turn, const Size& size, int channels,
-                                    std::unique_ptr<RowSink> next) {
-  return std::make_unique<Turner>(turn, size, channels, std::move(next));
+std::unique_ptr<RowSink> MakeRotator(const Rotation& rotation, const Size& size, int channels,
+                                     std::unique_ptr<RowSink> next) {
+  return std::make_unique<Rotator>(rotation, size, channels, std::move(next));
 }
 
 }  // namespace keldo::convert

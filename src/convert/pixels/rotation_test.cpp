@@ -1,4 +1,4 @@
-#include "convert/pixels/turn.h"
+#include "convert/pixels/rotation.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ using keldo::testing::Rgb;
 class Collector : public RowSink {
  public:
   explicit Collector(Picture& picture) : picture_(picture) {}
-  void Take(const std::uint8_t* row) override {
+  void AddRow(const std::uint8_t* row) override {
     for (int x = 0; x < picture_.width; ++x)
       picture_.pixels.push_back({row[3 * x], row[3 * x + 1], row[3 * x + 2]});
   }
@@ -42,53 +42,53 @@ Picture Numbered(int width, int height) {
   return picture;
 }
 
-Picture Apply(const Turn& turn, const Picture& picture) {
+Picture Apply(const Rotation& rotation, const Picture& picture) {
   const Size size{picture.width, picture.height};
-  const Size turned = turn.SizeOf(size);
-  Picture result{turned.width, turned.height, {}};
-  const auto turner = MakeTurner(turn, size, 3, std::make_unique<Collector>(result));
+  const Size rotated = rotation.SizeOf(size);
+  Picture result{rotated.width, rotated.height, {}};
+  const auto rotator = MakeRotator(rotation, size, 3, std::make_unique<Collector>(result));
   for (int y = 0; y < picture.height; ++y) {
     std::vector<std::uint8_t> row;
     for (int x = 0; x < picture.width; ++x) {
       const Rgb pixel = picture.At(x, y);
       row.insert(row.end(), pixel.begin(), pixel.end());
     }
-    turner->Take(row.data());
+    rotator->AddRow(row.data());
   }
-  turner->Finish();
+  rotator->Finish();
   return result;
 }
 
-TEST(TurnTest, BringsEveryOrientationUpright) {
+TEST(RotationTest, BringsEveryOrientationUpright) {
   for (const auto& [width, height] : {std::pair{37, 20}, {1, 9}, {50, 1}}) {
     const Picture upright = Numbered(width, height);
     for (int orientation = 1; orientation <= 8; ++orientation) {
       const Picture stored = keldo::testing::StoredWith(orientation, upright);
-      const Picture result = Apply(Turn::FromOrientation(orientation), stored);
+      const Picture result = Apply(Rotation::FromOrientation(orientation), stored);
       EXPECT_EQ(result.width, width) << orientation;
       EXPECT_EQ(result.pixels, upright.pixels) << orientation;
     }
   }
 }
 
-TEST(TurnTest, RotatesClockwise) {
+TEST(RotationTest, RotatesClockwise) {
   const Picture picture = Numbered(33, 18);
   for (const int degrees : {0, 90, 180, 270}) {
-    EXPECT_EQ(Apply(Turn{}.Rotated(degrees), picture).pixels,
-              keldo::testing::Turned(degrees, picture).pixels)
+    EXPECT_EQ(Apply(Rotation{}.Rotated(degrees), picture).pixels,
+              keldo::testing::Rotated(degrees, picture).pixels)
         << degrees;
   }
 }
 
-TEST(TurnTest, AddsUp) {
-  EXPECT_TRUE(Turn{}.Rotated(90).Rotated(270).IsIdentity());
-  EXPECT_TRUE(Turn{}.Flopped().Flopped().IsIdentity());
-  EXPECT_EQ(Turn{}.Rotated(-90), Turn{}.Rotated(270));
-  EXPECT_EQ(Turn{}.Rotated(450), Turn{}.Rotated(90));
-  EXPECT_EQ(Turn{}.Rotated(90).Flopped(), Turn::FromOrientation(5));
-  EXPECT_EQ(Turn{}.Flopped().Rotated(90), Turn::FromOrientation(7));
-  EXPECT_EQ(Turn::FromOrientation(0), Turn{});
-  EXPECT_EQ(Turn::FromOrientation(9), Turn{});
+TEST(RotationTest, AddsUp) {
+  EXPECT_TRUE(Rotation{}.Rotated(90).Rotated(270).IsIdentity());
+  EXPECT_TRUE(Rotation{}.Flopped().Flopped().IsIdentity());
+  EXPECT_EQ(Rotation{}.Rotated(-90), Rotation{}.Rotated(270));
+  EXPECT_EQ(Rotation{}.Rotated(450), Rotation{}.Rotated(90));
+  EXPECT_EQ(Rotation{}.Rotated(90).Flopped(), Rotation::FromOrientation(5));
+  EXPECT_EQ(Rotation{}.Flopped().Rotated(90), Rotation::FromOrientation(7));
+  EXPECT_EQ(Rotation::FromOrientation(0), Rotation{});
+  EXPECT_EQ(Rotation::FromOrientation(9), Rotation{});
 }
 
 }  // namespace

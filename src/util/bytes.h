@@ -1,9 +1,16 @@
-// Numbers in files. Whoever calls has checked that the bytes are there.
+// Bytes of files, and the numbers and names in them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 namespace keldo {
+
+using Bytes = std::span<const std::uint8_t>;
+
+// The caller has checked that the bytes of a number are there.
 
 [[nodiscard]] constexpr std::uint16_t LittleEndian16(const std::uint8_t* bytes) {
   return static_cast<std::uint16_t>(bytes[0] | (bytes[1] << 8));
@@ -19,6 +26,16 @@ namespace keldo {
 
 [[nodiscard]] constexpr std::uint32_t BigEndian32(const std::uint8_t* bytes) {
   return (std::uint32_t{BigEndian16(bytes)} << 16U) | BigEndian16(bytes + 2);
+}
+
+/// The text of `length` bytes at `offset`; empty when the bytes end before.
+[[nodiscard]] inline std::string_view TextAt(Bytes bytes, std::size_t offset, std::size_t length) {
+  if (bytes.size() < offset + length) return {};
+  return {reinterpret_cast<const char*>(bytes.data() + offset), length};
+}
+
+[[nodiscard]] inline bool StartsWith(Bytes bytes, std::string_view magic) {
+  return TextAt(bytes, 0, magic.size()) == magic;
 }
 
 }  // namespace keldo

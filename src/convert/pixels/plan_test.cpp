@@ -1,4 +1,4 @@
-#include "convert/pixels/make_thumbnails.h"
+#include "convert/pixels/plan.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "convert/pixels/image_error.h"
+#include "convert/pixels/image.h"
 #include "support/image_likeness.h"
 #include "support/jpeg_facts.h"
 #include "support/natural_picture.h"
@@ -82,6 +82,29 @@ int DistanceFromUpright(const Picture& picture) {
                                         keldo::testing::kCornerColours);
 }
 
+TEST(GeometryTest, FitsIntoTheBoxOrCoversIt) {
+  EXPECT_EQ(ThumbnailSize({4000, 3000}, {640, 640, false}), (Size{640, 480}));
+  EXPECT_EQ(ThumbnailSize({4000, 3000}, {640, 640, true}), (Size{853, 640}));
+  EXPECT_EQ(ThumbnailSize({3000, 4000}, {640, 640, true}), (Size{640, 853}));
+  EXPECT_EQ(ThumbnailSize({4000, 3000}, {640, 100, false}), (Size{133, 100}));
+}
+
+TEST(GeometryTest, RoundsHalvesUp) {
+  EXPECT_EQ(ThumbnailSize({200, 101}, {100, 100, false}), (Size{100, 51}));
+  EXPECT_EQ(ThumbnailSize({200, 99}, {100, 100, false}), (Size{100, 50}));
+}
+
+TEST(GeometryTest, NeverEnlarges) {
+  EXPECT_EQ(ThumbnailSize({300, 200}, {640, 640, false}), (Size{300, 200}));
+  EXPECT_EQ(ThumbnailSize({300, 200}, {640, 640, true}), (Size{300, 200}));
+  EXPECT_EQ(ThumbnailSize({2000, 100}, {640, 640, true}), (Size{2000, 100}));
+}
+
+TEST(GeometryTest, ASideIsNeverNothing) {
+  EXPECT_EQ(ThumbnailSize({20000, 10}, {120, 120, false}), (Size{120, 1}));
+  EXPECT_EQ(ThumbnailSize({1, 1}, {120, 120, true}), (Size{1, 1}));
+}
+
 TEST_F(MakeThumbnailsTest, EveryLaterThumbnailIsMadeFromTheFirst) {
   PictureReader reader(keldo::testing::FourCorners(400, 300));
   const auto pictures = Make({StepOf(120, true), StepOf(80), StepOf(500)}, reader);
@@ -94,7 +117,7 @@ TEST_F(MakeThumbnailsTest, EveryLaterThumbnailIsMadeFromTheFirst) {
     EXPECT_LT(DistanceFromUpright(picture), 8);
 }
 
-TEST_F(MakeThumbnailsTest, TurnsTheFirstAndWithItTheOthers) {
+TEST_F(MakeThumbnailsTest, RotatesTheFirstAndWithItTheOthers) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
     PictureReader reader(
         keldo::testing::StoredWith(orientation, keldo::testing::FourCorners(90, 60)));
@@ -118,7 +141,7 @@ TEST_F(MakeThumbnailsTest, RotatesBeforeItMirrors) {
 }
 
 // As the option says it for each: a rotation of the second comes on top of that of the first.
-TEST_F(MakeThumbnailsTest, ALaterRotationTurnsTheTurnedOne) {
+TEST_F(MakeThumbnailsTest, ALaterRotationAddsToTheFirst) {
   PictureReader reader(keldo::testing::StoredWith(3, keldo::testing::FourCorners(90, 60)));
   std::vector<Step> steps{StepOf(60), StepOf(30)};
   steps[0].rotate = 90;

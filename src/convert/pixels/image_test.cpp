@@ -1,11 +1,9 @@
-#include "convert/pixels/limits.h"
+#include "convert/pixels/image.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
-
-#include "convert/pixels/image_error.h"
 
 namespace keldo::convert {
 namespace {

@@ -1,19 +1,50 @@
-// How the pixels of an image come in, whatever its format: row by row from the top, 8 bits a
-// sample.
+// An image on its way through the converter: row by row from the top, 8 bits a sample.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <optional>
-#include <span>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
-#include "convert/pixels/limits.h"
 #include "convert/pixels/plan.h"
+#include "util/bytes.h"
 
 namespace keldo::convert {
 
-using Bytes = std::span<const std::uint8_t>;
+/// Thrown by readers and the pixel work, and caught in one place. `what()` is a phrase for the
+/// user, such as "the file ends in its header"; the file's name is added by whoever prints it.
+class ImageError : public std::runtime_error {
+ public:
+  enum class Kind {
+    kCorrupt,      ///< the file is damaged or empty
+    kLimit,        ///< the image is larger than the limits allow
+    kUnsupported,  ///< a valid file of a kind that another converter must read
+    kOutput,       ///< a thumbnail could not be written
+  };
+
+  ImageError(Kind kind, const std::string& reason) : std::runtime_error(reason), kind_(kind) {}
+
+  [[nodiscard]] Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+};
+
+/// Larger than any camera's panorama, and small enough that a hostile header cannot exhaust a
+/// machine.
+struct Limits {
+  int side = 65500;                                   ///< pixels; what a JPEG file can have
+  std::int64_t pixels = std::int64_t{1} << 29;        ///< of the whole image
+  std::int64_t memory_bytes = std::int64_t{1} << 30;  ///< held at one time for pixels
+};
+
+/// Checks an image of this size against the limits. `bytes_held` is the memory that reading it
+/// takes at one time. Throws ImageError (kLimit) with the figure that is too large, or (kCorrupt)
+/// for a side below 1.
+void CheckLimits(const Limits& limits, std::int64_t width, std::int64_t height,
+                 std::int64_t bytes_held);
 
 enum class PixelLayout : std::uint8_t { kGray, kRgb, kBgr };
 
@@ -72,6 +103,20 @@ class ImageReader {
   /// The next row, info().width * ChannelsOf(info().layout) bytes, valid until the next call. To be
   /// called info().height times at most. Throws ImageError.
   [[nodiscard]] virtual const std::uint8_t* NextRow() = 0;
+};
+
+/// Takes an image of known size, row by row from the top.
+class RowSink {
+ public:
+  RowSink() = default;
+  RowSink(const RowSink&) = delete;
+  RowSink& operator=(const RowSink&) = delete;
+  virtual ~RowSink() = default;
+
+  /// The next row; it is not kept. Throws ImageError.
+  virtual void AddRow(const std::uint8_t* row) = 0;
+  /// After the last row. Throws ImageError.
+  virtual void Finish() = 0;
 };
 
 }  // namespace keldo::convert

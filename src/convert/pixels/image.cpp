@@ -1,9 +1,7 @@
-#include "convert/pixels/limits.h"
+#include "convert/pixels/image.h"
 
 #include <algorithm>
 #include <string>
-
-#include "convert/pixels/image_error.h"
 
 namespace keldo::convert {
 
