@@ -10,7 +10,7 @@
 
 #include "convert/pixels/image.h"
 #include "convert/pixels/plan.h"
-#include "convert/readers/open_image.h"
+#include "convert/readers/readers.h"
 
 namespace keldo::convert {
 namespace {
@@ -67,6 +67,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   keldo::convert::LoadCodecOnce();
   const keldo::convert::Bytes file(data, size);
   // The reader only sees files that look like its format.
-  if (keldo::convert::FormatOf(file) == kFormat) keldo::convert::Convert(file, outputs);
+  if (keldo::media::DetectFormat(file) == kFormat) keldo::convert::Convert(file, outputs);
   return 0;
 }

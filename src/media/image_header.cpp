@@ -1,40 +1,115 @@
 #include "media/image_header.h"
 
+#include <dlfcn.h>
+#include <libheif/heif.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <string_view>
+#include <exiv2/exiv2.hpp>
+#include <memory>
 
-#include "media/exif_header.h"
-#include "media/heif_header.h"
-#include "media/jpeg_header.h"
-#include "media/simple_header.h"
+#include "media/formats.h"
+#include "media/header_readers.h"
 #include "util/files.h"
 
 namespace keldo::media {
 namespace {
 
-// Enough for the brands of a HEIF file and for a pixmap's header with a few comments.
-using Start = std::array<char, 4096>;
+// The functions of libheif that we use. It and the many libraries that it needs are loaded at the
+// first call, not with the program, since most runs never meet such a file.
+class HeifLibrary {
+ public:
+  HeifLibrary() : handle_(::dlopen("libheif.so.1", RTLD_NOW | RTLD_LOCAL)) {
+    complete_ = handle_ != nullptr && Find(context_alloc, "heif_context_alloc") &&
+                Find(context_free, "heif_context_free") &&
+                Find(read_from_file, "heif_context_read_from_file") &&
+                Find(get_primary, "heif_context_get_primary_image_handle") &&
+                Find(handle_release, "heif_image_handle_release") &&
+                Find(get_width, "heif_image_handle_get_width") &&
+                Find(get_height, "heif_image_handle_get_height");
+  }
 
-std::string_view ReadStart(int fd, Start& start) {
+  [[nodiscard]] bool complete() const { return complete_; }
+
+  decltype(&::heif_context_alloc) context_alloc = nullptr;
+  decltype(&::heif_context_free) context_free = nullptr;
+  decltype(&::heif_context_read_from_file) read_from_file = nullptr;
+  decltype(&::heif_context_get_primary_image_handle) get_primary = nullptr;
+  decltype(&::heif_image_handle_release) handle_release = nullptr;
+  decltype(&::heif_image_handle_get_width) get_width = nullptr;
+  decltype(&::heif_image_handle_get_height) get_height = nullptr;
+
+ private:
+  template <typename Function>
+  bool Find(Function& function, const char* name) {
+    function = reinterpret_cast<Function>(::dlsym(handle_, name));
+    return function != nullptr;
+  }
+
+  void* handle_;  // Kept to the end of the process: other threads of the library may run.
+  bool complete_ = false;
+};
+
+const HeifLibrary& Library() {
+  static const HeifLibrary library;
+  return library;
+}
+
+// The displayed size of the main image: rotated and cropped as the file asks. Nothing when the
+// library is missing, too.
+std::optional<RawHeader> MeasureHeif(const std::string& path) {
+  const HeifLibrary& heif = Library();
+  if (!heif.complete()) return std::nullopt;
+  const std::unique_ptr<heif_context, decltype(heif.context_free)> context(heif.context_alloc(),
+                                                                           heif.context_free);
+  if (!context) return std::nullopt;
+  if (heif.read_from_file(context.get(), path.c_str(), nullptr).code != heif_error_Ok) {
+    return std::nullopt;
+  }
+  heif_image_handle* raw = nullptr;
+  if (heif.get_primary(context.get(), &raw).code != heif_error_Ok) return std::nullopt;
+  const std::unique_ptr<heif_image_handle, decltype(heif.handle_release)> image(
+      raw, heif.handle_release);
+  constexpr long kUpright = 1;
+  return RawHeader{heif.get_width(raw), heif.get_height(raw), kUpright};
+}
+
+long OrientationIn(const Exiv2::ExifData& exif) {
+  const auto tag = exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation"));
+  return tag == exif.end() || tag->count() == 0 ? 0 : tag->toLong();
+}
+
+// Throws what the library throws.
+RawHeader MeasureByExiv2(const std::string& path) {
+  Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+  constexpr bool kFromTheNetwork = false;
+  const auto image = Exiv2::ImageFactory::open(path, kFromTheNetwork);
+  image->readMetadata();
+  return {image->pixelWidth(), image->pixelHeight(), OrientationIn(image->exifData())};
+}
+
+// The first bytes: enough for the brands of a HEIF file and for a pixmap's header with comments.
+using Start = std::array<std::uint8_t, kDetectionBytes>;
+
+Bytes ReadStart(int fd, Start& start) {
   ssize_t got = 0;
   do {
     got = ::pread(fd, start.data(), start.size(), 0);
   } while (got < 0 && errno == EINTR);
-  return {start.data(), got < 0 ? 0 : static_cast<std::size_t>(got)};
+  return Bytes(start).first(got < 0 ? 0 : static_cast<std::size_t>(got));
 }
 
-std::optional<ImageHeader> Checked(const ImageSize& size, long orientation) {
+std::optional<ImageHeader> Checked(const RawHeader& header) {
   constexpr long kLastOrientation = 8;
-  if (size.width < 1 || size.width > kMaxSide || size.height < 1 || size.height > kMaxSide) {
+  if (header.width < 1 || header.width > kMaxSide || header.height < 1 ||
+      header.height > kMaxSide) {
     return std::nullopt;
   }
-  const bool known = orientation >= 1 && orientation <= kLastOrientation;
-  return ImageHeader{.width = static_cast<int>(size.width),
-                     .height = static_cast<int>(size.height),
-                     .orientation = known ? static_cast<int>(orientation) : 0};
+  const bool known = header.orientation >= 1 && header.orientation <= kLastOrientation;
+  return ImageHeader{.width = static_cast<int>(header.width),
+                     .height = static_cast<int>(header.height),
+                     .orientation = known ? static_cast<int>(header.orientation) : 0};
 }
 
 std::optional<ImageHeader> Measure(int fd) {
@@ -42,18 +117,16 @@ std::optional<ImageHeader> Measure(int fd) {
   // cannot take a name like "http://..." for an address.
   const std::string same_file = "/proc/self/fd/" + std::to_string(fd);
   Start buffer;
-  const std::string_view start = ReadStart(fd, buffer);
-  if (IsHeif(start)) {
-    constexpr long kUpright = 1;
-    const auto size = HeifSize(same_file);
-    return size ? Checked(*size, kUpright) : std::nullopt;
+  const Bytes start = ReadStart(fd, buffer);
+  const Format format = DetectFormat(start);
+  if (format == Format::kHeif) {
+    const auto header = MeasureHeif(same_file);
+    return header ? Checked(*header) : std::nullopt;
   }
-  for (const auto size_of : {PixmapSize, GifSize, BitmapSize}) {
-    if (const auto size = size_of(start)) return Checked(*size, 0);
+  if (const HeaderReader read = HeaderReaderOf(format)) {
+    if (const auto header = read({start, fd})) return Checked(*header);
   }
-  if (const auto jpeg = JpegHeader(fd)) return Checked(jpeg->size, jpeg->orientation);
-  const ExifHeader header = ReadExifHeader(same_file);
-  return Checked(header.size, header.orientation);
+  return Checked(MeasureByExiv2(same_file));
 }
 
 }  // namespace

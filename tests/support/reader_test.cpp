@@ -6,7 +6,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "convert/readers/open_image.h"
+#include "convert/readers/readers.h"
 #include "support/temp_dir.h"
 
 namespace keldo::convert::testing {
@@ -34,7 +34,7 @@ Data ContentOf(const std::string& path) {
 }  // namespace
 
 Picture ReadPicture(const Data& file, const Limits& limits) {
-  const Format format = FormatOf(file);
+  const Format format = media::DetectFormat(file);
   if (!LoadCodec(format)) {
     throw ImageError(ImageError::Kind::kUnsupported, "no codec for this file");
   }

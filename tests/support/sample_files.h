@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "convert/readers/flatten.h"
+#include "convert/readers/reader_tools.h"
 #include "support/reader_test.h"
 
 namespace keldo::convert::testing {

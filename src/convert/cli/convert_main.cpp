@@ -1,6 +1,5 @@
 #include "convert/cli/convert_main.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -13,9 +12,8 @@
 #include "convert/cli/version.h"
 #include "convert/pixels/image.h"
 #include "convert/pixels/plan.h"
-#include "convert/readers/open_image.h"
+#include "convert/readers/readers.h"
 #include "convert/sandbox/message.h"
-#include "media/format.h"
 
 namespace keldo::convert {
 namespace {
@@ -33,7 +31,7 @@ bool IsIccProfile(Bytes file) {
   constexpr std::size_t kSignaturePlace = 36;
   constexpr std::string_view kSignature = "acsp";
   return file.size() >= kHeaderSize &&
-         std::equal(kSignature.begin(), kSignature.end(), file.begin() + kSignaturePlace);
+         TextAt(file, kSignaturePlace, kSignature.size()) == kSignature;
 }
 
 // Opens the profile to attach; without one that can be attached the run is not ours.
@@ -67,8 +65,8 @@ Outcome Convert(const Plan& plan, OutputFiles& outputs) {
   const bool outputs_are_plain = outputs.Open(plan.steps, input.identity());
   if (!outputs_are_plain) throw NotOurs("the outputs are no separate files");
   input.Map();
-  const Format format = FormatOf(input.bytes());
-  if (format == Format::kOther || !LoadCodec(format)) throw NotOurs("it has another format");
+  const Format format = media::DetectFormat(input.bytes());
+  if (!LoadCodec(format)) throw NotOurs("it has another format");
   const std::unique_ptr<InputFile> icc_file = OpenIccProfile(plan.icc_profile);
   const Bytes icc = icc_file ? icc_file->bytes() : Bytes();
 

@@ -16,7 +16,7 @@
 #include "convert/cli/input_file.h"
 #include "convert/sandbox/message.h"
 #include "convert/sandbox/supervisor.h"
-#include "media/converter_names.h"
+#include "media/imagemagick_names.h"
 
 namespace keldo::convert {
 namespace {

@@ -1,9 +1,8 @@
-#include "convert/readers/bmp_reader.h"
-
 #include <cstdlib>
 
 #include "convert/pixels/image.h"
-#include "convert/readers/density.h"
+#include "convert/readers/reader_tools.h"
+#include "convert/readers/readers.h"
 #include "util/bytes.h"
 
 namespace keldo::convert {

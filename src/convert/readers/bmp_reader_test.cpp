@@ -1,7 +1,6 @@
-#include "convert/readers/bmp_reader.h"
-
 #include <gtest/gtest.h>
 
+#include "convert/readers/readers.h"
 #include "support/reader_test.h"
 
 namespace keldo::convert {

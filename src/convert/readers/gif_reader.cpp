@@ -1,5 +1,3 @@
-#include "convert/readers/gif_reader.h"
-
 #include <gif_lib.h>
 
 #include <algorithm>
@@ -8,8 +6,8 @@
 #include <vector>
 
 #include "convert/pixels/image.h"
-#include "convert/readers/codec_library.h"
-#include "convert/readers/flatten.h"
+#include "convert/readers/reader_tools.h"
+#include "convert/readers/readers.h"
 
 namespace keldo::convert {
 namespace {

@@ -1,20 +1,73 @@
-#include "convert/readers/heif_reader.h"
+#include <libheif/heif.h>
+#include <sched.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "convert/pixels/image.h"
-#include "convert/readers/exif_orientation.h"
-#include "convert/readers/few_processors.h"
-#include "convert/readers/flatten.h"
-#include "convert/readers/heif_codec.h"
-#include "util/bytes.h"
+#include "convert/readers/reader_tools.h"
+#include "convert/readers/readers.h"
 
 namespace keldo::convert {
 namespace {
 
-constexpr const HeifCodec& codec = heif_codec;
+// The functions of libheif that we use, filled by LoadHeif.
+struct HeifCodec {
+  decltype(&::heif_init) init;
+  decltype(&::heif_context_alloc) context_alloc;
+  decltype(&::heif_context_free) context_free;
+  decltype(&::heif_context_set_maximum_image_size_limit) set_size_limit;
+  decltype(&::heif_context_set_max_decoding_threads) set_threads;
+  decltype(&::heif_context_read_from_memory_without_copy) read_from_memory;
+  decltype(&::heif_context_get_primary_image_handle) get_primary;
+  decltype(&::heif_image_handle_release) handle_release;
+  decltype(&::heif_image_handle_get_width) handle_width;
+  decltype(&::heif_image_handle_get_height) handle_height;
+  decltype(&::heif_image_handle_has_alpha_channel) handle_has_alpha;
+  decltype(&::heif_image_handle_get_luma_bits_per_pixel) handle_bits;
+  decltype(&::heif_image_handle_get_raw_color_profile_size) profile_size;
+  decltype(&::heif_image_handle_get_raw_color_profile) profile;
+  decltype(&::heif_image_handle_get_list_of_metadata_block_IDs) metadata_ids;
+  decltype(&::heif_image_handle_get_metadata_size) metadata_size;
+  decltype(&::heif_image_handle_get_metadata) metadata;
+  decltype(&::heif_decode_image) decode;
+  decltype(&::heif_image_release) image_release;
+  decltype(&::heif_image_get_width) image_width;
+  decltype(&::heif_image_get_height) image_height;
+  decltype(&::heif_image_get_bits_per_pixel_range) image_bits;
+  decltype(&::heif_image_get_plane_readonly) plane;
+};
+
+constinit HeifCodec codec{};
+
+// AV1 decoders start a thread for every processor that they may run on, and libheif has no option
+// against it. While this object lives they may run on few: where threads cannot be bound, more
+// start, and nothing else changes.
+class FewProcessors {
+ public:
+  explicit FewProcessors(int count) {
+    if (::sched_getaffinity(0, sizeof allowed_, &allowed_) != 0) return;
+    cpu_set_t few;
+    CPU_ZERO(&few);
+    // Beginning with the one that this thread's caches are warm on.
+    const int here = std::max(::sched_getcpu(), 0);
+    for (int i = 0; i < CPU_SETSIZE && CPU_COUNT(&few) < count; ++i) {
+      const auto processor = static_cast<std::size_t>((here + i) % CPU_SETSIZE);
+      if (CPU_ISSET(processor, &allowed_)) CPU_SET(processor, &few);
+    }
+    bound_ = ::sched_setaffinity(0, sizeof few, &few) == 0;
+  }
+  FewProcessors(const FewProcessors&) = delete;
+  FewProcessors& operator=(const FewProcessors&) = delete;
+  ~FewProcessors() {
+    if (bound_) ::sched_setaffinity(0, sizeof allowed_, &allowed_);
+  }
+
+ private:
+  cpu_set_t allowed_{};
+  bool bound_ = false;
+};
 
 struct FreeContext {
   void operator()(heif_context* context) const { codec.context_free(context); }
@@ -157,10 +210,42 @@ class HeifReader : public ImageReader {
   std::vector<std::uint8_t> row_;
 };
 
+bool FindHandleFunctions(const CodecLibrary& library) {
+  return library.Find(codec.handle_release, "heif_image_handle_release") &&
+         library.Find(codec.handle_width, "heif_image_handle_get_width") &&
+         library.Find(codec.handle_height, "heif_image_handle_get_height") &&
+         library.Find(codec.handle_has_alpha, "heif_image_handle_has_alpha_channel") &&
+         library.Find(codec.handle_bits, "heif_image_handle_get_luma_bits_per_pixel") &&
+         library.Find(codec.profile_size, "heif_image_handle_get_raw_color_profile_size") &&
+         library.Find(codec.profile, "heif_image_handle_get_raw_color_profile") &&
+         library.Find(codec.metadata_ids, "heif_image_handle_get_list_of_metadata_block_IDs") &&
+         library.Find(codec.metadata_size, "heif_image_handle_get_metadata_size") &&
+         library.Find(codec.metadata, "heif_image_handle_get_metadata");
+}
+
+bool FindFunctions(const CodecLibrary& library) {
+  return library.Find(codec.init, "heif_init") &&
+         library.Find(codec.context_alloc, "heif_context_alloc") &&
+         library.Find(codec.context_free, "heif_context_free") &&
+         library.Find(codec.set_size_limit, "heif_context_set_maximum_image_size_limit") &&
+         library.Find(codec.set_threads, "heif_context_set_max_decoding_threads") &&
+         library.Find(codec.read_from_memory, "heif_context_read_from_memory_without_copy") &&
+         library.Find(codec.get_primary, "heif_context_get_primary_image_handle") &&
+         library.Find(codec.decode, "heif_decode_image") &&
+         library.Find(codec.image_release, "heif_image_release") &&
+         library.Find(codec.image_width, "heif_image_get_width") &&
+         library.Find(codec.image_height, "heif_image_get_height") &&
+         library.Find(codec.image_bits, "heif_image_get_bits_per_pixel_range") &&
+         library.Find(codec.plane, "heif_image_get_plane_readonly");
+}
+
 }  // namespace
 
 bool LoadHeif() {
-  return LoadHeifCodec();
+  const CodecLibrary library("libheif.so.1");
+  if (!FindFunctions(library) || !FindHandleFunctions(library)) return false;
+  // Plug-ins are looked for here, while files can still be opened.
+  return codec.init(nullptr).code == heif_error_Ok;
 }
 
 std::unique_ptr<ImageReader> OpenHeif(Bytes file, const ReadOptions& options) {

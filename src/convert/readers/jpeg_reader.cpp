@@ -1,13 +1,13 @@
-#include "convert/readers/jpeg_reader.h"
-
-#include <algorithm>
 #include <array>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "convert/readers/readers.h"
 // Needs the types of cstdio.
 #include <jpeglib.h>
 // Needs jpeglib.h.
@@ -15,12 +15,12 @@
 
 #include "convert/pixels/image.h"
 #include "convert/pixels/plan.h"
-#include "convert/readers/exif_orientation.h"
+#include "convert/readers/reader_tools.h"
 
 namespace keldo::convert {
 namespace {
 
-constexpr std::array<std::uint8_t, 6> kExifMark{'E', 'x', 'i', 'f', 0, 0};
+constexpr std::string_view kExifMark("Exif\0\0", 6);
 constexpr unsigned kLongestMarker = 0xFFFF;
 constexpr int kApp1 = JPEG_APP0 + 1;
 constexpr int kApp2 = JPEG_APP0 + 2;
@@ -226,7 +226,7 @@ class JpegReader : public ImageReader {
          marker = marker->next) {
       const Bytes data(marker->data, marker->data_length);
       if (marker->marker == kApp1 && data.size() > kExifMark.size() &&
-          std::equal(kExifMark.begin(), kExifMark.end(), data.begin())) {
+          StartsWith(data, kExifMark)) {
         return data.subspan(kExifMark.size());
       }
     }

@@ -1,5 +1,3 @@
-#include "convert/readers/jpeg_reader.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +7,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include "convert/readers/readers.h"
 // Needs the types of cstdio.
 #include <jpeglib.h>
 

@@ -1,5 +1,3 @@
-#include "convert/readers/png_reader.h"
-
 #include <png.h>
 
 #include <array>
@@ -11,9 +9,8 @@
 #include <vector>
 
 #include "convert/pixels/image.h"
-#include "convert/readers/codec_library.h"
-#include "convert/readers/density.h"
-#include "convert/readers/flatten.h"
+#include "convert/readers/reader_tools.h"
+#include "convert/readers/readers.h"
 #include "util/bytes.h"
 
 namespace keldo::convert {

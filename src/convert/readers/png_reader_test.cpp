@@ -1,7 +1,6 @@
-#include "convert/readers/png_reader.h"
-
 #include <gtest/gtest.h>
 
+#include "convert/readers/readers.h"
 #include "support/sample_files.h"
 
 namespace keldo::convert {

@@ -1,9 +1,8 @@
-#include "convert/readers/pnm_reader.h"
-
 #include <algorithm>
 #include <vector>
 
 #include "convert/pixels/image.h"
+#include "convert/readers/readers.h"
 #include "util/bytes.h"
 
 namespace keldo::convert {

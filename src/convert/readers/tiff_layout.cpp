@@ -4,10 +4,6 @@
 #include <array>
 #include <cstring>
 
-#include "convert/pixels/image.h"
-#include "convert/readers/density.h"
-#include "convert/readers/tiff_source.h"
-
 namespace keldo::convert {
 namespace {
 

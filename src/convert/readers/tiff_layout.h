@@ -3,12 +3,36 @@
 
 #include <tiffio.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "convert/pixels/image.h"
-#include "convert/readers/flatten.h"
+#include "convert/readers/reader_tools.h"
 
 namespace keldo::convert {
+
+/// The functions of libtiff that we use, filled by LoadTiff.
+struct TiffCodec {
+  decltype(&::TIFFOpenOptionsAlloc) options_alloc;
+  decltype(&::TIFFOpenOptionsFree) options_free;
+  decltype(&::TIFFOpenOptionsSetMaxSingleMemAlloc) options_set_max_single_mem_alloc;
+  decltype(&::TIFFOpenOptionsSetErrorHandlerExtR) options_set_error_handler;
+  decltype(&::TIFFOpenOptionsSetWarningHandlerExtR) options_set_warning_handler;
+  decltype(&::TIFFClientOpenExt) client_open_ext;
+  decltype(&::TIFFClose) close;
+  decltype(&::TIFFGetField) get_field;
+  decltype(&::TIFFGetFieldDefaulted) get_field_defaulted;
+  decltype(&::TIFFSetField) set_field;
+  decltype(&::TIFFIsTiled) is_tiled;
+  decltype(&::TIFFIsCODECConfigured) is_codec_configured;
+  decltype(&::TIFFScanlineSize64) scanline_size;
+  decltype(&::TIFFTileRowSize64) tile_row_size;
+  decltype(&::TIFFReadScanline) read_scanline;
+  decltype(&::TIFFReadTile) read_tile;
+};
+
+extern constinit TiffCodec tiff_codec;
 
 enum class TiffAlpha : std::uint8_t {
   kNone,

@@ -1,9 +1,8 @@
-#include "convert/readers/tiff_reader.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
+#include "convert/readers/readers.h"
 #include "support/sample_files.h"
 
 namespace keldo::convert {

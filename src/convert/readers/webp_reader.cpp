@@ -1,5 +1,3 @@
-#include "convert/readers/webp_reader.h"
-
 #include <webp/decode.h>
 
 #include <optional>
@@ -7,9 +5,8 @@
 #include <vector>
 
 #include "convert/pixels/image.h"
-#include "convert/readers/codec_library.h"
-#include "convert/readers/exif_orientation.h"
-#include "convert/readers/flatten.h"
+#include "convert/readers/reader_tools.h"
+#include "convert/readers/readers.h"
 #include "util/bytes.h"
 
 namespace keldo::convert {
@@ -30,20 +27,17 @@ constexpr int kLossless = 2;
 // The first chunk of an extended file starts with flags that say which other chunks are there.
 enum Feature : std::uint8_t { kExifFeature = 0x08, kIccFeature = 0x20 };
 
-std::string_view NameAt(Bytes file, std::size_t place) {
-  return {reinterpret_cast<const char*>(file.data() + place), 4};
-}
-
 // The content of a chunk; nothing when the file's flags do not announce it.
 std::optional<Bytes> FindChunk(Bytes file, std::string_view name, Feature feature) {
   std::size_t place = kFileHeader;
-  if (file.size() < place + kChunkHeader + 1 || NameAt(file, place) != "VP8X") return std::nullopt;
+  if (file.size() < place + kChunkHeader + 1 || TextAt(file, place, 4) != "VP8X")
+    return std::nullopt;
   if ((file[place + kChunkHeader] & feature) == 0) return std::nullopt;
   while (file.size() - place >= kChunkHeader) {
     const std::size_t size = LittleEndian32(file.data() + place + 4);
     const std::size_t room = file.size() - place - kChunkHeader;
     if (size > room) return std::nullopt;
-    if (NameAt(file, place) == name) return file.subspan(place + kChunkHeader, size);
+    if (TextAt(file, place, 4) == name) return file.subspan(place + kChunkHeader, size);
     // Chunks start at even places.
     const std::size_t step = kChunkHeader + size + size % 2;
     if (step > file.size() - place) return std::nullopt;
@@ -113,10 +107,7 @@ class WebpReader : public ImageReader {
   void ReadExif(Bytes exif) {
     using std::string_view_literals::operator""sv;
     constexpr std::string_view kMark = "Exif\0\0"sv;
-    if (exif.size() <= kMark.size() ||
-        std::string_view(reinterpret_cast<const char*>(exif.data()), kMark.size()) != kMark) {
-      return;
-    }
+    if (exif.size() <= kMark.size() || !StartsWith(exif, kMark)) return;
     exif = exif.subspan(kMark.size());
     info_.orientation = OrientationOf(exif);
     info_.density = DensityWithExif(exif, info_.density);

@@ -1,6 +1,6 @@
 #include "platform/file_types.h"
 
-#include "media/file_types.h"
+#include "media/formats.h"
 
 namespace keldoindexutils {
 

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "media/converter_names.h"
+#include "media/imagemagick_names.h"
 #include "platform/process.h"
 #include "process/child.h"
 #include "util/deadline.h"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "media/converter_names.h"
+#include "media/imagemagick_names.h"
 #include "platform/process.h"
 #include "process/child.h"
 #include "util/deadline.h"

@@ -1,4 +1,4 @@
-#include "media/converter_names.h"
+#include "media/imagemagick_names.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "media/file_types.h"
+#include "media/formats.h"
 
 namespace keldo::media {
 namespace {

@@ -1,4 +1,4 @@
-#include "convert/readers/exif_orientation.h"
+#include "convert/readers/reader_tools.h"
 
 #include <gtest/gtest.h>
 

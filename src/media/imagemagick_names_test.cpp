@@ -1,4 +1,4 @@
-#include "media/converter_names.h"
+#include "media/imagemagick_names.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,62 @@
+// What several readers share: codecs loaded at run time, transparency, and EXIF data.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "convert/pixels/image.h"
+
+namespace keldo::convert {
+
+/// A shared library that stays loaded to the end of the process: codecs keep state and may have
+/// started threads, and the process ends after one image.
+class CodecLibrary {
+ public:
+  /// `soname` is the name with the version whose headers we are built with.
+  explicit CodecLibrary(const char* soname);
+
+  /// Finds a function; false when the library or the function is not there. The type of `function`
+  /// comes from the codec's own header, so that nothing is declared twice.
+  template <typename Function>
+  [[nodiscard]] bool Find(Function*& function, const char* name) const {
+    function = reinterpret_cast<Function*>(Symbol(name));
+    return function != nullptr;
+  }
+
+ private:
+  [[nodiscard]] void* Symbol(const char* name) const;
+
+  void* handle_;
+};
+
+/// Red, green and blue; all alike for gray pixels.
+using Background = std::array<std::uint8_t, 3>;
+
+inline constexpr Background kWhite{0xFF, 0xFF, 0xFF};
+
+/// Lays `pixels` pixels of gray and alpha over the first value of a background. `to` may be `from`.
+void FlattenGray(const std::uint8_t* from, std::size_t pixels, const Background& background,
+                 std::uint8_t* to);
+
+/// Lays `pixels` pixels of RGBA over a background. `to` may be `from`.
+void FlattenRgb(const std::uint8_t* from, std::size_t pixels, const Background& background,
+                std::uint8_t* to);
+
+/// The whole part; JFIF has 16 bits for it. Dropped and not rounded, since 28.5 has always come out
+/// as 28 in thumbnails.
+[[nodiscard]] inline std::uint16_t DensityValue(double value) {
+  constexpr double kMost = 65535;
+  if (!(value > 0)) return 0;
+  return static_cast<std::uint16_t>(value < kMost ? value : kMost);
+}
+
+/// The orientation, 1 to 8, that an EXIF block names; 1 where it names none or is damaged. `exif`
+/// starts at its byte order mark, "II*" or "MM*".
+[[nodiscard]] int OrientationOf(Bytes exif);
+
+/// The density of an image: what an EXIF block names replaces what the file's own header gave, each
+/// value on its own.
+[[nodiscard]] Density DensityWithExif(Bytes exif, const Density& header);
+
+}  // namespace keldo::convert

@@ -1,0 +1,186 @@
+#include "media/formats.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+
+#include "media/header_readers.h"
+#include "util/path.h"
+
+namespace keldo::media {
+namespace {
+
+using std::string_view_literals::operator""sv;
+
+bool IsJpeg(Bytes start) {
+  return StartsWith(start, "\xFF\xD8\xFF");
+}
+
+bool IsBmp(Bytes start) {
+  return StartsWith(start, "BM");
+}
+
+bool IsPnm(Bytes start) {
+  return StartsWith(start, "P5") || StartsWith(start, "P6");
+}
+
+bool IsOtherPnm(Bytes start) {
+  return start.size() > 1 && start[0] == 'P' && start[1] >= '1' && start[1] <= '4';
+}
+
+bool IsPng(Bytes start) {
+  return StartsWith(start, "\x89PNG\r\n\x1A\n");
+}
+
+// 42 and 43 are the versions, of files with offsets of 32 and of 64 bits. A Canon RAW file starts
+// with the same bytes; its first page is a preview.
+bool IsTiff(Bytes start) {
+  if (TextAt(start, 8, 2) == "CR") return false;
+  return StartsWith(start, "II*\0"sv) || StartsWith(start, "MM\0*"sv) ||
+         StartsWith(start, "II+\0"sv) || StartsWith(start, "MM\0+"sv);
+}
+
+bool IsWebp(Bytes start) {
+  return StartsWith(start, "RIFF") && TextAt(start, 8, 4) == "WEBP";
+}
+
+bool IsGif(Bytes start) {
+  return StartsWith(start, "GIF87a") || StartsWith(start, "GIF89a");
+}
+
+bool IsHeifBrand(std::string_view brand) {
+  constexpr auto kBrands =
+      std::to_array<std::string_view>({"avif", "avis", "heic", "heim", "heis", "heix", "hevc",
+                                       "hevm", "hevs", "hevx", "mif1", "mif2", "msf1"});
+  return std::ranges::find(kBrands, brand) != kBrands.end();
+}
+
+// The file starts with a box: its size, "ftyp", the main brand, a version, then the brands that the
+// file is compatible with, all of four bytes. Videos start the same way.
+bool IsHeif(Bytes start) {
+  constexpr std::size_t kWord = 4;
+  constexpr std::size_t kMainBrand = 8;
+  constexpr std::size_t kFurtherBrands = 16;
+  if (TextAt(start, kWord, kWord) != "ftyp") return false;
+  if (IsHeifBrand(TextAt(start, kMainBrand, kWord))) return true;
+  // Files name a dozen. The size can be anything, and nothing limits this process yet.
+  const std::size_t end =
+      std::min<std::size_t>({BigEndian32(start.data()), start.size(), kDetectionBytes});
+  for (std::size_t brand = kFurtherBrands; brand + kWord <= end; brand += kWord) {
+    if (IsHeifBrand(TextAt(start, brand, kWord))) return true;
+  }
+  return false;
+}
+
+using Extensions = std::span<const std::string_view>;
+
+// In lower case. JPEG 2000 and Photoshop files are rendered by ImageMagick.
+constexpr std::array kJpegExtensions{"jpg"sv, "jpeg"sv, "jpe"sv, "jfif"sv};
+constexpr std::array kBmpExtensions{"bmp"sv, "dib"sv};
+constexpr std::array kPnmExtensions{"ppm"sv, "pgm"sv, "pnm"sv};
+constexpr std::array kOtherPnmExtensions{"pbm"sv};
+constexpr std::array kPngExtensions{"png"sv};
+constexpr std::array kTiffExtensions{"tif"sv, "tiff"sv};
+constexpr std::array kWebpExtensions{"webp"sv};
+constexpr std::array kGifExtensions{"gif"sv};
+constexpr std::array kHeifExtensions{"heic"sv, "heics"sv, "heif"sv, "heifs"sv,
+                                     "hif"sv,  "avif"sv,  "avifs"sv};
+constexpr std::array kJpeg2000Extensions{"jp2"sv};
+constexpr std::array kPhotoshopExtensions{"psd"sv};
+constexpr std::array kRawExtensions{
+    "3fr"sv, "arw"sv, "bay"sv, "cap"sv, "cr2"sv, "cr3"sv, "crw"sv, "dcr"sv, "dcs"sv, "dng"sv,
+    "drf"sv, "eip"sv, "erf"sv, "fff"sv, "gpr"sv, "iiq"sv, "k25"sv, "kc2"sv, "kdc"sv, "mdc"sv,
+    "mef"sv, "mos"sv, "mrw"sv, "nef"sv, "nrw"sv, "orf"sv, "ori"sv, "pef"sv, "ptx"sv, "pxn"sv,
+    "raf"sv, "raw"sv, "rw2"sv, "rwl"sv, "rwz"sv, "sr2"sv, "srf"sv, "srw"sv, "x3f"sv};
+
+// Videos are none of our formats: only their names count.
+constexpr std::array kVideoExtensions{
+    "3g2"sv,  "3gp"sv,  "asf"sv, "avi"sv, "divx"sv, "dv"sv,  "f4v"sv,  "flv"sv, "m1v"sv,
+    "m2t"sv,  "m2ts"sv, "m2v"sv, "m4v"sv, "mkv"sv,  "mod"sv, "mov"sv,  "mp4"sv, "mpe"sv,
+    "mpeg"sv, "mpg"sv,  "mpv"sv, "mts"sv, "mxf"sv,  "ogm"sv, "ogv"sv,  "qt"sv,  "rm"sv,
+    "rmvb"sv, "tod"sv,  "tp"sv,  "trp"sv, "ts"sv,   "vob"sv, "webm"sv, "wmv"sv, "xvid"sv};
+
+struct FormatRow {
+  Format format;
+  Extensions extensions;
+  bool several_pages;      // "[0]" after such a name makes ImageMagick read the first one only
+  bool (*matches)(Bytes);  // null: recognised by extension only
+  HeaderReader header;     // null: measured by a library
+};
+
+// The first row that matches counts.
+constexpr std::array kFormats{
+    FormatRow{Format::kJpeg, kJpegExtensions, false, IsJpeg, ReadJpegHeader},
+    FormatRow{Format::kBmp, kBmpExtensions, false, IsBmp, ReadBmpHeader},
+    FormatRow{Format::kPnm, kPnmExtensions, false, IsPnm, ReadPnmHeader},
+    FormatRow{Format::kOtherPnm, kOtherPnmExtensions, false, IsOtherPnm, ReadPnmHeader},
+    FormatRow{Format::kPng, kPngExtensions, false, IsPng, nullptr},
+    FormatRow{Format::kTiff, kTiffExtensions, true, IsTiff, nullptr},
+    FormatRow{Format::kWebp, kWebpExtensions, true, IsWebp, nullptr},
+    FormatRow{Format::kGif, kGifExtensions, true, IsGif, ReadGifHeader},
+    FormatRow{Format::kHeif, kHeifExtensions, true, IsHeif, nullptr},
+    FormatRow{Format::kJpeg2000, kJpeg2000Extensions, false, nullptr, nullptr},
+    FormatRow{Format::kPhotoshop, kPhotoshopExtensions, true, nullptr, nullptr},
+    FormatRow{Format::kRaw, kRawExtensions, false, nullptr, nullptr},
+};
+
+bool Contains(Extensions extensions, std::string_view extension) {
+  return std::ranges::find(extensions, extension) != extensions.end();
+}
+
+// By hand, since what counts as a letter must not depend on the locale.
+std::string InLowerCase(std::string text) {
+  std::ranges::transform(text, text.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return text;
+}
+
+// Null for an extension of no photo.
+const FormatRow* RowOfExtension(const std::string& extension) {
+  const std::string wanted = InLowerCase(extension);
+  const auto* row = std::ranges::find_if(
+      kFormats, [&](const FormatRow& format) { return Contains(format.extensions, wanted); });
+  return row == kFormats.end() ? nullptr : row;
+}
+
+}  // namespace
+
+Format DetectFormat(Bytes start) {
+  for (const FormatRow& row : kFormats) {
+    if (row.matches != nullptr && row.matches(start)) return row.format;
+  }
+  return Format::kUnknown;
+}
+
+HeaderReader HeaderReaderOf(Format format) {
+  const auto* row = std::ranges::find(kFormats, format, &FormatRow::format);
+  return row == kFormats.end() ? nullptr : row->header;
+}
+
+bool IsPhotoName(const std::string& path) {
+  return RowOfExtension(ExtensionOf(path)) != nullptr;
+}
+
+bool IsVideoName(const std::string& path) {
+  return Contains(kVideoExtensions, InLowerCase(ExtensionOf(path)));
+}
+
+bool CanHoldSeveralPages(const std::string& path) {
+  const FormatRow* row = RowOfExtension(ExtensionOf(path));
+  return row != nullptr && row->several_pages;
+}
+
+bool IsRawExtension(const std::string& extension) {
+  const FormatRow* row = RowOfExtension(extension);
+  return row != nullptr && row->format == Format::kRaw;
+}
+
+// "jfif" is left out on purpose: only these three names get what JPEG photos get in a request.
+bool IsJpegExtension(const std::string& extension) {
+  const std::string wanted = InLowerCase(extension);
+  return wanted != "jfif" && Contains(kJpegExtensions, wanted);
+}
+
+}  // namespace keldo::media
