@@ -1,5 +1,5 @@
 /* Makes the six thumbnails with libvips in one process: one decode at a reduced size, then five
- * from the first one in memory. The sharpening is the same unsharp mask, as a single 3x3 convolution.
+ * from the first one in memory. The sharpening is the same unsharp mask, as one 3x3 convolution.
  *
  *   vips_six [PHOTO PREFIX]...      writes PREFIX_XL.jpg, PREFIX_B.jpg, ...
  */

@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
-"""Compares the thumbnails of our converter with ImageMagick's, over folders of real photos.
+"""Compares the thumbnails of our converter with ImageMagick's, on folders of real photos.
 
-Runs keldothumb over two copies of the photos, each in a sandbox with one of the converters in the
-place of the system's, until all six kinds are made, and prints how alike the results are. With
---sheets, also writes pictures to look at: ImageMagick's thumbnail, ours, and their difference times
-eight, side by side.
+Runs keldothumb on two copies of the photos, each in a sandbox with one of the converters, until all
+six kinds are made. Then prints how alike the results are. With --sheets, also writes images that
+show ImageMagick's thumbnail, ours, and their difference times eight, side by side.
 
-The exit status is 1 when a target is missed: a median PSNR, a median SSIM, a median file size, or
-any dimension.
+The exit status is 1 if a target is missed: a median PSNR, a median SSIM, a median file size, or any
+dimension.
 """
 
 import argparse
@@ -26,7 +25,7 @@ TARGETS = {"XL": 50, "B": 46, "M": 44, "L": 46, "SM": 44, "S": 40}
 TARGET_SSIM = 0.99
 TARGET_SIZE = 0.03  # of the reference's
 PROGRAM_SECONDS = 1800
-# What a run finds empty: nothing of the machine's own index, queues or daemon takes part.
+# Empty during a run, so that the machine's own index, queues and daemon are not used.
 PRIVATE = ["/tmp", "/run", "/var/spool", "/var/lib", "/usr/keldo/bin"]
 
 
@@ -41,14 +40,13 @@ def arguments():
     parser.add_argument("--keldothumb", type=pathlib.Path, help="default: that of the build")
     parser.add_argument("--likeness", type=pathlib.Path, help="default: that of the build")
     parser.add_argument("--profile", type=pathlib.Path, default=REPOSITORY / "config/thumb.conf")
-    parser.add_argument("--sheets", type=pathlib.Path, help="folder for the pictures to look at")
+    parser.add_argument("--sheets", type=pathlib.Path, help="folder for side-by-side images")
     parser.add_argument(
         "--work",
         type=pathlib.Path,
-        help="folder to work in and leave as it is; the reference's thumbnails that are there from"
-        " an earlier run are used again",
+        help="folder to work in, which is kept; reference thumbnails of an earlier run are reused",
     )
-    parser.add_argument("--each", action="store_true", help="one line a thumbnail, worst first")
+    parser.add_argument("--each", action="store_true", help="a line per thumbnail, worst first")
     given = parser.parse_args()
     given.ours = (given.ours or given.build / "bin/convert-thumb").resolve()
     given.keldothumb = (given.keldothumb or given.build / "bin/keldothumb").resolve()
@@ -56,14 +54,14 @@ def arguments():
     given.profile = given.profile.resolve()
     for program in (given.ours, given.reference, given.keldothumb, given.likeness, given.profile):
         if not program.is_file():
-            parser.error(f"there is no {program}")
+            parser.error(f"{program} does not exist")
     if not pathlib.Path("/usr/keldo/bin").is_dir():
-        parser.error("there is no /usr/keldo/bin; run scripts/setup")
+        parser.error("/usr/keldo/bin does not exist; run scripts/setup")
     return given
 
 
 def copy_photos(folders, to):
-    """Copies what is not there yet; folders of the same name are kept apart by a number."""
+    """Copies the photos that are not there yet. A number distinguishes folders of the same name."""
     for number, folder in enumerate(folders):
         target = to / f"{number}-{folder.resolve().name}"
         target.mkdir(parents=True, exist_ok=True)
@@ -77,7 +75,7 @@ def make_thumbnails(given, converter, photos):
     command += ["--unshare-pid", "--die-with-parent"]
     for directory in PRIVATE:
         command += ["--tmpfs", directory]
-    # Into a folder of its own, since the converter that the machine has there may be a link.
+    # Mounted in an empty folder, since the machine's own converter may be a link.
     command += ["--ro-bind", str(converter), "/usr/keldo/bin/convert-thumb"]
     for path in (given.keldothumb, given.profile):
         command += ["--ro-bind", str(path), str(path)]
@@ -93,7 +91,7 @@ def make_thumbnails(given, converter, photos):
             timeout=PROGRAM_SECONDS,
             check=False,
         ).stderr.splitlines(keepends=True)
-        # djpeg says this of every photo without a profile.
+        # djpeg prints this for every photo without a profile.
         wanted = [line for line in messages if b"no ICC profile data" not in line]
         sys.stderr.buffer.write(b"".join(wanted))
 
@@ -109,26 +107,26 @@ def thumbnails(photos):
 
 
 def compare(given, reference, ours):
-    """One row for each thumbnail: (kind, photo, psnr, ssim, size ratio), and the complaints."""
-    rows, complaints = [], []
+    """A row for each thumbnail, (kind, photo, psnr, ssim, size ratio), and the errors."""
+    rows, errors = [], []
     for key in sorted(reference.keys() ^ ours.keys()):
         missing = "ours" if key in reference else "the reference"
-        complaints.append(f"{key[0]} {key[1]}: {missing} made none")
+        errors.append(f"{key[0]} {key[1]}: {missing} made none")
     both = sorted(reference.keys() & ours.keys())
     pairs = [str(path) for key in both for path in (reference[key], ours[key])]
     if not pairs:
-        return rows, complaints + ["there is nothing to compare"]
+        return rows, errors + ["nothing to compare"]
     output = subprocess.run(
         [str(given.likeness), *pairs], stdout=subprocess.PIPE, text=True, check=False
     ).stdout.splitlines()
     for key, line in zip(both, output, strict=True):
         if line[0] in "us":
-            complaints.append(f"{key[0]} {key[1]}: {line}")
+            errors.append(f"{key[0]} {key[1]}: {line}")
             continue
         psnr, ssim = map(float, line.split())
         ratio = ours[key].stat().st_size / reference[key].stat().st_size
         rows.append((key[1], key[0], psnr, ssim, ratio))
-    return rows, complaints
+    return rows, errors
 
 
 def print_each(rows):
@@ -138,7 +136,7 @@ def print_each(rows):
 
 
 def summarise(rows):
-    """Prints the table; the targets that were missed."""
+    """Prints the table and returns the targets that were missed."""
     missed = []
     print("kind  photos  PSNR median (target)     min   SSIM median     min   size median     range")
     for kind, target in TARGETS.items():
@@ -162,7 +160,7 @@ def summarise(rows):
 
 
 def write_sheets(folder, reference, ours):
-    """One PNG file a photo: a row for each of B, M, SM and S."""
+    """Writes a PNG file per photo, with a row for each of B, M, SM and S."""
     folder.mkdir(parents=True, exist_ok=True)
     for photo in sorted({key[0] for key in reference.keys() & ours.keys()}):
         command = ["convert", "-background", "gray20"]
@@ -187,15 +185,15 @@ def run(given, work):
                 shutil.rmtree(made)
         make_thumbnails(given, converter, photos)
         found[name] = thumbnails(photos)
-    rows, complaints = compare(given, found["reference"], found["ours"])
+    rows, errors = compare(given, found["reference"], found["ours"])
     if given.each:
         print_each(rows)
     missed = summarise(rows)
     if given.sheets:
         write_sheets(given.sheets, found["reference"], found["ours"])
-    for complaint in complaints + missed:
-        print(complaint)
-    return 1 if complaints or missed else 0
+    for error in errors + missed:
+        print(error)
+    return 1 if errors or missed else 0
 
 
 def main():

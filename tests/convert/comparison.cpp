@@ -16,8 +16,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kReference = "/usr/bin/convert";
-// What our converter refuses is refused for its own limits; ImageMagick's, which an administrator
-// chose, must not hide a difference.
+// Our converter must refuse files only for its own limits. ImageMagick's limits, which an
+// administrator may change, must not hide a difference.
 constexpr const char* kNoLimits = R"(<policymap>
   <policy domain="resource" name="memory" value="4GiB"/>
   <policy domain="resource" name="map" value="4GiB"/>
@@ -71,7 +71,7 @@ std::vector<std::string> ComparisonTest::Arguments(const ThumbRequestList& list,
                                                    const std::string& icc) {
   if (!RunConvert(list, input, icc)) throw std::runtime_error("the fake run failed");
   const std::vector<std::string>& run = fake().runs.back();
-  // Behind the program and its own name.
+  // After the program and its name.
   return {run.begin() + 2, run.end()};
 }
 
@@ -127,7 +127,7 @@ void ComparisonTest::CompareFiles(const std::string& ours, const std::string& re
   ASSERT_TRUE(our_picture && reference_picture);
   if (our_picture->width != reference_picture->width ||
       our_picture->height != reference_picture->height) {
-    return;  // The facts say so.
+    return;  // The comparison of the facts reports it.
   }
   const double psnr = Psnr(*our_picture, *reference_picture);
   const double ssim = Ssim(*our_picture, *reference_picture);

@@ -1,4 +1,4 @@
-// Running our converter and ImageMagick's with the same arguments, and comparing what they make.
+// Runs our converter and ImageMagick's with the same arguments and compares their outputs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,15 +15,15 @@
 
 namespace keldo::testing {
 
-/// How alike our thumbnail must be to ImageMagick's.
+/// How closely our thumbnail must match ImageMagick's.
 struct Likeness {
-  /// Decibels, at least. Arithmetic of another precision changes single samples by one before the
-  /// JPEG encoder rounds them: measured, 43 are left in the worst of hundreds of small sharpened
-  /// thumbnails and 50 in larger ones. A wrong filter leaves 36, a picture that lies a tenth of a
-  /// pixel off as much.
+  /// The least PSNR in decibels. Arithmetic of a different precision changes single samples by one
+  /// before the JPEG encoder rounds them. We measured 43 for the worst of hundreds of small
+  /// sharpened thumbnails, and 50 for larger ones. A wrong filter gives 36, and so does an image
+  /// that is shifted by a tenth of a pixel.
   double psnr = 42;
-  double ssim = 0.99;  ///< At least.
-  /// Decibels where a side is below 32 pixels: there, one pixel counts.
+  double ssim = 0.99;  ///< The least SSIM.
+  /// The least PSNR if a side is below 32 pixels, where a single pixel matters.
   double psnr_of_small = 37;
 };
 
@@ -31,27 +31,27 @@ class ComparisonTest : public CoreTest {
  protected:
   ComparisonTest();
 
-  /// A request for a square box, as the job makes it for the first phase; its output is a fresh
-  /// name in the test's directory.
+  /// A request for a square box, like those that the job makes for the first phase. Its output is a
+  /// new name in the test's directory.
   [[nodiscard]] ThumbRequest Wanted(int side, bool fill = true, const std::string& unsharp = "");
-  /// Three requests as those of the first phase, at a quarter of the size.
+  /// Three requests like those of the first phase, at a quarter of the size.
   [[nodiscard]] ThumbRequestList ThreeThumbnails();
 
-  /// Writes a picture as a file of this kind into the test's directory; its path.
+  /// Writes an image as a file of this kind to the test's directory; returns its path.
   [[nodiscard]] std::string Source(std::string_view kind, const Picture& picture) const;
   [[nodiscard]] std::string Source(std::string_view kind, int width, int height) const {
     return Source(kind, NaturalPicture(width, height));
   }
 
-  /// The arguments that the photo run gives to its converter.
+  /// The arguments with which keldothumb runs its converter.
   [[nodiscard]] static std::vector<std::string> Arguments(const ThumbRequestList& list,
                                                           const std::string& input,
                                                           const std::string& icc = "");
-  /// The environment in which ImageMagick has none of the machine's limits.
+  /// An environment without the machine's limits for ImageMagick.
   [[nodiscard]] std::vector<std::string> WithoutLimits() const {
     return {"MAGICK_CONFIGURE_PATH=" + In("policy")};
   }
-  /// Runs a converter; ImageMagick without the machine's limits.
+  /// Runs a converter, ImageMagick without the machine's limits.
   [[nodiscard]] static Ended RunOurs(const std::vector<std::string>& arguments,
                                      const std::string& directory = "");
   [[nodiscard]] Ended RunReference(const std::vector<std::string>& arguments) const;
@@ -59,12 +59,12 @@ class ComparisonTest : public CoreTest {
   /// Runs both converters, which must both succeed, and compares all outputs.
   void Compare(const ThumbRequestList& list, const std::string& input, const Likeness& likeness,
                const std::string& icc = "");
-  /// Runs both converters with any arguments. Both must end with the same status, and make the same
-  /// of these files, and those must be alike.
+  /// Runs both converters with any arguments. Both must end with the same status and write the same
+  /// files of this list, which must match.
   void CompareRuns(const std::vector<std::string>& arguments,
                    const std::vector<std::string>& outputs, const Likeness& likeness);
 
-  /// Our file sizes divided by ImageMagick's, of all outputs that were compared.
+  /// Our file sizes divided by ImageMagick's, for all outputs that were compared.
   [[nodiscard]] const std::vector<double>& SizeRatios() const { return size_ratios_; }
 
  private:

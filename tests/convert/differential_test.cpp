@@ -1,4 +1,5 @@
-// Our converter makes what ImageMagick makes of the same arguments: formats, turns, sizes, options.
+// Our converter makes the same thumbnails as ImageMagick from the same arguments: formats,
+// rotations, sizes, options.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -52,7 +53,8 @@ std::vector<const char*> KindNames() {
   return names;
 }
 
-// ImageMagick resizes ink and the YCbCr of HEIF files, ours the light that they stand for.
+// ImageMagick resizes CMYK, and the YCbCr of HEIF files; our converter resizes the RGB that they
+// stand for.
 Likeness LikenessOf(std::string_view kind) {
   if (kind == "JpegCmyk") return {.psnr = 39};
   return kind == "Heic" || kind == "Avif" ? Likeness{.psnr = 40} : Likeness{};
@@ -69,17 +71,17 @@ TEST_P(FormatTest, OneSmallThumbnailWithoutSharpening) {
 INSTANTIATE_TEST_SUITE_P(All, FormatTest, ::testing::ValuesIn(KindNames()),
                          [](const auto& test) { return std::string(test.param); });
 
-// ---- Turns ----
+// ---- Rotations ----
 
 class OrientationTest : public ComparisonTest, public ::testing::WithParamInterface<int> {};
 
-TEST_P(OrientationTest, TheFileTellsIt) {
+TEST_P(OrientationTest, FromTheFile) {
   const std::string photo = Source("Jpeg422", 640, 427);
   WriteContent(photo, WithOrientation(ReadContent(photo), GetParam()));
   Compare(ThreeThumbnails(), photo, {});
 }
 
-TEST_P(OrientationTest, TheArgumentsTellIt) {
+TEST_P(OrientationTest, FromTheArguments) {
   ThumbRequestList list = ThreeThumbnails();
   for (ThumbRequest& request : list)
     request.autoOrient = false;
@@ -91,7 +93,7 @@ TEST_P(OrientationTest, TheArgumentsTellIt) {
 
 INSTANTIATE_TEST_SUITE_P(All, OrientationTest, ::testing::Range(1, 9));
 
-TEST_F(ComparisonTest, EveryThumbnailCanBeTurned) {
+TEST_F(ComparisonTest, EveryThumbnailCanBeRotated) {
   ThumbRequestList list = ThreeThumbnails();
   for (ThumbRequest& request : list)
     request.rotate = 90;
@@ -109,7 +111,7 @@ TEST_F(ComparisonTest, OrientationOfAFileAndOfTheArgumentsAddUp) {
   Compare(list, photo, {});
 }
 
-TEST_F(ComparisonTest, OrientationIsLeftAloneUnlessAskedFor) {
+TEST_F(ComparisonTest, OrientationIsIgnoredUnlessRequested) {
   const std::string photo = Source("Jpeg420", 500, 300);
   WriteContent(photo, WithOrientation(ReadContent(photo), 6));
   Compare({Wanted(100)}, photo, {});
@@ -162,8 +164,8 @@ TEST_F(ComparisonTest, BoxesNeedNotBeSquare) {
   Compare({wide, tall}, Source("Bmp", 640, 480), {});
 }
 
-// Point sampling comes before the filter when an image is made very small.
-TEST_F(ComparisonTest, GreatReductions) {
+// For large reductions, point sampling comes before the filter.
+TEST_F(ComparisonTest, LargeReductions) {
   const std::string photo = Source("Bmp", 2400, 1800);
   for (const int side : {26, 27, 60, 128, 240, 569, 570, 760}) {
     Compare({Wanted(side)}, photo, {});
@@ -222,7 +224,7 @@ TEST_F(ComparisonTest, OneThread) {
   Compare(list, Source("Jpeg420", 640, 480), {});
 }
 
-// ImageMagick converts there and back again, which costs it some precision.
+// ImageMagick converts to that colour space and back, which costs some precision.
 TEST_F(ComparisonTest, ColourSpaceOfHeicPhotos) {
   for (const char* kind : {"Heic", "Png"}) {
     SCOPED_TRACE(kind);
@@ -259,8 +261,8 @@ TEST_F(ComparisonTest, WithoutFlattening) {
 
 class ProfileTest : public ComparisonTest {
  protected:
-  // Files that begin as colour profiles do, since a converter may look into them: "acsp" at 36, the
-  // length in the first four bytes.
+  // Files that begin like colour profiles, since a converter may check: "acsp" at offset 36, and
+  // the length in the first four bytes.
   static std::string Profile(std::size_t size) {
     std::string profile(size, '\0');
     for (std::size_t i = 0; i < 4; ++i)
@@ -312,7 +314,7 @@ TEST_F(ProfileTest, OfOtherFormatsIsKept) {
   }
 }
 
-// These pixels are in other colours once they are written.
+// The pixels of these photos are written in a different colour space.
 TEST_F(ProfileTest, OfPhotosInOtherColoursIsDropped) {
   const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalPicture(400, 300)));
   for (const auto& [space, tool_space] : {std::pair{"GRAY", "Gray"}, std::pair{"CMYK", "CMYK"}}) {
@@ -329,7 +331,7 @@ TEST_F(ProfileTest, OfPhotosInOtherColoursIsDropped) {
 
 // ---- File sizes ----
 
-TEST_F(ComparisonTest, FilesAreAsLarge) {
+TEST_F(ComparisonTest, FileSizesMatch) {
   for (const std::uint32_t seed : {1U, 2U, 3U}) {
     for (const char* kind : {"Bmp", "Jpeg420", "Jpeg444"}) {
       const std::string photo = Source(kind, NaturalPicture(1280, 960, seed));

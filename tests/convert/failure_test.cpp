@@ -1,4 +1,4 @@
-// What cannot be converted: our converter ends as ImageMagick's does and leaves nothing behind.
+// Failed conversions: our converter ends like ImageMagick's and leaves nothing behind.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 class FailureTest : public ComparisonTest {
  protected:
-  // Ours fails, saying of which file, and there is no output file.
+  // Our converter fails and names the file, and there is no output file.
   void ExpectFailure(const std::string& input) {
     const ThumbRequestList list = ThreeThumbnails();
     const Ended ours = RunOurs(Arguments(list, input));
@@ -40,7 +40,7 @@ class FailureTest : public ComparisonTest {
   }
 };
 
-TEST_F(FailureTest, WhatIsNoImage) {
+TEST_F(FailureTest, FilesThatAreNotImages) {
   ExpectFailureOfBoth(In("missing.jpg"));
   ExpectFailureOfBoth(WriteContent(In("empty.jpg"), ""));
   ExpectFailureOfBoth(WriteContent(In("rubbish.jpg"), std::string(5000, 'r')));
@@ -48,9 +48,9 @@ TEST_F(FailureTest, WhatIsNoImage) {
   ExpectFailureOfBoth(MakeDir(In("directory.jpg")));
 }
 
-// A photo that is still being copied gives a picture of what is there, as ImageMagick's; but none
-// where nothing is there yet, for which ImageMagick makes a gray one.
-TEST_F(FailureTest, CutJpegFilesAtManyPlaces) {
+// From a photo that is still being copied, both make an image of what is there. If nothing is there
+// yet, ours makes none and ImageMagick makes a gray one.
+TEST_F(FailureTest, JpegFilesTruncatedAtManyPlaces) {
   for (const char* kind : {"Jpeg420", "JpegProgressive", "JpegGray"}) {
     const std::string photo = Source(kind, 320, 240);
     const std::string content = ReadContent(photo);
@@ -77,7 +77,7 @@ TEST_F(FailureTest, CutJpegFilesAtManyPlaces) {
   }
 }
 
-TEST_F(FailureTest, CutFilesOfOtherFormatsEndWithoutAHang) {
+TEST_F(FailureTest, TruncatedFilesOfOtherFormatsDoNotHang) {
   for (const char* kind :
        {"Bmp", "Ppm", "Png", "PngInterlaced", "TiffLzw", "Webp", "Gif", "Heic"}) {
     const std::string photo = Source(kind, 200, 150);
@@ -109,7 +109,7 @@ TEST_F(FailureTest, OutputsThatCannotBeWritten) {
   }
 }
 
-TEST_F(FailureTest, AFullDiskLeavesNothing) {
+TEST_F(FailureTest, FullDiskLeavesNoFiles) {
   ThumbRequestList list = ThreeThumbnails();
   fs::create_symlink("/dev/full", list[2].tempPath);
   const Ended ours = RunOurs(Arguments(list, Source("Jpeg420", 320, 240)));
@@ -122,8 +122,8 @@ TEST_F(FailureTest, AFullDiskLeavesNothing) {
 
 class NameTest : public ComparisonTest, public ::testing::WithParamInterface<const char*> {};
 
-// ImageMagick gives many of these a meaning, so there is nothing to compare with.
-TEST_P(NameTest, OfTheInputIsAName) {
+// ImageMagick interprets many of these names, so it cannot serve as a reference.
+TEST_P(NameTest, OfTheInputIsLiteral) {
   const std::string photo = In(GetParam());
   WriteContent(photo, ReadContent(Source("Jpeg420", 320, 240)));
   const ThumbRequest request = Wanted(100);
@@ -140,7 +140,7 @@ TEST_P(NameTest, OfTheInputMayBeRelative) {
   EXPECT_TRUE(Exists(request.tempPath));
 }
 
-TEST_P(NameTest, OfAnOutputIsAName) {
+TEST_P(NameTest, OfAnOutputIsLiteral) {
   const std::string folder = MakeDir(In("outputs"));
   ThumbRequestList list = {Wanted(100), Wanted(50)};
   list[0].tempPath = folder + "/" + GetParam();
@@ -152,7 +152,7 @@ TEST_P(NameTest, OfAnOutputIsAName) {
   EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 2);
 }
 
-TEST_P(NameTest, OfTheProfileIsAName) {
+TEST_P(NameTest, OfTheProfileIsLiteral) {
   const std::string profile = WriteContent(In(GetParam()), "a profile of some length");
   const ThumbRequest request = Wanted(100);
   const Ended ours = RunOurs(Arguments({request}, Source("Bmp", 320, 240), profile));
@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(Hostile, NameTest,
                                            "x\ny.jpg", "q'q\"q.jpg", "\xFF\xFE.jpg", "a;b&c|d.jpg",
                                            "(.jpg", "~.jpg", "%[fx:1].jpg", "$(true).jpg"));
 
-TEST_F(ComparisonTest, ABracketSuffixOfTheInputIsPartOfItsName) {
+TEST_F(ComparisonTest, BracketSuffixOfTheInputIsPartOfItsName) {
   const std::string photo = In("a.jpg[1]");
   WriteContent(photo, ReadContent(Source("Jpeg420", 320, 240)));
   const ThumbRequest request = Wanted(100);
@@ -173,14 +173,14 @@ TEST_F(ComparisonTest, ABracketSuffixOfTheInputIsPartOfItsName) {
   EXPECT_TRUE(Exists(request.tempPath));
 }
 
-// ---- Handing over ----
+// ---- Running ImageMagick ----
 
-class HandOverTest : public ComparisonTest {
+class RunImageMagickTest : public ComparisonTest {
  protected:
   static constexpr Likeness kTheSame = {.psnr = 1000, .ssim = 1};
 };
 
-TEST_F(HandOverTest, FormatsThatAreNotReadHere) {
+TEST_F(RunImageMagickTest, FormatsThatWeDoNotRead) {
   const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalPicture(300, 200)));
   for (const char* name : {"p.pcx", "p.psd", "p.tga", "p.sgi"}) {
     SCOPED_TRACE(name);
@@ -189,7 +189,7 @@ TEST_F(HandOverTest, FormatsThatAreNotReadHere) {
   }
 }
 
-TEST_F(HandOverTest, OptionsThatAreNotUnderstoodHere) {
+TEST_F(RunImageMagickTest, OptionsThatWeDoNotUnderstand) {
   const std::string photo = Source("Jpeg420", 320, 240);
   const std::string output = In("o.jpg");
   for (const std::vector<std::string>& options :
@@ -208,7 +208,7 @@ TEST_F(HandOverTest, OptionsThatAreNotUnderstoodHere) {
   }
 }
 
-TEST_F(HandOverTest, ArgumentsThatNobodyUnderstands) {
+TEST_F(RunImageMagickTest, ArgumentsThatNeitherUnderstands) {
   const std::string photo = Source("Jpeg420", 320, 240);
   CompareRuns({photo, "-no-such-option", In("o.jpg")}, {In("o.jpg")}, kTheSame);
   CompareRuns({"(", photo}, {}, kTheSame);

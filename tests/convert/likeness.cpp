@@ -1,5 +1,5 @@
-// likeness REFERENCE.jpg OTHER.jpg [REFERENCE.jpg OTHER.jpg...]: for each pair one line, PSNR in
-// decibels and SSIM; "sizes differ" or "unreadable" where there is nothing to compare.
+// likeness REFERENCE.jpg OTHER.jpg [REFERENCE.jpg OTHER.jpg...]: prints a line for each pair with
+// the PSNR in decibels and the SSIM, or "sizes differ" or "unreadable" if they cannot be compared.
 #include <cstdio>
 #include <fstream>
 #include <iterator>

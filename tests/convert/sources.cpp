@@ -106,7 +106,7 @@ const std::vector<SourceKind>& SourceKinds() {
        {"convert", "IN", "(", "+clone", "-colorspace", "gray", "-auto-level", ")", "-compose",
         "CopyOpacity", "-composite", "tiff:OUT"}},
       {"TiffPages", "tif", {"convert", "IN", "(", "+clone", "-flip", ")", "tiff:OUT"}},
-      {"TiffTurned", "tif", {"convert", "IN", "-orient", "RightTop", "tiff:OUT"}},
+      {"TiffRotated", "tif", {"convert", "IN", "-orient", "RightTop", "tiff:OUT"}},
       {"Webp", "webp", {"convert", "IN", "-quality", "92", "webp:OUT"}},
       {"WebpLossless", "webp", {"convert", "IN", "-define", "webp:lossless=true", "webp:OUT"}},
       {"WebpAlpha",
@@ -131,7 +131,7 @@ const SourceKind& SourceKindOf(std::string_view name) {
 
 std::string WriteSource(const SourceKind& kind, const Picture& picture, const std::string& stem,
                         const std::vector<std::string>& environment) {
-  // heif-enc reads PNG but no PPM; all other tools read both.
+  // heif-enc reads PNG but not PPM; all other tools read both.
   const std::string plain = WriteContent(stem + ".plain.ppm", EncodePpm(picture));
   std::string out = stem + "." + std::string(kind.extension);
   std::string in = plain;

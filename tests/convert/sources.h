@@ -1,4 +1,4 @@
-// Image files of many kinds, for converters to read. Made by other programs than ours.
+// Image files of many kinds for converters to read, made by other programs than ours.
 #pragma once
 
 #include <string>
@@ -13,25 +13,25 @@ namespace keldo::testing {
 struct SourceKind {
   std::string_view name;                  ///< As "JpegProgressive".
   std::string_view extension;             ///< Without a dot.
-  std::vector<std::string_view> command;  ///< The tool; "IN" stands for a PPM file, "OUT" for the
-                                          ///< file to make, also within a word.
+  std::vector<std::string_view> command;  ///< The tool. "IN" stands for a PPM file and "OUT" for
+                                          ///< the output, also within a word.
 };
 
 /// All kinds.
 [[nodiscard]] const std::vector<SourceKind>& SourceKinds();
-/// Throws std::out_of_range for a name that there is none of.
+/// Throws std::out_of_range for an unknown name.
 [[nodiscard]] const SourceKind& SourceKindOf(std::string_view name);
 
-/// Writes a picture as a file "<stem>.<extension>"; the path. `environment` is the tool's.
+/// Writes an image as a file "<stem>.<extension>"; returns the path. `environment` is the tool's.
 [[nodiscard]] std::string WriteSource(const SourceKind& kind, const Picture& picture,
                                       const std::string& stem,
                                       const std::vector<std::string>& environment = {});
 
-/// The JPEG file with an EXIF block that holds this orientation.
+/// The JPEG file with an added EXIF block that contains this orientation.
 [[nodiscard]] std::string WithOrientation(const std::string& jpeg, int orientation);
 
 [[nodiscard]] std::string ReadContent(const std::string& path);
-/// Writes a file; its path.
+/// Writes a file; returns its path.
 std::string WriteContent(const std::string& path, const std::string& content);
 
 }  // namespace keldo::testing

@@ -14,7 +14,7 @@ using ::testing::IsEmpty;
 
 constexpr const char* kPidFile = "/var/run/keldothumb.pid";
 
-// What a run that does nothing leaves behind.
+// Checks that a run did nothing and left nothing behind.
 void ExpectNothingDone(const Sandbox& box, const RunResult& run) {
   EXPECT_THAT(run.log, IsEmpty());
   EXPECT_THAT(run.invocations, IsEmpty());
@@ -104,12 +104,12 @@ TEST(CommandLineTest, DirectoriesGetExactModes) {
   EXPECT_EQ(box.Status("/var/spool/conv_progress_photo").st_mode, S_IFREG | 0644U);
 }
 
-TEST(CommandLineTest, TargetsAreDoneFromLeftToRight) {
+TEST(CommandLineTest, TargetsAreProcessedFromLeftToRight) {
   Sandbox box;
   box.Write("/volume1/z/1.jpg", "x");
   box.Write("/volume1/a/2.jpg", "x");
   box.Write("/volume1/m/3.png", "x");
-  // Names of photos that no image reader takes: the JPEG ones never get to the converter.
+  // Photos that are not valid images: JPEG ones would never get to the converter.
   const RunResult run = box.RunOn({"/volume1/z", "/volume1/none", "/volume1/a", "/volume1/m"});
   EXPECT_EQ(run.exit_status, 0);
   EXPECT_EQ(box.List("/volume1/z/@eaDir/1.jpg").size(), 6U);
@@ -118,7 +118,7 @@ TEST(CommandLineTest, TargetsAreDoneFromLeftToRight) {
   EXPECT_EQ(run.invocations[0].arguments.at(3), "/volume1/m/3.png");
 }
 
-TEST(CommandLineTest, OrderOfTargetsShowsInTheQueue) {
+TEST(CommandLineTest, QueueKeepsTheOrderOfTargets) {
   Sandbox box;
   for (const char* path : {"/volume1/z/1.png", "/volume1/a/2.png", "/volume1/m/3.png"}) {
     box.Write(path, "x");
@@ -141,7 +141,7 @@ TEST(CommandLineTest, MissingTargetsAndProfilesAreSkippedSilently) {
   ExpectNothingDone(box, no_profile);
 }
 
-TEST(CommandLineTest, BrokenProfileIsToldForEveryTarget) {
+TEST(CommandLineTest, BrokenProfileIsLoggedForEveryTarget) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   box.UseProfile("[thumb_s\nthis is no profile\n");
@@ -189,7 +189,7 @@ TEST(CommandLineTest, EmptyRecursiveArgumentDoesNothing) {
   }
 }
 
-TEST(CommandLineTest, LowerCaseLetterIsAPlainPath) {
+TEST(CommandLineTest, LowerCasePrefixIsAPlainPath) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   const RunResult run = box.RunOn({"r:/volume1/photo"});
@@ -210,7 +210,7 @@ TEST(CommandLineTest, TargetThatIsAFileYieldsAnEmptyListing) {
   EXPECT_THAT(box.List(kPhotoDir), ElementsAre("a.jpg"));
 }
 
-TEST(CommandLineTest, OverlongTargetIsCutAndHarmless) {
+TEST(CommandLineTest, OverlongTargetIsTruncatedWithoutHarm) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   const RunResult run =

@@ -1,4 +1,5 @@
-// keldothumbctl make with the real keldothumb: to the last phase, without root, and interrupted.
+// keldothumbctl make with the real keldothumb: to the last phase, without root, and when
+// interrupted.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -37,7 +38,7 @@ TEST(CtlMakeTest, FinishesAllPhasesAndLeavesNothingQueued) {
   EXPECT_THAT(box.Run(Make()).invocations, IsEmpty());
 }
 
-TEST(CtlMakeTest, LinesOfOthersStayInTheQueue) {
+TEST(CtlMakeTest, OtherLinesStayInTheQueue) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   box.Write("/var/spool/thumb_create.queue", "/volume2/other\n/volume1/photo\n");
@@ -56,7 +57,7 @@ TEST(CtlMakeTest, NeedsNeitherSpoolNorPidFile) {
   EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames(kAllKinds));
 }
 
-TEST(CtlMakeTest, AFailedPhotoIsNamedAndTheOthersAreMade) {
+TEST(CtlMakeTest, FailedPhotoIsNamedAndTheOthersAreMade) {
   Sandbox box;
   box.AddPhoto("bad %[1].png", "rubbish");
   box.AddPhoto("good.png");
@@ -74,7 +75,7 @@ TEST(CtlMakeTest, AFailedPhotoIsNamedAndTheOthersAreMade) {
   EXPECT_EQ(box.List(MetadataOf("bad %[1].png")), ThumbNames(kAllKinds));
 }
 
-TEST(CtlMakeTest, CtrlCEndsEverythingItStarted) {
+TEST(CtlMakeTest, CtrlCStopsEverythingItStarted) {
   Sandbox box;
   for (const char* name : {"a/1.png", "b/2.png", "c/3.png"})
     box.AddPhoto(name);
@@ -92,7 +93,7 @@ TEST(CtlMakeTest, CtrlCEndsEverythingItStarted) {
   }
 }
 
-TEST(CtlMakeTest, AKilledMakeTakesItsChildrenWithIt) {
+TEST(CtlMakeTest, KilledMakeTakesItsChildrenWithIt) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "hang\n");
@@ -102,7 +103,7 @@ TEST(CtlMakeTest, AKilledMakeTakesItsChildrenWithIt) {
   EXPECT_THAT(running.Finish().survivors, IsEmpty());
 }
 
-TEST(CtlMakeTest, SomeKindsAloneLeaveTheDirectoryQueued) {
+TEST(CtlMakeTest, MakingOnlySomeKindsLeavesTheDirectoryQueued) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   EXPECT_EQ(box.RunOn().exit_status, 0);

@@ -1,4 +1,5 @@
-// keldothumbctl with the machine's own tools: the same pictures however the work is shared out.
+// keldothumbctl with the machine's own tools: the thumbnails do not depend on how the work is
+// shared.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -25,7 +26,7 @@ void AddPhotos(const Sandbox& box) {
   }
 }
 
-// Every thumbnail by its path.
+// All thumbnails by path.
 std::map<std::string, std::string> Thumbnails(const Sandbox& box) {
   std::map<std::string, std::string> content;
   for (const std::string& folder : kFolders) {
@@ -40,7 +41,7 @@ std::map<std::string, std::string> Thumbnails(const Sandbox& box) {
   return content;
 }
 
-// The thumbnails after a shell command, given the shipped profile file.
+// The thumbnails that a shell command makes with the default profile file.
 std::map<std::string, std::string> ThumbnailsBy(const std::string& command) {
   RealSandbox box;
   AddPhotos(box);
@@ -50,25 +51,25 @@ std::map<std::string, std::string> ThumbnailsBy(const std::string& command) {
   return Thumbnails(box);
 }
 
-TEST(CtlRealToolsTest, TheResultDoesNotDependOnTheNumberOfJobs) {
+TEST(CtlRealToolsTest, ResultDoesNotDependOnTheNumberOfJobs) {
   const auto alone = ThumbnailsBy("keldothumbctl make -j 1 --profile /conf/profile /volume1");
   EXPECT_EQ(alone.size(), 6U * 6U);
   EXPECT_TRUE(ThumbnailsBy("keldothumbctl make -j 3 --profile /conf/profile /volume1") == alone);
 }
 
-TEST(CtlRealToolsTest, GnuParallelSharesOutTheDirectories) {
+TEST(CtlRealToolsTest, GnuParallelSharesTheDirectories) {
   const auto shared = ThumbnailsBy(
-      "for turn in 1 2; do"
+      "for pass in 1 2; do"
       " keldothumbctl dirs -0 --todo --profile /conf/profile /volume1 |"
       " parallel -0 -j 2 keldothumb /conf/profile {} || exit;"
       " done; test -z \"$(keldothumbctl dirs -0 --todo --profile /conf/profile /volume1)\"");
   EXPECT_TRUE(shared == ThumbnailsBy("keldothumbctl make --profile /conf/profile /volume1"));
 }
 
-TEST(CtlRealToolsTest, AnArrayJobTakesItsDirectoryByNumber) {
+TEST(CtlRealToolsTest, ArrayJobPicksItsDirectoryByNumber) {
   RealSandbox box;
   AddPhotos(box);
-  // What a batch system runs for each number of an array.
+  // What a batch system runs for each number in the array.
   const RunResult run = box.Run(
       {"/bin/bash", "-c",
        "PATH=/program:$PATH\n"

@@ -1,4 +1,5 @@
-// Speaking to the plug-in daemon: what is sent, and every way in which an answer can be wrong.
+// The conversation with the plug-in daemon: the requests, and every way in which a reply can be
+// wrong.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -21,7 +22,7 @@ bool AutoOrients(const RunResult& run) {
   return ::testing::Value(calls.at(0), Contains("-auto-orient"));
 }
 
-TEST(DaemonTest, NoDaemonIsToldAndHarmless) {
+TEST(DaemonTest, MissingDaemonIsLoggedAndHarmless) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   const RunResult run = box.RunOn();
@@ -31,7 +32,7 @@ TEST(DaemonTest, NoDaemonIsToldAndHarmless) {
   EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL B M L SM"));
 }
 
-TEST(DaemonTest, DeadDaemonIsLikeNone) {
+TEST(DaemonTest, DeadDaemonIsLikeAMissingOne) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   box.StartDaemon(AnswerVersion(1));
@@ -40,7 +41,7 @@ TEST(DaemonTest, DeadDaemonIsLikeNone) {
   EXPECT_THAT(box.RunOn().log, ElementsAre(kVersionFailed, kPostFailed));
 }
 
-TEST(DaemonTest, KnownPhotoIsNotTurnedByItsTag) {
+TEST(DaemonTest, KnownPhotoIsNotRotatedByItsTag) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   box.StartDaemon(AnswerVersion(1));
@@ -50,7 +51,7 @@ TEST(DaemonTest, KnownPhotoIsNotTurnedByItsTag) {
   EXPECT_EQ(run.invocations.size(), 2U) << "nothing to compare with: no detection";
 }
 
-TEST(DaemonTest, AnswerWithoutVersionIsVersionZero) {
+TEST(DaemonTest, AnswerWithoutVersionMeansVersionZero) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   box.StartDaemon([](const std::string&) { return "{\"success\":true}"; });
@@ -59,14 +60,14 @@ TEST(DaemonTest, AnswerWithoutVersionIsVersionZero) {
   EXPECT_TRUE(AutoOrients(run));
 }
 
-TEST(DaemonTest, NegativeVersionIsNoVersion) {
+TEST(DaemonTest, NegativeVersionCountsAsNone) {
   Sandbox box;
   box.AddPhoto("a.jpg");
   box.StartDaemon(AnswerVersion(-5));
   EXPECT_TRUE(AutoOrients(box.RunOn()));
 }
 
-TEST(DaemonTest, AnswersWithoutSuccessFail) {
+TEST(DaemonTest, AnswersWithoutSuccessAreFailures) {
   for (const char* answer :
        {R"({"success":false,"version":1})", R"({"version":1})", "{}", "[]", "[{\"success\":true}]",
         "true", "7", "\"success\"", "null", "rubbish", "{\"success\":tr", " ", "\xff\xfe", ""}) {
@@ -82,7 +83,7 @@ TEST(DaemonTest, AnswersWithoutSuccessFail) {
   }
 }
 
-// Values that the JSON library refuses to convert, or that are absurd, must not end the run.
+// Absurd values, and values that the JSON library refuses to convert, must not end the run.
 TEST(DaemonTest, OddMembersAreHarmless) {
   for (const std::string& answer :
        {std::string(R"({"success":true,"version":"abc"})"),
@@ -116,7 +117,7 @@ TEST(DaemonTest, PathsAreSentAsJsonTexts) {
   }
 }
 
-TEST(DaemonTest, NameOfOtherBytesIsSentAndHarmless) {
+TEST(DaemonTest, NameThatIsNotUtf8IsSentWithoutHarm) {
   Sandbox box;
   box.AddPhoto("\xff\xfe.png");
   box.StartDaemon(AnswerVersion(0));

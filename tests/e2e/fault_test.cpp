@@ -1,4 +1,4 @@
-// Faults: the program killed, converters that never end, and full disks.
+// Faults: a killed program, converters that never end, and full disks.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ using std::chrono::steady_clock;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST(FaultTest, KilledProgramTakesItsConverterAlong) {
+TEST(FaultTest, KilledProgramTakesItsConverterWithIt) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "hang\n");
@@ -33,7 +33,8 @@ TEST(FaultTest, KilledProgramTakesItsConverterAlong) {
   EXPECT_THAT(run.survivors, IsEmpty());
 }
 
-// Kills a run, then lets one finish: the photos must be as they were, and every thumbnail whole.
+// Kills a run and lets another one finish: the photos must be unchanged and every thumbnail
+// complete.
 void KillAtRandom(int rounds, unsigned seed) {
   Sandbox box;
   const std::string content = JpegHeaderOf(5000, 4000);
@@ -70,13 +71,13 @@ void KillAtRandom(int rounds, unsigned seed) {
   }
 }
 
-TEST(FaultTest, KilledAtAnyMomentTheNextRunsFinish) {
+TEST(FaultTest, NextRunsFinishAfterAKillAtAnyMoment) {
   auto other = std::async(std::launch::async, KillAtRandom, 40, 4U);
   KillAtRandom(40, 3U);
   other.get();
 }
 
-TEST(FaultTest, RunawayConverterIsEndedWithItsChildren) {
+TEST(FaultTest, RunawayConverterIsKilledWithItsChildren) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.AddPhoto("b.png");
@@ -97,7 +98,7 @@ TEST(FaultTest, RunawayConverterIsEndedWithItsChildren) {
   EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
 }
 
-TEST(FaultTest, WhatAConverterLeavesRunningIsEnded) {
+TEST(FaultTest, ProcessesLeftByAConverterAreKilled) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "grandchild\noutputs jpeg\n");
@@ -141,7 +142,7 @@ TEST(FaultTest, RunawayDcrawFailsThePhoto) {
   EXPECT_EQ(box.List(MetadataOf("b.png")), ThumbNames("XL B M L SM"));
 }
 
-TEST(FaultTest, ConverterKilledBySomeoneElseFailsThePhase) {
+TEST(FaultTest, ConverterKilledFromOutsideFailsThePhase) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "hang\n");

@@ -1,4 +1,4 @@
-"""A headless browser, and what the test of the gallery page asks it."""
+"""A headless browser for the test of the gallery page."""
 
 import functools
 import http.server
@@ -17,7 +17,7 @@ class Browser:
     def __init__(self, home):
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
-        # The sandbox cannot be had as root, nor a large /dev/shm in a container.
+        # The browser's sandbox does not work as root, and containers have a small /dev/shm.
         for argument in ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage",
                          "--disable-gpu", "--lang=en"]:
             options.add_argument(argument)
@@ -33,7 +33,7 @@ class Browser:
         return self.driver.execute_script(script, *arguments)
 
     def wait(self, script, *arguments):
-        """Until a condition holds in the page."""
+        """Waits until a condition holds in the page."""
         WebDriverWait(self.driver, PATIENCE_SECONDS, poll_frequency=0.02).until(
             lambda _: self.js("return Boolean(" + script + ")", *arguments), script)
 
@@ -50,18 +50,18 @@ class Browser:
             for name, value in features.items()]})
 
     def open(self, url):
-        """Opens a page and waits until all its pictures are there or have failed."""
+        """Opens a page and waits until all its images have loaded or failed."""
         self.driver.get(url)
         self.wait("document.getElementById('count').textContent")
-        self.wait_for_pictures()
+        self.wait_for_images()
 
-    def wait_for_pictures(self):
-        # Those far below the window wait for somebody to scroll.
+    def wait_for_images(self):
+        # Images far below the window load only after scrolling.
         self.wait("""[...document.querySelectorAll('.tile img, #sizes img')].every(
             (image) => image.complete || image.getBoundingClientRect().top > innerHeight)""")
 
     def press(self, *keys):
-        """Presses keys, one after the other, where the focus is."""
+        """Presses keys in sequence in the focused element."""
         for key in keys:
             self.driver.switch_to.active_element.send_keys(key)
 
@@ -73,7 +73,7 @@ class Browser:
             (one) => one.textContent)""", selector)
 
     def choose(self, selector, value=None):
-        """Ticks a radio button, or gives a field this value, as a person does."""
+        """Selects a radio button, or sets the value of a field, as a person would."""
         self.js("""const field = document.querySelector(arguments[0]);
             if (arguments[1] === null) field.click();
             else {
@@ -82,12 +82,12 @@ class Browser:
             }""", selector, value)
 
     def problems(self):
-        """What stands on the browser's console."""
+        """The messages on the browser's console."""
         return [entry["message"] for entry in self.driver.get_log("browser")]
 
 
 class RawNames(http.server.SimpleHTTPRequestHandler):
-    """Serves files whose names are any bytes, as web servers do."""
+    """Serves files with any bytes in their names, as web servers do."""
 
     def translate_path(self, path):
         name = urllib.parse.unquote_to_bytes(path.split("?")[0]).lstrip(b"/")

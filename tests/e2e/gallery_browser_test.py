@@ -19,7 +19,7 @@ from gallery_library import HOSTILE_NAMES, KINDS, NOT_UTF8_NAME, SCRIPT_NAME, Li
 
 program = profile = None
 
-# All texts of the page with what they lie on, and the ratio that people with weak eyes need.
+# Counts the texts of the page and lists those whose contrast is too low for accessible text.
 CONTRAST = """
 const context = document.createElement('canvas').getContext('2d', {willReadFrequently: true});
 const rgb = (colour) => {
@@ -111,7 +111,7 @@ class GalleryPage(unittest.TestCase):
         self.browser.js("""[...document.querySelectorAll('.tile')].find((tile) =>
             tile.querySelector('.caption').textContent === arguments[0]).firstChild.click()""",
             name)
-        self.browser.wait_for_pictures()
+        self.browser.wait_for_images()
 
     def focused(self):
         """The name of the photo whose tile has the focus."""
@@ -130,7 +130,7 @@ class GalleryPage(unittest.TestCase):
             "photo/odd #%1 <b>"])
         self.assertIn("34 photos in 5 folders", self.browser.text("#summary"))
 
-    def test_hostile_names_are_text_and_their_pictures_load(self):
+    def test_hostile_names_are_text_and_their_images_load(self):
         tiles = self.tiles()
         for name in HOSTILE_NAMES:
             self.assertGreater(tiles[shown(name)]["width"], 0, name)
@@ -140,7 +140,7 @@ class GalleryPage(unittest.TestCase):
         self.assertEqual(self.browser.js("""return [typeof hacked,
             document.querySelectorAll('img[src=x], h1 b, h2 b').length]"""), ["undefined", 0])
 
-    def test_pictures_wait_until_they_are_near_and_keep_their_place(self):
+    def test_images_load_when_they_are_near_and_their_space_is_reserved(self):
         images = self.browser.js("""return [...document.querySelectorAll('.tile img')].map(
             (image) => [image.loading, image.decoding, image.width > 0, image.height > 0])""")
         self.assertEqual({tuple(image) for image in images}, {("lazy", "async", True, True)})
@@ -165,7 +165,7 @@ class GalleryPage(unittest.TestCase):
         self.assertEqual(len(self.tiles()), 31)
         self.assertEqual(browser.texts("#states b"), ["34", "31", "2", "1"])
 
-    def test_says_when_nothing_matches_and_leads_back(self):
+    def test_says_that_nothing_matches_and_offers_a_way_back(self):
         browser = self.browser
         browser.choose("#search", "no such photo")
         self.assertIn("No photo matches", browser.text("#nothing"))
@@ -225,7 +225,7 @@ class GalleryPage(unittest.TestCase):
         self.assertIn("34 of 34", browser.text("#viewer-facts"))
         browser.press(Keys.HOME, Keys.ARROW_RIGHT, Keys.ESCAPE)
         self.assertFalse(browser.js("return document.getElementById('viewer').open"))
-        # The page is told of the closing a moment later.
+        # The page learns a moment later that the viewer was closed.
         browser.wait("""document.activeElement.querySelector('.caption')?.textContent ===
             'beach-01.jpg'""")
 
@@ -242,7 +242,7 @@ class GalleryPage(unittest.TestCase):
             .map((one) => one.outerHTML)""")
         self.assertEqual(nameless, [])
 
-    def test_follows_the_systems_scheme_until_one_is_chosen(self):
+    def test_follows_the_systems_colour_scheme_until_one_is_chosen(self):
         browser = self.browser
         background = "return getComputedStyle(document.body).backgroundColor"
         light = browser.js(background)
@@ -257,7 +257,7 @@ class GalleryPage(unittest.TestCase):
         self.assertEqual(browser.js(background), dark)
         browser.js("localStorage.clear()")
 
-    def test_texts_stand_out_in_both_schemes(self):
+    def test_texts_have_enough_contrast_in_both_schemes(self):
         for scheme in ["light", "dark"]:
             self.browser.prefer(color_scheme=scheme, reduced_motion="reduce")
             self.open_viewer("empty.jpg")
@@ -266,7 +266,7 @@ class GalleryPage(unittest.TestCase):
             self.assertEqual(poor, [], scheme)
             self.browser.press(Keys.ESCAPE)
 
-    def test_nothing_moves_for_those_who_do_not_want_it(self):
+    def test_nothing_moves_if_reduced_motion_is_preferred(self):
         duration = "return getComputedStyle(document.getElementById('theme')).transitionDuration"
         self.assertNotEqual(self.browser.js(duration), "0s")
         self.browser.prefer(reduced_motion="reduce")
@@ -324,5 +324,5 @@ class GalleryPage(unittest.TestCase):
 
 if __name__ == "__main__":
     program, profile = sys.argv[1:3]
-    # A page that does not come up lets each test wait for long; the first one tells enough.
+    # If the page does not load, every test would wait for long, so stop after the first failure.
     unittest.main(argv=sys.argv[:1] + sys.argv[3:], verbosity=2, failfast=True)

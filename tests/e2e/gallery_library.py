@@ -7,7 +7,7 @@ KINDS = {"S": 120, "SM": 240, "M": 320, "B": 640, "L": 800, "XL": 1280}
 PHOTO_TIME = 1_600_000_000
 
 NOT_UTF8_NAME = b"caf\xe9\xff.jpg"
-# Names that would break a page, a URL or a file name that is taken for something else.
+# Names that would break a careless page, URL or command.
 SCRIPT_NAME = b"<img src=x onerror=hacked=1>.jpg"
 HOSTILE_NAMES = [
     SCRIPT_NAME,
@@ -33,7 +33,7 @@ class Library:
         self.thumbs = {}
         for kind, side in KINDS.items():
             path = os.path.join(root, f"model-{kind}.jpeg")
-            # Turned upright, as every thumbnail is; wider than high.
+            # In landscape format.
             subprocess.run(
                 ["/usr/bin/convert", "-size", f"{side}x{side * 3 // 4}", "gradient:teal-orange",
                  path], check=True)
@@ -45,7 +45,7 @@ class Library:
         return os.path.join(self.root, name)
 
     def photo(self, name, content=b"photo", kinds=(), older_names=False):
-        """A photo that has these kinds of thumbnails."""
+        """A photo with these kinds of thumbnails."""
         path = self.path(name)
         os.makedirs(os.path.dirname(path), exist_ok=True)
         with open(path, "wb") as photo:
@@ -74,7 +74,7 @@ class Library:
 
 
 def fill(library):
-    """The library that most tests look at: 34 photos in five folders."""
+    """The library that most tests use: 34 photos in five folders."""
     for number in range(12):
         library.finished(b"photo/2023/beach-%02d.jpg" % number)
     for number in range(6):

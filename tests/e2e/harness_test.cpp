@@ -1,5 +1,5 @@
-// The sandbox itself: what it hides, what it records, and how it sees a program end. The programs
-// here are a shell and the stand-ins, so that a failure tells the harness from the product.
+// The sandbox itself: what it hides, what it records, and how it sees a program end. It runs only a
+// shell and the stand-ins, so that a failure here is a failure of the harness.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ RunResult RunShell(Sandbox& box, const std::string& script) {
   return box.Run({"/bin/sh", "-c", script});
 }
 
-TEST(HarnessTest, GivesOutputAndExitStatus) {
+TEST(HarnessTest, ReportsOutputAndExitStatus) {
   Sandbox box;
   const RunResult run = RunShell(box, "echo out; echo err >&2; exit 7");
   EXPECT_EQ(run.exit_status, 7);
@@ -31,7 +31,7 @@ TEST(HarnessTest, GivesOutputAndExitStatus) {
   EXPECT_THAT(run.survivors, IsEmpty());
 }
 
-TEST(HarnessTest, TellsASignalFromAStatus) {
+TEST(HarnessTest, DistinguishesASignalFromAStatus) {
   Sandbox box;
   const RunResult run = RunShell(box, "kill -KILL $$");
   EXPECT_EQ(run.exit_status, -1);
@@ -51,7 +51,7 @@ TEST(HarnessTest, HidesTheHostAndKeepsItsOwnDirectories) {
   EXPECT_THAT(run.standard_error, ::testing::HasSubstr("/usr/bin/a: Read-only file system"));
 }
 
-TEST(HarnessTest, HasNoNetworkButItself) {
+TEST(HarnessTest, HasOnlyTheLoopbackNetwork) {
   Sandbox box;
   EXPECT_EQ(RunShell(box, "tail -n +3 /proc/net/dev | cut -d: -f1 | tr -d ' '").standard_output,
             "lo\n");
@@ -64,7 +64,7 @@ TEST(HarnessTest, FindsWhatOutlivesTheProgram) {
   EXPECT_THAT(run.survivors, ElementsAre("sleep"));
 }
 
-TEST(HarnessTest, PassesSignalsOn) {
+TEST(HarnessTest, ForwardsSignals) {
   Sandbox box;
   Running running(box,
                   {"/bin/sh", "-c", "trap 'exit 5' TERM; touch /tmp/ready; while :; do :; done"});
@@ -74,7 +74,7 @@ TEST(HarnessTest, PassesSignalsOn) {
   EXPECT_EQ(running.Finish().exit_status, 5);
 }
 
-// The best of several, since other programs may keep the machine busy.
+// Measures the best of several runs, since other programs may keep the machine busy.
 TEST(HarnessTest, StartsWithinATenthOfASecond) {
   using std::chrono::steady_clock;
   Sandbox box;
@@ -96,7 +96,7 @@ TEST(HarnessTest, CollectsTheLog) {
   EXPECT_THAT(RunShell(box, "true").log, IsEmpty());
 }
 
-TEST(HarnessTest, TakesLogPacketsApart) {
+TEST(HarnessTest, ParsesLogPackets) {
   EXPECT_EQ(ParseLogPacket("<11>Nov 21 05:42:10 keldothumb: a:1 b\n"), ErrorLine("a:1 b\n"));
   EXPECT_EQ(ParseLogPacket("<15>Nov  1 05:42:10 keldothumb: x"), (LogLine{7, "x"}));
   EXPECT_EQ(ParseLogPacket("<27>Nov  1 05:42:10 keldothumb: x").priority, -1) << "facility daemon";
@@ -105,7 +105,7 @@ TEST(HarnessTest, TakesLogPacketsApart) {
   EXPECT_EQ(ParseLogPacket("keldothumb: x").priority, -1) << "no code";
 }
 
-TEST(HarnessTest, ReplacesTheToolsAndRecordsThem) {
+TEST(HarnessTest, ReplacesTheToolsAndRecordsTheirRuns) {
   Sandbox box;
   box.SetEnvironment("KELDO_CODEC_PKG_NAME", "zun");
   box.Script("dcraw", "stdout bytes\n");
@@ -122,7 +122,7 @@ TEST(HarnessTest, ReplacesTheToolsAndRecordsThem) {
   EXPECT_EQ(run.invocations[0].directory, "/tmp");
   EXPECT_EQ(run.invocations[0].codec_package, "zun");
   EXPECT_EQ(run.invocations[1].codec_package, std::nullopt);
-  EXPECT_EQ(box.Read("/tmp/o"), "this is no picture");
+  EXPECT_EQ(box.Read("/tmp/o"), "not an image");
   EXPECT_TRUE(DecodeJpeg(box.Read("/tmp/T1")));
   EXPECT_TRUE(DecodeJpeg(box.Read("/tmp/T2")));
 }
@@ -137,7 +137,7 @@ TEST(HarnessTest, StandInStepsDependOnArguments) {
   EXPECT_EQ(DecodeJpeg(box.Read("/tmp/a"))->width, 8);
 }
 
-TEST(HarnessTest, MountsMemoryAndKeepsWhatWasThere) {
+TEST(HarnessTest, MountsMemoryAndKeepsItsContents) {
   Sandbox box;
   box.MountMemory("/volume1/small", 1 << 20);
   const RunResult run =
@@ -152,8 +152,8 @@ TEST(HarnessTest, SetsTheTotalMemory) {
   EXPECT_EQ(RunShell(box, "cat /proc/meminfo").standard_output, "MemTotal:       4711 kB\n");
 }
 
-// The program refuses a daemon of another user, so the daemon here must look as if it were ours.
-TEST(HarnessTest, DaemonIsOursInTheSandboxToo) {
+// The program refuses a daemon of another user, so this one must appear to run as ours.
+TEST(HarnessTest, DaemonIsTrustedInTheSandbox) {
   Sandbox box;
   box.StartDaemon(AnswerVersion(3));
   const RunResult run = box.Run(
@@ -169,7 +169,7 @@ TEST(HarnessTest, DaemonIsOursInTheSandboxToo) {
   EXPECT_THAT(run.requests, ElementsAre("{\"a\":1}"));
 }
 
-TEST(HarnessTest, CornersTellEveryOrientation) {
+TEST(HarnessTest, CornersIdentifyEveryOrientation) {
   const Picture upright = FourCorners(64, 48);
   for (int orientation = 1; orientation <= 8; ++orientation) {
     const Picture stored = StoredWith(orientation, upright);
@@ -180,7 +180,7 @@ TEST(HarnessTest, CornersTellEveryOrientation) {
   EXPECT_EQ(clockwise[1], kCornerColours[0]) << "top left goes to top right";
 }
 
-TEST(HarnessTest, CutJpegIsNoJpeg) {
+TEST(HarnessTest, TruncatedJpegIsRejected) {
   const std::string content = EncodeJpeg(FourCorners(64, 48));
   EXPECT_LE(CornerDistance(Corners(*DecodeJpeg(content)), kCornerColours), 12);
   EXPECT_FALSE(DecodeJpeg(content.substr(0, content.size() - 40)));

@@ -1,5 +1,5 @@
-// File names that a careless program would take for patterns, formats, options or prefixes, each
-// beside a decoy that it would hit instead.
+// File names that a careless program would interpret as patterns, formats, options or prefixes.
+// Beside each is a decoy that it would use instead.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 using ::testing::IsEmpty;
 
-// The hostile names and their decoys, without extension.
+// The hostile names and their decoys, without extensions.
 const std::vector<std::string>& Names() {
   static const std::vector<std::string> names = {
       "a b",   " a",      "a'b\"c", "a\nb",  "%d",     "0",    "100%",     "100%%",
@@ -27,7 +27,7 @@ const std::vector<std::string>& Names() {
   return names;
 }
 
-// A colour for each of 125 things, any two of them 55 apart in some channel.
+// 125 colours, any two of which differ by 55 in some channel.
 Rgb ColourOf(std::size_t number) {
   const auto step = [](std::size_t digit) { return static_cast<std::uint8_t>(20 + 55 * digit); };
   return {step(number % 5), step(number / 5 % 5), step(number / 25 % 5)};
@@ -68,7 +68,7 @@ TEST_F(HostileNamesTest, AsPhotos) {
   EXPECT_THAT(box.List("/"), ::testing::Each(::testing::Not(::testing::HasSubstr(".jpg"))));
 }
 
-// The converter is asked for the first page of these.
+// The converter is told to read the first page of these.
 TEST_F(HostileNamesTest, AsPhotosOfSeveralPages) {
   for (std::size_t i = 0; i < Names().size(); ++i) {
     box.Write("/conf/p.ppm", EncodePpm(Plain(40, 30, ColourOf(i))));
@@ -114,7 +114,7 @@ TEST_F(HostileNamesTest, AsTargetsRelativeToTheWorkingDirectory) {
   }
 }
 
-TEST_F(HostileNamesTest, AsLargePhotosByWayOfDjpeg) {
+TEST_F(HostileNamesTest, AsLargePhotosThroughDjpeg) {
   const std::vector<std::string> names = {"-x[1]", "%d*", "a\nb", "@\xff'\"", "x1", "0a"};
   for (std::size_t i = 0; i < names.size(); ++i) {
     box.AddPhoto(names[i] + ".jpg", Photo(i, 2560, 2560));

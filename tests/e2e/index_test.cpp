@@ -1,4 +1,4 @@
-// The embedded index: which kinds it wants where, and what a run writes into it.
+// The embedded index: which kinds it asks for where, and what a run writes to it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -16,7 +16,7 @@ using ::testing::IsEmpty;
 
 constexpr const char* kDatabase = "/var/lib/keldoindex/index.db";
 
-// The first row of a query as texts.
+// The first row of a query, as text.
 std::vector<std::string> FirstRow(const Sandbox& box, const char* query) {
   sqlite3* raw = nullptr;
   const int opened = sqlite3_open(box.Outside(kDatabase).c_str(), &raw);
@@ -46,7 +46,7 @@ class IndexTest : public ::testing::Test {
     ASSERT_EQ(run.exit_status, 0) << run.standard_error;
   }
 
-  // Two runs make all that is wanted.
+  // Two runs make everything that is wanted.
   std::vector<std::string> MadeInTwoRuns() {
     EXPECT_THAT(box.RunOn().log, IsEmpty());
     EXPECT_THAT(box.RunOn().log, IsEmpty());
@@ -56,7 +56,7 @@ class IndexTest : public ::testing::Test {
   Sandbox box;
 };
 
-TEST_F(IndexTest, MaskOfADirectoryAboveHolds) {
+TEST_F(IndexTest, MaskOfADirectoryAboveApplies) {
   SetMask("/volume1", "17");
   EXPECT_EQ(box.RunOn().exit_status, 0);
   EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL"));
@@ -64,7 +64,7 @@ TEST_F(IndexTest, MaskOfADirectoryAboveHolds) {
   EXPECT_THAT(box.RunOn().invocations, IsEmpty());
 }
 
-TEST_F(IndexTest, NearestMaskHolds) {
+TEST_F(IndexTest, NearestMaskApplies) {
   SetMask("/volume1", "0");
   SetMask("/volume1/photo", "16");
   box.MakeDirectory("/volume1/photo2");
@@ -72,12 +72,12 @@ TEST_F(IndexTest, NearestMaskHolds) {
   EXPECT_EQ(MadeInTwoRuns(), ThumbNames("XL"));
 }
 
-TEST_F(IndexTest, MaskOfVideosIsAnother) {
+TEST_F(IndexTest, MaskOfVideosIsSeparate) {
   EXPECT_EQ(box.Run({"keldothumbctl", "index", "mask", "--video", "/volume1", "0"}).exit_status, 0);
   EXPECT_EQ(MadeInTwoRuns(), ThumbNames("XL B M L SM S"));
 }
 
-TEST_F(IndexTest, NothingWantedIsNothingMade) {
+TEST_F(IndexTest, NothingIsMadeIfNothingIsWanted) {
   SetMask("/volume1/photo", "0");
   const RunResult run = box.RunOn();
   EXPECT_THAT(run.invocations, IsEmpty());
@@ -92,7 +92,7 @@ TEST_F(IndexTest, ThumbnailsNoLongerWantedStay) {
   EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL B M L SM S"));
 }
 
-TEST_F(IndexTest, ResolutionsAreNoted) {
+TEST_F(IndexTest, ResolutionsAreRecorded) {
   SetMask("/volume1", "63");
   box.Script("convert-thumb", "outputs jpeg 40x30\n");
   EXPECT_EQ(box.RunOn().exit_status, 0);
@@ -102,19 +102,19 @@ TEST_F(IndexTest, ResolutionsAreNoted) {
               ElementsAre("/volume1/photo/a.jpg", "64", "48", ThumbOf("a.jpg", "XL"), "40", "30"));
 }
 
-TEST_F(IndexTest, LaterPhasesNoteNothing) {
+TEST_F(IndexTest, LaterPhasesRecordNothing) {
   EXPECT_EQ(box.RunOn().exit_status, 0);
   SetMask("/volume1", "63");
   EXPECT_EQ(box.RunOn().exit_status, 0);
   EXPECT_THAT(FirstRow(box, "SELECT count(*) FROM resolutions"), ElementsAre("0"));
 }
 
-TEST_F(IndexTest, WithoutAnIndexNoneIsMade) {
+TEST_F(IndexTest, MissingIndexIsNotCreated) {
   EXPECT_EQ(MadeInTwoRuns(), ThumbNames("XL B M L SM S"));
   EXPECT_FALSE(box.Exists(kDatabase));
 }
 
-TEST_F(IndexTest, BrokenIndexIsLikeNone) {
+TEST_F(IndexTest, BrokenIndexIsLikeAMissingOne) {
   box.Write(kDatabase, "this is no database");
   EXPECT_EQ(MadeInTwoRuns(), ThumbNames("XL B M L SM S"));
   EXPECT_EQ(box.Read(kDatabase), "this is no database");

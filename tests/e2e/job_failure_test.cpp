@@ -1,4 +1,4 @@
-// What the work on a directory does when something fails: messages, markers, counters, notices.
+// Failures during the work on a directory: messages, markers, counters, notices to the daemon.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ constexpr const char* kPhotoA = "/volume1/photo/a.png";
 constexpr const char* kPhotoB = "/volume1/photo/b.png";
 constexpr std::size_t kGiB = std::size_t{1} << 30;
 
-// The names that a photo's metadata directory should hold, sorted.
+// The names that a photo's metadata directory should contain, sorted.
 std::vector<std::string> Both(const std::string& thumb_kinds, const std::string& marker_kinds) {
   std::vector<std::string> names = ThumbNames(thumb_kinds);
   for (const std::string& name : MarkerNames(marker_kinds))
@@ -35,7 +35,7 @@ std::string MkdirLine(const std::string& path, int error) {
          ", 0777 ), errno: " + std::to_string(error) + "\n";
 }
 
-// Two photos and a daemon; most tests let the first one fail.
+// Two photos and a daemon. In most tests the first photo fails.
 class JobFailureTest : public ::testing::Test {
  protected:
   JobFailureTest() {
@@ -44,7 +44,7 @@ class JobFailureTest : public ::testing::Test {
     box.AddPhoto("b.png");
   }
 
-  // What a directory that was refused as a whole must look like.
+  // Checks a directory in which no work was done at all.
   void ExpectNothingDone(const RunResult& run) {
     EXPECT_EQ(run.exit_status, 0);
     EXPECT_THAT(run.invocations, IsEmpty());
@@ -107,7 +107,7 @@ TEST_F(JobFailureTest, FailedPhaseTwoCountsAsCompleted) {
   EXPECT_EQ(Counter(box, "completed_thumb"), 6);
 }
 
-TEST_F(JobFailureTest, FailedPhaseTakesItsOldThumbnailsAway) {
+TEST_F(JobFailureTest, FailedPhaseRemovesItsOldThumbnails) {
   box.Remove(kPhotoB);
   EXPECT_EQ(box.RunOn().exit_status, 0);
   EXPECT_EQ(box.RunOn().exit_status, 0);
@@ -130,7 +130,7 @@ TEST_F(JobFailureTest, MissingConverterFailsThePhoto) {
   EXPECT_THAT(run.log[0].text, ::testing::HasSubstr("/usr/keldo/bin/convert-thumb"));
 }
 
-TEST_F(JobFailureTest, MarkersThatCannotBeRemovedAreTold) {
+TEST_F(JobFailureTest, MarkersThatCannotBeRemovedAreLogged) {
   box.MakeDirectory(MetadataOf("a.png") + "/KELDOPHOTO_THUMB_M.fail");
   box.Write(MetadataOf("a.png") + "/other.fail", "");
   box.Write(MetadataOf("a.png") + "/keep.txt", "");
@@ -142,14 +142,14 @@ TEST_F(JobFailureTest, MarkersThatCannotBeRemovedAreTold) {
   EXPECT_TRUE(box.Exists(MetadataOf("a.png") + "/keep.txt"));
 }
 
-TEST_F(JobFailureTest, ReadOnlyVolumeIsTold) {
+TEST_F(JobFailureTest, ReadOnlyVolumeIsLogged) {
   box.MountReadOnly("/volume1");
   const RunResult run = box.RunOn();
   ExpectNothingDone(run);
   EXPECT_THAT(run.log, ElementsAre(ErrorLine(MkdirLine("/volume1/photo/@eaDir", EROFS))));
 }
 
-TEST_F(JobFailureTest, PhotoWhoseDirectoryCannotBeMadeIsPassedOver) {
+TEST_F(JobFailureTest, PhotoWhoseDirectoryCannotBeMadeIsSkipped) {
   box.MakeDirectory(MetadataOf("a.png"));
   box.MountReadOnly("/volume1/photo/@eaDir");
   const RunResult run = box.RunOn();
@@ -187,13 +187,13 @@ TEST_F(JobFailureTest, DirectoryLockedElsewhereIsSkipped) {
   EXPECT_THAT(QueuedDirectories(box), ElementsAre("/volume1/second")) << "nothing else is queued";
 }
 
-TEST_F(JobFailureTest, LockIsGivenUpAfterTheDirectory) {
+TEST_F(JobFailureTest, LockIsReleasedAfterTheDirectory) {
   EXPECT_EQ(box.RunOn().exit_status, 0);
   const UniqueFd own(::open(box.Outside("/volume1/photo/@eaDir").c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_EQ(::flock(own.get(), LOCK_EX | LOCK_NB), 0);
 }
 
-TEST_F(JobFailureTest, TwoRunsAtOnceShareNothing) {
+TEST_F(JobFailureTest, ConcurrentRunsDoNotRepeatWork) {
   box.Script("convert-thumb", "sleep 100\noutputs jpeg\n");
   const RunResult run = box.Run({"/bin/sh", "-c",
                                  "/program/keldothumb /conf/profile /volume1/photo & "
@@ -205,7 +205,7 @@ TEST_F(JobFailureTest, TwoRunsAtOnceShareNothing) {
   EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
 }
 
-TEST_F(JobFailureTest, ReadOnlySpoolIsTold) {
+TEST_F(JobFailureTest, ReadOnlySpoolIsLogged) {
   box.Remove(kPhotoB);
   box.MountReadOnly("/var/spool");
   const RunResult run = box.RunOn();
@@ -217,7 +217,7 @@ TEST_F(JobFailureTest, ReadOnlySpoolIsTold) {
   EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
 }
 
-// The photo itself takes no space on the small volume: it is mounted there.
+// The photo is mounted on the small volume, so that it takes no space there.
 void MountVolumeWithFree(Sandbox& box, std::size_t bytes) {
   box.MountMemory("/volume1/photo", bytes);
   box.Write("/conf/photo.png", EncodeJpeg(FourCorners(64, 48)));

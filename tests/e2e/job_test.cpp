@@ -40,7 +40,7 @@ constexpr const char* kPhase2OfA =
     "-colorspace sRGB /volume1/photo/@eaDir/a.jpg/KELDOPHOTO.tmp.XXXXXX.jpg";
 constexpr const char* kPhotoA = "/volume1/photo/a.jpg";
 
-// A sandbox with a daemon that knows nothing of the photos, and the photo a.jpg.
+// A sandbox with the photo a.jpg, and a daemon that does not know it.
 class JobTest : public ::testing::Test {
  protected:
   JobTest() {
@@ -48,7 +48,7 @@ class JobTest : public ::testing::Test {
     box.AddPhoto("a.jpg");
   }
 
-  // Makes all six thumbnails, current ones, and forgets queue and counters.
+  // Makes all six thumbnails, up to date, and removes the queue and the counters.
   void MakeAll() {
     ASSERT_EQ(box.RunOn().exit_status, 0);
     ASSERT_EQ(box.RunOn().exit_status, 0);
@@ -89,7 +89,7 @@ TEST_F(JobTest, ThreeRunsFinishAPhoto) {
   EXPECT_THAT(QueuedDirectories(box), IsEmpty());
 }
 
-TEST_F(JobTest, PhotosAreDoneInByteOrderAndQueuedOnce) {
+TEST_F(JobTest, PhotosAreProcessedInByteOrderAndQueuedOnce) {
   for (const char* name : {"IMG_9.jpg", "IMG_10.jpg", "Z.jpg"})
     box.AddPhoto(name);
   const RunResult run = box.RunOn();
@@ -121,7 +121,7 @@ TEST_F(JobTest, QueuedDirectoryIsNotQueuedAgain) {
   EXPECT_THAT(QueuedDirectories(box), ElementsAre(kPhotoDir, "/volume1/photo2"));
 }
 
-TEST_F(JobTest, CounterThatIsNoNumberCountsAsZero) {
+TEST_F(JobTest, CounterThatIsNotANumberCountsAsZero) {
   box.Write("/var/spool/conv_progress_photo", "completed_thumb=many\n");
   EXPECT_EQ(box.RunOn().exit_status, 0);
   EXPECT_EQ(Counter(box, "completed_thumb"), 5);
@@ -213,7 +213,7 @@ TEST_F(JobTest, BaseThumbnailInTheOtherSpellingIsMadeAgain) {
   std::filesystem::rename(box.Outside(ThumbOf("a.jpg", "XL")),
                           box.Outside(MetadataOf("a.jpg") + "/KELDOPHOTO:THUMB_XL.jpg"));
   box.Remove(ThumbOf("a.jpg", "S"));
-  // Phase 1 is rendered again only where it is older than its source, the new XL thumbnail.
+  // Phase 1 is re-rendered only if it is older than its source, the new XL thumbnail.
   const std::time_t next_year = std::time(nullptr) + 365L * 24 * 3600;
   for (const char* kind : {"L", "SM"})
     box.SetTime(ThumbOf("a.jpg", kind), next_year);
@@ -223,7 +223,7 @@ TEST_F(JobTest, BaseThumbnailInTheOtherSpellingIsMadeAgain) {
   EXPECT_TRUE(box.Exists(ThumbOf("a.jpg", "XL")));
 }
 
-TEST_F(JobTest, PhotoDatedAYearAheadKeepsItsThumbnailsCurrent) {
+TEST_F(JobTest, PhotoDatedInTheFutureKeepsItsThumbnailsUpToDate) {
   const std::time_t next_year = std::time(nullptr) + 365L * 24 * 3600;
   box.SetTime(kPhotoA, next_year);
   ASSERT_NO_FATAL_FAILURE(MakeAll());
@@ -233,7 +233,7 @@ TEST_F(JobTest, PhotoDatedAYearAheadKeepsItsThumbnailsCurrent) {
   EXPECT_THAT(box.RunOn().invocations, IsEmpty());
 }
 
-TEST_F(JobTest, DirectoryWithoutPhotosIsLeftAsItIs) {
+TEST_F(JobTest, DirectoryWithoutPhotosIsLeftAlone) {
   box.Remove(kPhotoA);
   box.Write("/volume1/photo/note.txt", "x");
   const RunResult run = box.RunOn();
@@ -252,7 +252,7 @@ TEST_F(JobTest, ProfileWithoutPhaseZeroRendersNothing) {
   EXPECT_THAT(box.List("/var/spool"), IsEmpty());
 }
 
-TEST_F(JobTest, OtherPhasesAreTakenAsZeroAndSizesAreSorted) {
+TEST_F(JobTest, OtherPhasesCountAsZeroAndSizesAreSorted) {
   box.UseProfile(
       "[thumb_a]\nfilename=KELDOPHOTO:THUMB_M.jpg\nsize=200\nphase=7\n"
       "[thumbB]\nfilename=KELDOPHOTO_THUMB_S.jpg\n"
@@ -272,7 +272,7 @@ TEST_F(JobTest, OtherPhasesAreTakenAsZeroAndSizesAreSorted) {
   EXPECT_EQ(box.List(directory), ThumbNames("M S")) << "always the underscore spelling";
 }
 
-TEST_F(JobTest, CodecPackageBringsItsConverter) {
+TEST_F(JobTest, CodecPackageProvidesTheConverter) {
   box.InstallCodecPackage();
   box.SetEnvironment("KELDO_CODEC_PKG_NAME", "before");
   const RunResult run = box.RunOn();

@@ -1,4 +1,4 @@
-// Which files of a directory are photos, and which are passed over.
+// Which files of a directory are photos, and which are skipped.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ using ::testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
-// The photos that a run worked on, in order, by the inputs of their first phase.
+// The photos that a run processed, in order, taken from the inputs of their first phase.
 std::vector<std::string> PhotosDone(const RunResult& run) {
   std::vector<std::string> names;
   for (const auto& call : Calls(run, "convert-thumb")) {
@@ -37,7 +37,7 @@ TEST(ListingTest, OnlyRegularPhotosInByteOrder) {
                                            "a.png", "b.png", "\xff.png"));
 }
 
-TEST(ListingTest, LinksToPhotosCountDanglingOnesAreTold) {
+TEST(ListingTest, LinksToPhotosCountAndDanglingOnesAreLogged) {
   Sandbox box;
   box.Write("/volume1/store/real.png", "x");
   fs::create_symlink("/volume1/store/real.png", box.Outside("/volume1/photo/link.png"));
@@ -50,7 +50,7 @@ TEST(ListingTest, LinksToPhotosCountDanglingOnesAreTold) {
               ::testing::MatchesRegex("[a-z_]+:[0-9]+ .Error. stat: /volume1/photo/gone.png"));
 }
 
-TEST(ListingTest, DevicesAndPipesAreNoPhotos) {
+TEST(ListingTest, DevicesAndPipesAreNotPhotos) {
   Sandbox box;
   ASSERT_EQ(::mkfifo(box.Outside("/volume1/photo/pipe.png").c_str(), 0666), 0);
   fs::create_symlink("/dev/zero", box.Outside("/volume1/photo/zero.png"));
@@ -60,7 +60,7 @@ TEST(ListingTest, DevicesAndPipesAreNoPhotos) {
   EXPECT_FALSE(box.Exists("/volume1/photo/@eaDir"));
 }
 
-TEST(ListingTest, NameOfGreatestLengthIsDone) {
+TEST(ListingTest, NameOfMaximumLengthWorks) {
   Sandbox box;
   const std::string name = std::string(251, 'n') + ".png";
   box.AddPhoto(name, "x");

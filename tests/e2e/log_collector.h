@@ -21,11 +21,11 @@ struct LogLine {
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
-/// Takes apart a packet as the C library sends it: "<11>Nov 21 05:42:10 keldothumb: text". A packet
-/// of another form, or of another facility than "user", becomes a line of priority -1.
+/// Parses a packet as the C library sends it: "<11>Nov 21 05:42:10 keldothumb: text". A packet in
+/// another form, or of another facility than "user", becomes a line with priority -1.
 [[nodiscard]] LogLine ParseLogPacket(std::string_view packet);
 
-/// A datagram socket at `path`, read by a thread of its own, so that no writer ever waits.
+/// A datagram socket at `path`. A separate thread reads it, so that no writer ever waits.
 class LogCollector {
  public:
   explicit LogCollector(const std::string& path);
@@ -33,7 +33,7 @@ class LogCollector {
   LogCollector(const LogCollector&) = delete;
   LogCollector& operator=(const LogCollector&) = delete;
 
-  /// All lines since the last call. Complete when the writers have ended.
+  /// All lines since the last call. The list is complete once the writers have ended.
   [[nodiscard]] std::vector<LogLine> Take();
 
  private:

@@ -1,4 +1,4 @@
-// Finding out how existing thumbnails are turned, with stand-ins for the converter and compare.
+// Finds out how existing thumbnails are rotated, with stand-ins for the converter and compare.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ using ::testing::IsEmpty;
 const std::string kMetadata = "/volume1/photo/@eaDir/a.png";
 const std::string kReference = kMetadata + "/KELDOPHOTO_THUMB_XL.jpg";
 
-// What the converter is asked for a trial in one turn.
+// The converter's arguments for a trial with one rotation.
 std::vector<std::string> Trial(const std::string& rotate) {
   return Words("/usr/keldo/bin/convert-thumb -define registry:temporary-path=" + kMetadata +
                " /volume1/photo/a.png -define jpeg:size=1280x1280 -thumbnail 1280x1280>^ "
@@ -27,7 +27,7 @@ std::vector<std::string> Compare(const std::string& turn) {
                kReference + " null:");
 }
 
-// A landscape photo that is newer than its thumbnails and known to the index.
+// A landscape photo that is newer than its thumbnails, and known to the index.
 class OrientationTest : public ::testing::Test {
  protected:
   OrientationTest() {
@@ -36,7 +36,7 @@ class OrientationTest : public ::testing::Test {
     UseThumbnails(40, 30);
   }
 
-  // Old thumbnails of this size.
+  // Writes old thumbnails of this size.
   void UseThumbnails(int width, int height) {
     for (const char* kind : {"XL", "B", "M", "L", "SM", "S"}) {
       box.Write(ThumbOf("a.png", kind), EncodeJpeg(FourCorners(width, height)));
@@ -44,7 +44,7 @@ class OrientationTest : public ::testing::Test {
     }
   }
 
-  // Lets compare print these two lines for two turns.
+  // Makes compare print these two lines for two rotations.
   void UseDistances(const std::string& turn1, const std::string& line1, const std::string& turn2,
                     const std::string& line2) {
     const std::string trial = "when " + kMetadata + "/Temp_";
@@ -52,7 +52,7 @@ class OrientationTest : public ::testing::Test {
                               ".jpg\nstderr " + line2 + "\nalways\nexit 1\n");
   }
 
-  // What phase 0 was turned by: the value after "-rotate", empty when it was not turned.
+  // The rotation of phase 0: the value after "-rotate", empty if it was not rotated.
   std::string RotationOfPhaseZero(const RunResult& run) {
     for (const auto& call : Calls(run, "convert-thumb")) {
       if (call.at(4) != "(") continue;  // A trial has one output only.
@@ -76,7 +76,7 @@ class OrientationTest : public ::testing::Test {
   Sandbox box;
 };
 
-TEST_F(OrientationTest, HalfTurnsAreTriedInOrder) {
+TEST_F(OrientationTest, HalfRotationsAreTriedInOrder) {
   UseDistances("180", "100.5 (0.1)", "0", "200 (0.2)");
   const RunResult run = box.RunOn();
   EXPECT_THAT(run.log, IsEmpty());
@@ -89,7 +89,7 @@ TEST_F(OrientationTest, HalfTurnsAreTriedInOrder) {
   EXPECT_THAT(converted[3], ::testing::Not(::testing::Contains("-rotate"))) << "phase 1";
 }
 
-TEST_F(OrientationTest, QuarterTurnsAreTriedInOrder) {
+TEST_F(OrientationTest, QuarterRotationsAreTriedInOrder) {
   UseThumbnails(30, 40);
   UseDistances("270", "100.5 (0.1)", "90", "200 (0.2)");
   const RunResult run = box.RunOn();
@@ -113,27 +113,27 @@ TEST_F(OrientationTest, TiesAndFractionsGoToTheFirst) {
   EXPECT_EQ(RotationFor("90", "7.9 (0)", "270", "7.1 (0)"), "90");
 }
 
-TEST_F(OrientationTest, FailedComparisonIsTheGreatestDistance) {
+TEST_F(OrientationTest, FailedComparisonCountsAsTheGreatestDistance) {
   EXPECT_EQ(RotationFor("0", "failed", "180", "60000 (0)"), "180");
   EXPECT_EQ(RotationFor("0", "failed", "180", "failed"), "");
   EXPECT_EQ(RotationFor("90", "failed", "270", "failed"), "90");
   EXPECT_EQ(RotationFor("0", "65536 (1)", "180", "failed"), "180");
 }
 
-TEST_F(OrientationTest, SquareReferenceMeansHalfTurns) {
+TEST_F(OrientationTest, SquareReferenceMeansHalfRotations) {
   UseThumbnails(30, 30);
   UseDistances("180", "1 (0)", "0", "2 (0)");
   EXPECT_EQ(RotationOfPhaseZero(box.RunOn()), "180");
 }
 
-TEST_F(OrientationTest, UnreadableReferenceMeansHalfTurns) {
-  box.Write(kReference, "this is no picture");
+TEST_F(OrientationTest, UnreadableReferenceMeansHalfRotations) {
+  box.Write(kReference, "not an image");
   box.SetTime(kReference, kPhotoTime - 1);
   UseDistances("180", "1 (0)", "0", "2 (0)");
   EXPECT_EQ(RotationOfPhaseZero(box.RunOn()), "180");
 }
 
-TEST_F(OrientationTest, FailedTrialMeansNoTurn) {
+TEST_F(OrientationTest, FailedTrialMeansNoRotation) {
   box.Script("convert-thumb", "when 180\nexit 1\nalways\noutputs jpeg\n");
   const RunResult run = box.RunOn();
   EXPECT_THAT(Calls(run, "compare"), IsEmpty());
@@ -156,7 +156,7 @@ TEST_F(OrientationTest, StrayTrialsAreRemoved) {
   EXPECT_FALSE(box.Exists(kMetadata + "/Temp_5.jpg"));
 }
 
-TEST_F(OrientationTest, TrialsThatCannotBeRemovedAreTold) {
+TEST_F(OrientationTest, TrialsThatCannotBeRemovedAreLogged) {
   box.MakeDirectory(kMetadata + "/Temp_5.jpg");
   const RunResult run = box.RunOn();
   ASSERT_EQ(run.log.size(), 1U);
@@ -166,7 +166,7 @@ TEST_F(OrientationTest, TrialsThatCannotBeRemovedAreTold) {
                                       kMetadata + "/Temp_.*\\.jpg."));
 }
 
-TEST_F(OrientationTest, MissingCompareIsToldAndHarmless) {
+TEST_F(OrientationTest, MissingCompareIsLoggedAndHarmless) {
   box.Write("/conf/no-program", "x");
   box.MountOver("/conf/no-program", "/usr/bin/compare-im6.q16");
   const RunResult run = box.RunOn();
@@ -178,7 +178,7 @@ TEST_F(OrientationTest, MissingCompareIsToldAndHarmless) {
   EXPECT_EQ(RotationOfPhaseZero(run), "");
 }
 
-TEST_F(OrientationTest, RunawayCompareIsEnded) {
+TEST_F(OrientationTest, RunawayCompareIsKilled) {
   box.SetEnvironment("KELDO_CHILD_DEADLINE_SECONDS", "1");
   box.Script("compare", "hang\n");
   const RunResult run = box.RunOn();
@@ -186,7 +186,7 @@ TEST_F(OrientationTest, RunawayCompareIsEnded) {
   EXPECT_THAT(run.survivors, IsEmpty());
 }
 
-TEST_F(OrientationTest, LaterPhasesAreNotTurned) {
+TEST_F(OrientationTest, LaterPhasesAreNotRotated) {
   for (const char* kind : {"XL", "B", "M"})
     box.SetTime(ThumbOf("a.png", kind), kPhotoTime);
   const RunResult run = box.RunOn();

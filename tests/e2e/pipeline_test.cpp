@@ -1,4 +1,4 @@
-// One photo's way through djpeg, the converter and the commit of the finished thumbnails.
+// A photo's path through djpeg, the converter, and the commit of its finished thumbnails.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,14 +18,14 @@ constexpr const char* kTwoKinds =
     "[thumb_xl]\nsize=1280\nquality=86\nfilename=KELDOPHOTO_THUMB_XL.jpg\n"
     "[thumb_s]\nsize=120\nquality=81\nfilename=KELDOPHOTO_THUMB_S.jpg\n";
 
-// The argument vectors of a photo's phase 0, in the parts that differ between photos.
+// The argument vectors of phase 0, by the parts that differ between photos.
 struct Expected {
   std::string photo = "/volume1/photo/a.jpg";
   std::string metadata = MetadataOf("a.jpg");
   std::string temporary_path = metadata;
   std::string limit;
   std::string input = photo;
-  std::string first = "-auto-orient";  ///< Turns of the first thumbnail.
+  std::string first = "-auto-orient";  ///< Rotation of the first thumbnail.
   std::string colour_space = "sRGB";
 
   [[nodiscard]] std::vector<std::string> Convert() const {
@@ -45,7 +45,7 @@ struct Expected {
                  metadata + "/KELDOPHOTO.tmp.XXXXXX.jpg -icc " + metadata +
                  "/KELDOPHOTO_PROFILE.icc " + photo);
   }
-  // The same with djpeg's bitmap as input.
+  // The same, with djpeg's bitmap as the input.
   [[nodiscard]] Expected OfBitmap(const std::string& options = "-auto-orient") const {
     Expected expected = *this;
     expected.input = metadata + "/KELDOPHOTO.tmp.XXXXXX.jpg";
@@ -99,7 +99,7 @@ TEST_F(PipelineTest, SmallerJpegsGoToTheConverterDirectly) {
   }
 }
 
-TEST_F(PipelineTest, OrientationIsGivenToTheBitmap) {
+TEST_F(PipelineTest, BitmapIsRotatedByTheOrientationTag) {
   const char* const options[] = {"",
                                  "",
                                  "-flop",
@@ -112,8 +112,8 @@ TEST_F(PipelineTest, OrientationIsGivenToTheBitmap) {
   for (int orientation = 0; orientation <= 8; ++orientation) {
     box.Remove("/volume1/photo/@eaDir");
     const RunResult run = RunWith("a.jpg", JpegHeaderOf(5000, 4000, orientation));
-    const Expected turned = expected.OfBitmap(std::string("-auto-orient ") + options[orientation]);
-    EXPECT_THAT(Calls(run, "convert-thumb"), ElementsAre(turned.Convert())) << orientation;
+    const Expected rotated = expected.OfBitmap(std::string("-auto-orient ") + options[orientation]);
+    EXPECT_THAT(Calls(run, "convert-thumb"), ElementsAre(rotated.Convert())) << orientation;
   }
 }
 
@@ -141,11 +141,11 @@ TEST_F(PipelineTest, FailedDjpegFallsBackToThePhotoItself) {
   const RunResult run = RunWith("a.jpg", JpegHeaderOf(5000, 4000, 5));
   EXPECT_THAT(Calls(run, "djpeg"), ElementsAre(expected.Djpeg("1/2")));
   EXPECT_THAT(Calls(run, "convert-thumb"), ElementsAre(expected.Convert()))
-      << "without the turn that was meant for the bitmap";
+      << "without the rotation that was meant for the bitmap";
   EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL S"));
 }
 
-TEST_F(PipelineTest, FailedConverterOnTheBitmapFallsBackToo) {
+TEST_F(PipelineTest, FailedConversionOfTheBitmapFallsBackToo) {
   box.Script("convert-thumb", "when /volume1/photo/a.jpg\noutputs jpeg\nexit 0\nalways\nexit 1\n");
   const RunResult run = RunWith("a.jpg", JpegHeaderOf(5000, 4000, 6));
   EXPECT_THAT(
@@ -155,7 +155,7 @@ TEST_F(PipelineTest, FailedConverterOnTheBitmapFallsBackToo) {
 }
 
 TEST_F(PipelineTest, UnreadableJpegFailsWithoutAnyChild) {
-  const RunResult run = RunWith("a.jpg", "this is no picture");
+  const RunResult run = RunWith("a.jpg", "not an image");
   EXPECT_THAT(run.invocations, IsEmpty());
   EXPECT_THAT(run.log, ElementsAre(LogLine{4,
                                            "index_ipc:61 [Warning] cannot be read as an image: "
@@ -175,7 +175,7 @@ TEST_F(PipelineTest, OtherTypesAndOtherBoxesAreNeverScaledFirst) {
   EXPECT_THAT(Calls(other_box, "djpeg"), IsEmpty());
 }
 
-TEST_F(PipelineTest, EveryJpegSpellingIsScaledFirst) {
+TEST_F(PipelineTest, EveryJpegExtensionIsScaledFirst) {
   for (const char* name : {"b.JPG", "c.jpeg", "d.Jpe"}) {
     EXPECT_EQ(Calls(RunWith(name, JpegHeaderOf(5000, 4000)), "djpeg").size(), 1U) << name;
   }
@@ -190,7 +190,7 @@ TEST_F(PipelineTest, OnlyTheFirstPageIsRead) {
   }
 }
 
-TEST_F(PipelineTest, HeicIsGivenAnotherColourSpace) {
+TEST_F(PipelineTest, HeicGetsAnotherColourSpace) {
   const RunResult run = RunWith("A.HEIC", EncodeJpeg(FourCorners(64, 48)));
   Expected heic;
   heic.metadata = heic.temporary_path = MetadataOf("A.HEIC");
@@ -214,19 +214,20 @@ TEST_F(PipelineTest, LittleMemoryMeansOneThread) {
   EXPECT_THAT(Calls(RunWithSmallPhoto(), "convert-thumb"), ElementsAre(expected.Convert()));
 }
 
-TEST_F(PipelineTest, HalfAGibibyteOfMemoryIsEnough) {
+TEST_F(PipelineTest, HalfAGibibyteOfMemoryAllowsMoreThreads) {
   box.SetTotalMemory(524288);
   EXPECT_THAT(Calls(RunWithSmallPhoto(), "convert-thumb"), ElementsAre(expected.Convert()));
 }
 
-// Three standard ones, the stand-in's script, and the directory that is listed.
-TEST_F(PipelineTest, ChildrenGetNoDescriptorOfOurs) {
+// A child has the three standard descriptors, the stand-in's script, and the directory that it
+// lists.
+TEST_F(PipelineTest, ChildrenInheritNoOtherDescriptors) {
   box.Script("convert-thumb", "list /proc/self/fd\noutputs jpeg\n");
   const RunResult run = RunWithSmallPhoto();
   EXPECT_THAT(Words(run.standard_output), ::testing::UnorderedElementsAre("0", "1", "2", "3", "4"));
 }
 
-TEST_F(PipelineTest, TemporaryNamesAreFreeUntilTheConverterWritesThem) {
+TEST_F(PipelineTest, TemporaryFilesAppearOnlyWhenTheConverterWritesThem) {
   box.Script("convert-thumb", "list /volume1/photo/@eaDir/a.jpg\noutputs jpeg\n");
   const RunResult run = RunWithSmallPhoto();
   EXPECT_EQ(run.standard_output, "");
@@ -246,7 +247,7 @@ TEST_F(PipelineTest, TemporariesOfAFailedConverterStay) {
   EXPECT_FALSE(box.Exists(ThumbOf("a.jpg", "XL")));
 }
 
-TEST_F(PipelineTest, PhotoThatGrewMeanwhileIsNotCommitted) {
+TEST_F(PipelineTest, PhotoThatGrewDuringTheRunIsNotCommitted) {
   box.Script("convert-thumb", "outputs jpeg\nappend /volume1/photo/a.jpg\n");
   const RunResult run = RunWithSmallPhoto();
   const auto size = box.Status("/volume1/photo/a.jpg").st_size;
@@ -319,7 +320,7 @@ TEST_F(PipelineTest, UnreadableThumbnailIsNotReportedToTheIndex) {
 }
 
 TEST_F(PipelineTest, UnreadableSourceIsNotReportedEither) {
-  const RunResult run = RunWith("a.png", "this is no picture");
+  const RunResult run = RunWith("a.png", "not an image");
   ASSERT_EQ(run.log.size(), 1U);
   EXPECT_THAT(
       run.log[0].text,

@@ -1,4 +1,4 @@
-// keldothumb and the real keldoindexplugind, which answers from the same index.
+// keldothumb with the real keldoindexplugind, which answers from the same index.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -13,7 +13,7 @@ using ::testing::HasSubstr;
 
 constexpr const char* kDatabase = "/var/lib/keldoindex/index.db";
 
-// Runs a shell command while the daemon serves, and ends the daemon after it.
+// Runs a shell command while the daemon is running, then stops the daemon.
 RunResult WithDaemon(Sandbox& box, const std::string& command) {
   return box.Run({"/bin/sh", "-c",
                   "PATH=/program:$PATH; keldoindexplugind & daemon=$!\n"
@@ -27,7 +27,7 @@ RunResult WithDaemon(Sandbox& box, const std::string& command) {
                       "exit $status"});
 }
 
-// Lines of the daemon alone, which are no lines of keldothumb's: it has nothing to complain of.
+// Checks that every log line is the daemon's, since keldothumb must not log any error.
 auto OnlyTheDaemons() {
   return ::testing::Each(::testing::Field(&LogLine::text, HasSubstr(" keldoindexplugind[")));
 }
@@ -52,7 +52,7 @@ bool AutoOrients(const RunResult& run) {
   return ::testing::Value(Calls(run, "convert-thumb").at(0), Contains("-auto-orient"));
 }
 
-TEST(PlugindTest, AnswersForANewPhotoAndNotesThatItIsFinished) {
+TEST(PlugindTest, AnswersForANewPhotoAndRecordsThatItIsFinished) {
   Sandbox box;
   const std::string photo = box.AddPhoto("a \"'%\n\xFF.jpg");
   const RunResult run = WithDaemon(box, kRun);
@@ -65,7 +65,7 @@ TEST(PlugindTest, AnswersForANewPhotoAndNotesThatItIsFinished) {
   EXPECT_THAT(shown.standard_output, HasSubstr("inished"));
 }
 
-TEST(PlugindTest, AKnownPhotoIsNotTurnedByItsTag) {
+TEST(PlugindTest, KnownPhotoIsNotRotatedByItsTag) {
   Sandbox box;
   const std::string photo = box.AddPhoto("a.jpg");
   ASSERT_EQ(WithDaemon(box, "true").exit_status, 0) << "makes the database";

@@ -25,7 +25,7 @@ std::vector<std::string> Dcraw(const std::string& options) {
   return Words("/usr/bin/dcraw " + options + " " + kPhoto);
 }
 
-// An x3f photo and a dcraw that has a preview of a chosen size and a full picture.
+// An x3f photo, and a dcraw that delivers a preview of a chosen size and a full image.
 class RawDcrawTest : public ::testing::Test {
  protected:
   RawDcrawTest() {
@@ -40,7 +40,7 @@ class RawDcrawTest : public ::testing::Test {
     box.Write("/conf/preview", JpegHeaderOf(width, height));
   }
 
-  // All thumbnails given up, and no intermediate left.
+  // All thumbnails failed, and no intermediate file is left.
   void ExpectFailed(const RunResult& run) {
     EXPECT_EQ(run.exit_status, 0);
     EXPECT_EQ(box.List(MetadataOf("a.x3f")), MarkerNames("XL B M L SM S"));
@@ -51,7 +51,7 @@ class RawDcrawTest : public ::testing::Test {
     EXPECT_THAT(QueuedDirectories(box), IsEmpty());
   }
 
-  // The one line of a failed run, without its number.
+  // Checks the single line of a failed run, without its number.
   static void ExpectOneLine(const RunResult& run, const std::string& text) {
     ASSERT_EQ(run.log.size(), 1U);
     EXPECT_EQ(run.log[0].priority, 3);
@@ -71,7 +71,7 @@ TEST_F(RawDcrawTest, LargePreviewIsUsed) {
   EXPECT_EQ(Counter(box, "completed_thumb"), 5);
 }
 
-TEST_F(RawDcrawTest, PreviewAsTallAsTheLargestThumbnailWillDo) {
+TEST_F(RawDcrawTest, PreviewAsTallAsTheLargestThumbnailIsUsed) {
   UsePreview(100, 1280);
   EXPECT_EQ(Calls(box.RunOn(), "convert-thumb").at(0).at(3), kPreview);
 }
@@ -87,12 +87,12 @@ TEST_F(RawDcrawTest, SmallPreviewLeadsToAFullDecode) {
 }
 
 TEST_F(RawDcrawTest, UnreadablePreviewLeadsToAFullDecode) {
-  box.Write("/conf/preview", "this is no picture");
+  box.Write("/conf/preview", "not an image");
   EXPECT_EQ(Calls(box.RunOn(), "convert-thumb").at(0).at(3), kFull);
   EXPECT_EQ(box.List(MetadataOf("a.x3f")), ThumbNames("XL B M L SM"));
 }
 
-TEST_F(RawDcrawTest, ExitStatusIsNotLookedAt) {
+TEST_F(RawDcrawTest, ExitStatusIsIgnored) {
   box.Script("dcraw", "when -e\nstdout-file /conf/preview\nexit 1\n");
   EXPECT_EQ(Calls(box.RunOn(), "convert-thumb").at(0).at(3), kPreview);
 }
@@ -136,7 +136,7 @@ TEST_F(RawDcrawTest, PhotoThatVanishedWhileItWasDecodedFails) {
   ExpectFailed(box.RunOn());
 }
 
-TEST_F(RawDcrawTest, PhotoRewrittenInPlaceIsDone) {
+TEST_F(RawDcrawTest, PhotoRewrittenInPlaceIsProcessed) {
   box.Script("dcraw", std::string("rewrite /volume1/photo/a.x3f\n") + kGoodScript);
   EXPECT_EQ(box.RunOn().exit_status, 0);
   EXPECT_TRUE(box.Exists(ThumbOf("a.x3f", "XL")));
@@ -166,7 +166,7 @@ TEST_F(RawDcrawTest, FailedRenderRemovesTheIntermediateToo) {
   EXPECT_THAT(run.requests, ElementsAre(VersionRequest(kPreview), PostRequest(kPhoto)));
 }
 
-TEST_F(RawDcrawTest, PhotoDatedAheadKeepsItsThumbnailsCurrent) {
+TEST_F(RawDcrawTest, PhotoDatedInTheFutureKeepsItsThumbnailsUpToDate) {
   const std::time_t next_year = std::time(nullptr) + 365L * 24 * 3600;
   box.SetTime(kPhoto, next_year);
   EXPECT_EQ(box.RunOn().exit_status, 0);
@@ -185,14 +185,14 @@ TEST_F(RawDcrawTest, LaterPhasesDecodeNothing) {
   EXPECT_TRUE(box.Exists(ThumbOf("a.x3f", "S")));
 }
 
-TEST_F(RawDcrawTest, SizeThatDcrawDoesNotTellIsNotReported) {
+TEST_F(RawDcrawTest, SizeThatDcrawDoesNotReportIsLogged) {
   box.Script("dcraw", "when -e\nstdout-file /conf/preview\nwhen -i\nstdout Image size: 4 x 3\n");
   const RunResult run = box.RunOn();
   ExpectOneLine(run, ".Error. GetImageResolution: /volume1/photo/a.x3f");
   EXPECT_EQ(box.List(MetadataOf("a.x3f")), ThumbNames("XL B M L SM"));
 }
 
-TEST_F(RawDcrawTest, HostileNamesAreDone) {
+TEST_F(RawDcrawTest, HostileNamesWork) {
   box.Remove(kPhoto);
   for (const char* name : {"a[1]%d*.x3f", "-e.x3f", "a\nb.x3f", "\xff.x3f"}) {
     box.AddPhoto(name, "x");

@@ -1,5 +1,5 @@
-// RAW photos that LibRaw decodes for real: which intermediate is taken, and damaged files. The
-// converter is a stand-in here.
+// RAW photos that the real LibRaw decodes: which intermediate file is used, and damaged files. The
+// converter is a stand-in.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ class RawLibrawTest : public ::testing::Test {
  protected:
   RawLibrawTest() { box.StartDaemon(AnswerVersion(0)); }
 
-  // The base name of the image that phase 0 was made from; empty when there was none.
+  // The base name of the file that phase 0 was made from; empty if there was none.
   std::string IntermediateOf(const std::string& content) {
     box.AddPhoto("a.dng", content);
     const RunResult run = box.RunOn();
@@ -56,7 +56,7 @@ TEST_F(RawLibrawTest, TallPreviewIsUsed) {
   EXPECT_EQ(IntermediateOf(Dng(600, 1281)), "KELDOPHOTO_THUMB_RAW.jpg");
 }
 
-TEST_F(RawLibrawTest, PreviewAsLargeAsTheLargestThumbnailIsNot) {
+TEST_F(RawLibrawTest, PreviewAsLargeAsTheLargestThumbnailIsNotUsed) {
   EXPECT_EQ(IntermediateOf(Dng(1280, 1280)), "KELDOPHOTO_RAW_TEMP.ppm");
 }
 
@@ -67,7 +67,7 @@ TEST_F(RawLibrawTest, RequestsNameTheIntermediateThenThePhoto) {
                           PostRequest(photo)));
 }
 
-TEST_F(RawLibrawTest, PhotoDatedAheadKeepsItsThumbnailsCurrent) {
+TEST_F(RawLibrawTest, PhotoDatedInTheFutureKeepsItsThumbnailsUpToDate) {
   const std::time_t next_year = std::time(nullptr) + 365L * 24 * 3600;
   box.SetTime(box.AddPhoto("a.dng", Dng()), next_year);
   EXPECT_EQ(box.RunOn().exit_status, 0);
@@ -78,8 +78,8 @@ TEST_F(RawLibrawTest, PhotoDatedAheadKeepsItsThumbnailsCurrent) {
   EXPECT_THAT(box.RunOn().invocations, IsEmpty());
 }
 
-TEST_F(RawLibrawTest, FileThatIsNoRawPhotoFails) {
-  const std::string photo = box.AddPhoto("a.nef", "this is no picture");
+TEST_F(RawLibrawTest, FileThatIsNotARawPhotoFails) {
+  const std::string photo = box.AddPhoto("a.nef", "not an image");
   const RunResult run = box.RunOn();
   ASSERT_EQ(run.log.size(), 1U);
   EXPECT_EQ(run.log[0].priority, 3);
@@ -92,7 +92,7 @@ TEST_F(RawLibrawTest, FileThatIsNoRawPhotoFails) {
   EXPECT_THAT(run.invocations, IsEmpty()) << "dcraw is not asked instead";
 }
 
-TEST_F(RawLibrawTest, HostileNamesAreDone) {
+TEST_F(RawLibrawTest, HostileNamesWork) {
   std::vector<std::string> names = {"a[1]%d*.dng", "-x.dng", "a\nb.dng", "\xff.dng"};
   for (const std::string& name : names)
     box.AddPhoto(name, Dng());
@@ -102,14 +102,14 @@ TEST_F(RawLibrawTest, HostileNamesAreDone) {
   }
 }
 
-// A damaged file is either decoded or given up; nothing in between, and nothing is left behind.
+// A damaged file is either decoded or marked as failed, and no intermediate file is left.
 void ExpectDoneOrFailed(const Sandbox& box, const std::string& name) {
   const auto names = box.List(MetadataOf(name));
   EXPECT_TRUE(names == ThumbNames("XL B M L SM") || names == MarkerNames("XL B M L SM S"))
       << name << ": " << ::testing::PrintToString(names);
 }
 
-TEST_F(RawLibrawTest, CutFilesStopNothing) {
+TEST_F(RawLibrawTest, TruncatedFilesDoNotStopTheRun) {
   for (const auto& [label, content] : {std::pair{"sensor", Dng()}, {"preview", Dng(1300, 900)}}) {
     for (std::size_t tenth = 0; tenth < 10; ++tenth) {
       box.AddPhoto(std::string("cut-") + label + std::to_string(tenth) + ".dng",
@@ -126,13 +126,13 @@ TEST_F(RawLibrawTest, CutFilesStopNothing) {
   EXPECT_EQ(box.List(MetadataOf("whole.dng")), ThumbNames("XL B M L SM"));
 }
 
-TEST_F(RawLibrawTest, FilesWithWrongBytesStopNothing) {
+TEST_F(RawLibrawTest, CorruptFilesDoNotStopTheRun) {
   std::mt19937 random(5);
   const std::string sensor = Dng();
   const std::string preview = Dng(1300, 900);
   for (int copy = 0; copy < 100; ++copy) {
     std::string content = copy % 2 == 0 ? sensor : preview;
-    // Most of the harm is done in the tags, which stand at the beginning.
+    // Most damage is done in the tags, which are at the beginning.
     for (int flip = 0; flip < 8; ++flip) {
       const std::size_t range = flip < 6 ? 900 : content.size();
       char& byte = content[random() % range];

@@ -1,4 +1,4 @@
-// Turned thumbnails and RAW photos with the real tools: what comes out is turned as it should be.
+// Rotated thumbnails and RAW photos, with the real tools: new thumbnails have the right rotation.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ CornerColours CornersOfThumb(const Sandbox& box, const std::string& path) {
   return picture ? Corners(*picture) : CornerColours{};
 }
 
-// Old thumbnails of a picture turned by some degrees.
+// Adds old thumbnails of an image that was rotated by some degrees.
 void AddOldThumbnails(const Sandbox& box, const std::string& photo, int degrees,
                       const Picture& picture) {
   for (const char* kind : {"XL", "B", "M", "L", "SM", "S"}) {
@@ -25,7 +25,7 @@ void AddOldThumbnails(const Sandbox& box, const std::string& photo, int degrees,
   }
 }
 
-TEST(RealOrientationTest, NewThumbnailsAreTurnedLikeTheOldOnes) {
+TEST(RealOrientationTest, NewThumbnailsAreRotatedLikeTheOldOnes) {
   for (const int degrees : {0, 90, 180, 270}) {
     RealSandbox box;
     box.StartDaemon(AnswerVersion(1));
@@ -39,7 +39,7 @@ TEST(RealOrientationTest, NewThumbnailsAreTurnedLikeTheOldOnes) {
           << degrees << kind;
       EXPECT_EQ(box.Status(ThumbOf("a.jpg", kind)).st_mode, S_IFREG | 0644U);
     }
-    // Kept oddity: every thumbnail of phase 0 is turned, also those made from the turned XL one.
+    // Kept oddity: every thumbnail of phase 0 is rotated, even those made from the rotated XL one.
     const CornerColours twice = Corners(Rotated(2 * degrees % 360, picture));
     for (const char* kind : {"B", "M"}) {
       EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.jpg", kind)), twice), 16)
@@ -49,7 +49,7 @@ TEST(RealOrientationTest, NewThumbnailsAreTurnedLikeTheOldOnes) {
   }
 }
 
-// A RAW photo whose colours after decoding are near enough to tell the quarters apart.
+// The colours of a decoded RAW photo are close enough to distinguish the quarters.
 constexpr int kRawTolerance = 60;
 
 TEST(RealRawTest, DecodedPhotosComeOutUpright) {
@@ -68,7 +68,7 @@ TEST(RealRawTest, DecodedPhotosComeOutUpright) {
   }
 }
 
-// The previews have other colours than the sensor saw, so that it shows where a thumbnail is from.
+// The previews differ in colour from the sensor data, which shows what a thumbnail was made from.
 TEST(RealRawTest, PreviewsComeOutUpright) {
   RealSandbox box;
   CornerColours colours = kCornerColours;
@@ -104,19 +104,19 @@ TEST(RealRawTest, SmallPreviewsAreNotUsed) {
   ExpectThumbnails(box, MetadataOf("a.dng"), {400, 300, kCornerColours, kRawTolerance});
 }
 
-TEST(RealRawTest, NewThumbnailsOfARawPhotoAreTurnedLikeTheOldOnes) {
+TEST(RealRawTest, NewThumbnailsOfARawPhotoAreRotatedLikeTheOldOnes) {
   RealSandbox box;
   box.StartDaemon(AnswerVersion(1));
   box.AddPhoto("a.dng", EncodeDng(FourCorners(400, 300)));
   AddOldThumbnails(box, "a.dng", 180, FourCorners(400, 300));
   EXPECT_THAT(box.RunTwice(), IsEmpty());
-  const CornerColours turned = Corners(Rotated(180, FourCorners(4, 4)));
+  const CornerColours rotated = Corners(Rotated(180, FourCorners(4, 4)));
   for (const char* kind : {"XL", "L", "SM", "S"}) {
-    EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.dng", kind)), turned), kRawTolerance);
+    EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.dng", kind)), rotated), kRawTolerance);
   }
 }
 
-// An x3f photo by way of a stand-in dcraw that has a picture of the real format.
+// An x3f photo, with a stand-in dcraw that delivers an image in dcraw's format.
 TEST(RealRawTest, DcrawPhotosAreRendered) {
   RealSandbox box;
   box.UseRealToolsButDcraw();

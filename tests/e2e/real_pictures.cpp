@@ -15,8 +15,8 @@ namespace {
 struct Kind {
   const char* name;
   int box;
-  bool fills;       ///< The shorter side reaches the box, rather than the longer one.
-  bool from_photo;  ///< Made from the photo; the others are made from XL.
+  bool fills;       ///< The shorter side has the box's length; otherwise the longer one.
+  bool from_photo;  ///< Made from the photo; otherwise from XL.
 };
 
 constexpr Kind kKinds[] = {{"XL", 1280, true, true}, {"L", 800, true, false},
@@ -40,7 +40,7 @@ void ExpectThumbnail(const Sandbox& box, const std::string& path, Size size, con
   EXPECT_EQ(box.Status(path).st_mode, S_IFREG | 0644U) << path;
   const auto picture = DecodeJpeg(box.Read(path));
   ASSERT_TRUE(picture) << path;
-  // djpeg rounds its scaled size, so that the last pixel may differ.
+  // djpeg rounds its scaled size, so a side may differ by a pixel.
   EXPECT_LE(std::abs(picture->width - size.width), 1) << path;
   EXPECT_LE(std::abs(picture->height - size.height), 1) << path;
   EXPECT_LE(CornerDistance(Corners(*picture), look.colours), look.tolerance) << path;

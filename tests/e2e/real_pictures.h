@@ -1,4 +1,4 @@
-// Checking what the real tools made of a photo.
+// Checks the thumbnails that the real tools made of a photo.
 #pragma once
 
 #include <string>
@@ -10,18 +10,18 @@ namespace keldo::testing {
 
 /// How a photo should look in its thumbnails.
 struct Look {
-  int width = 0;  ///< Of the photo as shown, after any turn.
+  int width = 0;  ///< Of the photo as it is shown, after any rotation.
   int height = 0;
   CornerColours colours = kCornerColours;
   int tolerance = 16;  ///< The greatest difference of a channel.
 };
 
-/// Checks all six thumbnails in a metadata directory, made with the shipped profile file: that each
-/// is a whole JPEG file with the size that its kind has of such a photo, the right colour in every
-/// quarter and mode 0644, and that there is nothing else in the directory.
+/// Checks all six thumbnails in a metadata directory, which the default profile file made: each
+/// must be a complete JPEG file with the right size for its kind, the right colour in every
+/// quarter, and mode 0644. The directory must contain nothing else.
 void ExpectThumbnails(const Sandbox& box, const std::string& metadata, const Look& look);
 
-/// A sandbox with the real tools and the shipped profile file.
+/// A sandbox with the real tools and the default profile file.
 class RealSandbox : public Sandbox {
  public:
   RealSandbox();

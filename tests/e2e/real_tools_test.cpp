@@ -1,4 +1,4 @@
-// Whole runs with the machine's own ImageMagick and djpeg over generated photos.
+// Complete runs on generated photos with the machine's own ImageMagick and djpeg.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ CornerColours StoredColours(int orientation) {
   return Corners(StoredWith(orientation, FourCorners(4, 4)));
 }
 
-// A JPEG file that is shown upright with this size when its tag is honoured.
+// A JPEG file that is upright and has this size once its orientation tag is applied.
 std::string Tagged(int orientation, int width, int height) {
   const bool swapped = orientation >= 5;
   const Picture stored =
@@ -37,7 +37,7 @@ TEST(RealToolsTest, SmallJpegsComeOutUpright) {
   }
 }
 
-TEST(RealToolsTest, LargeJpegsComeOutUprightByWayOfDjpeg) {
+TEST(RealToolsTest, LargeJpegsComeOutUprightThroughDjpeg) {
   RealSandbox box;
   for (int orientation = 1; orientation <= 8; ++orientation) {
     box.AddPhoto("o" + std::to_string(orientation) + ".jpg", Tagged(orientation, 2800, 2560));
@@ -57,12 +57,12 @@ TEST(RealToolsTest, SmallPhotosAreNeverEnlarged) {
   ExpectThumbnails(box, MetadataOf("tiny.jpg"), {32, 16});
 }
 
-// Makes one photo of each other format out of a four-cornered picture.
+// Makes a photo of every other format from an image of four quarters.
 class FormatTest : public ::testing::Test {
  protected:
   FormatTest() { box.Write("/conf/upright.ppm", EncodePpm(FourCorners(600, 400))); }
 
-  // Converts with ImageMagick; the arguments are separated by blanks.
+  // Converts with ImageMagick. The arguments are separated by spaces.
   void Make(const std::string& arguments, const std::string& name) {
     std::vector<std::string> command = Words("/usr/bin/convert /conf/upright.ppm " + arguments);
     command.push_back(std::string(kPhotoDir) + "/" + name);
@@ -84,7 +84,7 @@ TEST_F(FormatTest, Png) {
   ExpectUpright("a.png");
 }
 
-TEST_F(FormatTest, TransparentPngIsLaidOverWhite) {
+TEST_F(FormatTest, TransparentPngIsFlattenedOntoWhite) {
   constexpr Rgb kOpaque = {255, 255, 255};
   box.Write("/conf/mask.ppm",
             EncodePpm(FourCorners(600, 400, {{kOpaque, kOpaque, kOpaque, {0, 0, 0}}})));
@@ -138,14 +138,14 @@ TEST_F(FormatTest, CmykJpeg) {
   ExpectUpright("a.jpg", kCornerColours, 30);
 }
 
-TEST_F(FormatTest, FileUnderTheNameOfAnotherFormat) {
+TEST_F(FormatTest, FileWithTheExtensionOfAnotherFormat) {
   Make("", "a.png");
   box.AddPhoto("b.jpg", box.Read("/volume1/photo/a.png"));
   ExpectUpright("a.png");
   ExpectThumbnails(box, MetadataOf("b.jpg"), {600, 400});
 }
 
-// The head of a colour profile of a screen, and some content.
+// The header of a display's colour profile, and some content.
 std::string ColourProfile() {
   std::string icc(400, 'p');
   icc.replace(0, 4, std::string("\0\0\x01\x90", 4));  // Its length.
@@ -166,9 +166,8 @@ TEST_F(FormatTest, ColourProfileIsKeptInEveryThumbnail) {
   }
 }
 
-// Our converter attaches any profile. ImageMagick cannot read one as bare as this and will not
-// attach it to djpeg's bitmap; the photo itself is converted then, and the profile is kept all the
-// same.
+// Our converter attaches any profile. ImageMagick cannot read one as minimal as this and refuses to
+// attach it to djpeg's bitmap. The photo itself is then converted, and the profile is kept anyway.
 TEST_F(FormatTest, ColourProfileThatCannotBeAttachedIsKept) {
   const std::string icc = ColourProfile();
   box.AddPhoto("a.jpg", EncodeJpeg(FourCorners(2600, 2600),
@@ -184,7 +183,7 @@ TEST_F(FormatTest, ColourProfileThatCannotBeAttachedIsKept) {
   }
 }
 
-TEST_F(FormatTest, PhotoWithABrokenColourProfileIsDone) {
+TEST_F(FormatTest, PhotoWithABrokenColourProfileIsProcessed) {
   box.AddPhoto(
       "a.jpg",
       EncodeJpeg(FourCorners(600, 400),
@@ -192,15 +191,16 @@ TEST_F(FormatTest, PhotoWithABrokenColourProfileIsDone) {
   ExpectUpright("a.jpg");
 }
 
-// Either all is made of what can be read, or the photo is marked as failed; others are not touched.
-TEST(RealToolsTest, DamagedPhotosStopNothing) {
+// A damaged photo either gets all its thumbnails, from what can be read, or is marked as failed.
+// Other photos are not affected.
+TEST(RealToolsTest, DamagedPhotosDoNotStopTheRun) {
   RealSandbox box;
   const std::string whole = EncodeJpeg(FourCorners(600, 400));
   box.AddPhoto("a-cut.jpg", whole.substr(0, whole.size() / 2));
   box.AddPhoto("b-header.jpg", whole.substr(0, 100));
   box.AddPhoto("c-empty.jpg", "");
   box.AddPhoto("d-empty.png", "");
-  box.AddPhoto("e-text.png", "this is no picture");
+  box.AddPhoto("e-text.png", "not an image");
   box.AddPhoto("f-large-cut.jpg", JpegHeaderOf(5000, 4000));
   box.AddPhoto("g-whole.jpg", whole);
   box.RunTwice();
@@ -221,7 +221,7 @@ TEST(RealToolsTest, DamagedPhotosStopNothing) {
   }
 }
 
-TEST(RealToolsTest, FinishedFolderStartsNoChildAtAll) {
+TEST(RealToolsTest, FinishedFolderStartsNoChild) {
   RealSandbox box;
   const std::time_t next_year = std::time(nullptr) + 365L * 24 * 3600;
   box.SetTime(box.AddPhoto("ahead.jpg", EncodeJpeg(FourCorners(600, 400))), next_year);

@@ -1,5 +1,5 @@
-// One run in the sandbox: starting bubblewrap, talking to the sandbox's first process, and picking
-// up what the run left.
+// A run in the sandbox: starts bubblewrap, talks to the sandbox's first process, and collects what
+// the run left behind.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
@@ -103,7 +103,7 @@ RunResult Running::Finish() {
   result.log = box_.log_.Take();
   result.invocations = ReadInvocations(box_.Outside(kRecord));
   if (box_.daemon_ != nullptr) result.requests = box_.daemon_->Take();
-  // What a sanitizer found in the program or in a child of it.
+  // A sanitizer's findings in the program or its children.
   EXPECT_EQ(result.standard_error.find("Sanitizer"), std::string::npos) << result.standard_error;
   EXPECT_EQ(result.standard_error.find("runtime error"), std::string::npos)
       << result.standard_error;

@@ -17,7 +17,7 @@ constexpr const char* kStandIn = "/standins/standin";
 constexpr const char* kOurConverter = "/program/convert-thumb";
 constexpr const char* kMemoryFile = "/harness/meminfo";
 
-// Directories that a run finds empty and may write; /usr/keldo comes after /usr's own entries.
+// Directories that are empty and writable at the start; /usr/keldo comes after /usr's own entries.
 constexpr const char* kWritable[] = {"/volume1",  "/conf",         "/run",       "/var/spool",
                                      "/var/lib",  "/var/packages", "/usr/keldo", "/tmp",
                                      "/standins", "/harness"};
@@ -26,7 +26,7 @@ void Append(std::vector<std::string>& command, std::initializer_list<std::string
   command.insert(command.end(), words);
 }
 
-// Shows a part of the host as it is: a link as the same link, all else read-only.
+// Shows a part of the host: a link as the same link, everything else read-only.
 void AppendHostPath(std::vector<std::string>& command, const fs::path& path) {
   if (fs::is_symlink(path)) {
     Append(command, {"--symlink", fs::read_symlink(path), path});
@@ -35,8 +35,8 @@ void AppendHostPath(std::vector<std::string>& command, const fs::path& path) {
   }
 }
 
-// The host's programs and libraries. /usr is put together from its entries, since /usr/keldo must
-// be ours whether the host has one or not.
+// The host's programs and libraries. /usr is assembled from its entries, since /usr/keldo must be
+// ours whether the host has one or not.
 void AppendHostTree(std::vector<std::string>& command) {
   for (const auto& entry : fs::directory_iterator("/usr")) {
     if (entry.path().filename() != "keldo") AppendHostPath(command, entry.path());
@@ -46,7 +46,7 @@ void AppendHostTree(std::vector<std::string>& command) {
   }
 }
 
-// A stand-in is mounted over the file that a tool's name leads to in the end.
+// A stand-in is mounted over the file to which a tool's name finally resolves.
 void AppendStandIn(std::vector<std::string>& command, const char* tool) {
   Append(command, {"--ro-bind", KELDO_STANDIN, fs::canonical(tool)});
 }

@@ -1,5 +1,5 @@
-// A machine of the program's own: the real binary in bubblewrap, with private mounts, processes and
-// network, and everything that it touches in a scratch directory that the test can look into.
+// A sandbox for the program: the real binary in bubblewrap, with private mounts, processes and
+// network. Everything that it writes is in a scratch directory that the test can read.
 #pragma once
 
 #include <sys/stat.h>
@@ -20,19 +20,20 @@
 
 namespace keldo::testing {
 
-/// Where the photos of most tests lie, and the modification time that they get.
+/// The directory of the photos in most tests, and their modification time.
 inline constexpr const char* kPhotoDir = "/volume1/photo";
 inline constexpr std::time_t kPhotoTime = 1'600'000'000;
 
-/// What memory file systems give space in.
+/// The unit in which memory file systems allocate space.
 inline constexpr std::size_t kPage = 4096;
 
-/// The tests with real tools run once with each converter: true in the run with ImageMagick's.
+/// True if the tests with real tools use ImageMagick's converter. They run once with each
+/// converter.
 [[nodiscard]] bool UsesImageMagick();
 
-/// What one run of a program did.
+/// The result of a run of a program.
 struct RunResult {
-  int exit_status = -1;  ///< -1 when a signal ended it.
+  int exit_status = -1;  ///< -1 if a signal ended it.
   int signal = 0;        ///< That signal.
   std::string standard_output;
   std::string standard_error;
@@ -44,7 +45,7 @@ struct RunResult {
 
 class Sandbox;
 
-/// A run under way. Ends with this object at the latest.
+/// A current run. It ends with this object at the latest.
 class Running {
  public:
   Running(Sandbox& box, const std::vector<std::string>& arguments);
@@ -52,9 +53,9 @@ class Running {
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
 
-  /// Sends a signal to the program itself; no failure when it has ended.
+  /// Sends a signal to the program itself. Does nothing if it has ended.
   void Signal(int signal);
-  /// Waits for the program's end and for the processes that it left.
+  /// Waits for the end of the program and of the processes that it left.
   [[nodiscard]] RunResult Finish();
 
  private:
@@ -63,14 +64,14 @@ class Running {
   pid_t bwrap_ = -1;
 };
 
-/// Paths are those inside unless said otherwise. /volume1, /conf, /run, /var/spool, /var/lib,
-/// /var/packages, /usr/keldo and /tmp are empty, writable, and stay from one run to the next; the
-/// rest is the host's, read-only. The external tools are stand-ins until told otherwise.
+/// All paths are those inside the sandbox unless noted otherwise. /volume1, /conf, /run,
+/// /var/spool, /var/lib, /var/packages, /usr/keldo and /tmp start empty, are writable, and persist
+/// between runs. The rest is the host's, read-only. The external tools are stand-ins by default.
 class Sandbox {
  public:
   Sandbox();
 
-  /// Runs a program to its end: "keldothumb", "keldothumbctl", "keldoindexplugind" (these lie in
+  /// Runs a program to its end: "keldothumb", "keldothumbctl", "keldoindexplugind" (which are in
   /// /program) or an absolute path.
   [[nodiscard]] RunResult Run(const std::vector<std::string>& arguments);
   /// Runs keldothumb with the profile file on these targets.
@@ -87,40 +88,40 @@ class Sandbox {
   void Remove(const std::string& inside) const;
   [[nodiscard]] struct stat Status(const std::string& inside) const;
   void SetTime(const std::string& inside, std::time_t modified) const;
-  /// The names in a directory, sorted; none when it does not exist.
+  /// The names in a directory, sorted; empty if it does not exist.
   [[nodiscard]] std::vector<std::string> List(const std::string& inside) const;
 
-  /// Writes a photo into the photo directory, dated kPhotoTime; its path.
+  /// Writes a photo to the photo directory, dated kPhotoTime; returns its path.
   std::string AddPhoto(const std::string& name, const std::string& content) const;
-  /// The same with a small valid JPEG file.
+  /// The same, with a small valid JPEG file.
   std::string AddPhoto(const std::string& name) const;
 
   // The machine.
   void UseProfile(const std::string& content) const { Write("/conf/profile", content); }
-  /// Lets a stand-in ("convert-thumb", "convert", "djpeg", "dcraw", "compare") do this script.
+  /// Gives a stand-in ("convert-thumb", "convert", "djpeg", "dcraw", "compare") this script.
   void Script(const std::string& name, const std::string& script) const;
-  /// The machine's own djpeg, dcraw and compare from now on, and our converter, or ImageMagick's
-  /// where KELDO_E2E_CONVERTER says "imagemagick".
+  /// From now on, uses the machine's own djpeg, dcraw and compare, and our converter, or
+  /// ImageMagick's if KELDO_E2E_CONVERTER is "imagemagick".
   void UseRealTools();
-  /// As UseRealTools, but dcraw is a stand-in.
+  /// Like UseRealTools, but dcraw is a stand-in.
   void UseRealToolsButDcraw();
-  /// As at first.
+  /// Uses the stand-ins again.
   void UseStandIns();
   void InstallCodecPackage() const;
   void SetEnvironment(const std::string& name, const std::string& value);
   void SetTotalMemory(long kib);
-  /// Starts the daemon, or replaces it.
+  /// Starts or replaces the daemon.
   void StartDaemon(ScriptedDaemon::Answer answer);
-  /// Ends it; its socket file stays.
+  /// Stops the daemon. Its socket file stays.
   void StopDaemon() { daemon_.reset(); }
 
   /// Makes a directory or file read-only for the program.
   void MountReadOnly(const std::string& inside);
-  /// Mounts an empty memory file system of this size. What is in it after a run is then found below
+  /// Mounts an empty memory file system of this size. After a run, its contents are in
   /// KeptDirectory(inside).
   void MountMemory(const std::string& inside, std::size_t bytes);
   [[nodiscard]] static std::string KeptDirectory(const std::string& inside);
-  /// Mounts what lies at one path inside over another.
+  /// Mounts one path inside the sandbox over another.
   void MountOver(const std::string& from, const std::string& to);
 
  private:

@@ -1,4 +1,4 @@
-// The sandbox's files, seen from outside.
+// Access to the sandbox's files from outside.
 #include <fcntl.h>
 
 #include <algorithm>

@@ -1,12 +1,12 @@
-// The first process of a sandbox: starts the program under test, passes signals on to it, reaps
-// orphans, and tells what was still running after the program's end.
+// The first process of a sandbox: starts the program under test, forwards signals to it, reaps
+// orphans, and reports what was still running after the program's end.
 //
 //   sandbox_init FD [--keep FROM TO]... -- PROGRAM ARGV0 ARG...
 //
-// FD is a packet socket to the test. A packet to us is a signal number for the program. Our packet
-// tells, after the program's end, its wait status, then the command names of the processes that
-// outlived it by more than a second, a line each. "--keep" copies a directory before the sandbox
-// and its memory file systems go.
+// FD is a packet socket to the test. Each packet that we receive is a signal number for the
+// program. After the program's end we send a packet with its wait status and then, one per line,
+// the command names of the processes that outlived it by more than a second. "--keep" copies a
+// directory before the sandbox and its memory file systems disappear.
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
@@ -68,7 +68,8 @@ pid_t StartProgram(const Options& options) {
   std::_Exit(127);
 }
 
-// Reaps what has ended; the wait status of `program` once it is among that, else -1.
+// Reaps the processes that have ended. Returns the wait status of `program` if it is among them,
+// else -1.
 int ReapChildren(pid_t program) {
   int program_status = -1;
   int status = 0;
@@ -79,8 +80,8 @@ int ReapChildren(pid_t program) {
   return program_status;
 }
 
-// Waits for the program's end, passing signals on. When the test itself is gone, so are we, and the
-// kernel ends the rest of the sandbox.
+// Waits for the program's end and forwards signals. If the test itself ends, so do we, and the
+// kernel kills the rest of the sandbox.
 int WaitForProgram(const Options& options, pid_t program, int child_signals) {
   for (;;) {
     pollfd events[] = {{options.control, POLLIN, 0}, {child_signals, POLLIN, 0}};
@@ -111,7 +112,7 @@ std::vector<std::string> OtherProcesses() {
   return names;
 }
 
-// What is killed dies a moment later, so that a second is given.
+// Killed processes end a moment later, so they get a second.
 std::vector<std::string> Survivors() {
   const auto deadline = steady_clock::now() + std::chrono::seconds(1);
   for (;;) {

@@ -30,7 +30,7 @@ std::vector<std::string> ScriptedDaemon::Take() {
   return std::exchange(requests_, {});
 }
 
-// False when the daemon is to end.
+// False if the daemon must end.
 bool ScriptedDaemon::WaitReadable(int fd) const {
   std::array<pollfd, 2> events = {{{fd, POLLIN, 0}, {stop_.get(), POLLIN, 0}}};
   while (::poll(events.data(), events.size(), -1) < 0) {

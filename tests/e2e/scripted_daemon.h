@@ -1,4 +1,4 @@
-// Plays the plug-in daemon: answers as a test tells it to and remembers what it was asked.
+// Stands in for the plug-in daemon: sends the replies that a test chooses and records the requests.
 #pragma once
 
 #include <functional>
@@ -11,10 +11,10 @@
 
 namespace keldo::testing {
 
-/// Listens on a stream socket; every line is a request, and the answer is sent as a line.
+/// Listens on a stream socket. Every line is a request, and every reply is a line.
 class ScriptedDaemon {
  public:
-  /// Gets the request's text, returns the answer's. An empty answer closes the connection instead.
+  /// Returns the reply to a request. An empty reply closes the connection instead.
   using Answer = std::function<std::string(const std::string& request)>;
 
   ScriptedDaemon(const std::string& path, Answer answer);
@@ -22,7 +22,7 @@ class ScriptedDaemon {
   ScriptedDaemon(const ScriptedDaemon&) = delete;
   ScriptedDaemon& operator=(const ScriptedDaemon&) = delete;
 
-  /// The requests since the last call, as sent, without the newline.
+  /// The requests since the last call, as received, without the newline.
   [[nodiscard]] std::vector<std::string> Take();
 
  private:
@@ -38,10 +38,10 @@ class ScriptedDaemon {
   std::thread thread_;
 };
 
-/// Says yes to everything and gives this index version.
+/// Replies to everything with success and this index version.
 [[nodiscard]] ScriptedDaemon::Answer AnswerVersion(int version);
 
-/// The request texts as the program sends them.
+/// The requests as the program sends them.
 [[nodiscard]] std::string VersionRequest(const std::string& path);
 [[nodiscard]] std::string PostRequest(const std::string& path);
 

@@ -1,4 +1,4 @@
-// SIGTERM: at the places where a run spends its time, and at random moments.
+// SIGTERM where a run spends its time, and at random moments.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ using ::testing::IsEmpty;
 
 constexpr const char* kPidFile = "/var/run/keldothumb.pid";
 
-// Sends SIGTERM now; the run must be over, with everything that it started, within a second.
+// Sends SIGTERM now. The run and everything that it started must end within a second.
 RunResult Terminate(Running& running) {
   const auto start = steady_clock::now();
   running.Signal(SIGTERM);
@@ -41,7 +41,7 @@ TEST(TerminationTest, StopsTheConverter) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "hang\n");
-  // The program is the sandbox's second process.
+  // The program is the second process in the sandbox.
   box.Write("/var/run/keldothumb.2.pid", "2\n");
   box.Write("/var/run/keldothumb.1.pid", "1\n");
   const auto running = box.Start();
@@ -61,7 +61,7 @@ TEST(TerminationTest, StopsTheConvertersOwnChildren) {
   ExpectTerminated(box, Terminate(*running));
 }
 
-TEST(TerminationTest, StopsTheCodecPackagesConverter) {
+TEST(TerminationTest, StopsTheConverterOfTheCodecPackage) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.InstallCodecPackage();
@@ -105,7 +105,7 @@ TEST(TerminationTest, DoesNotWaitForTheDaemon) {
   answer.set_value();
 }
 
-TEST(TerminationTest, LeftPidFileIsReplacedByTheNextRun) {
+TEST(TerminationTest, RemainingPidFileIsReplacedByTheNextRun) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "hang\n");
@@ -122,7 +122,7 @@ TEST(TerminationTest, OtherProcessesAreLeftAlone) {
   Sandbox box;
   box.AddPhoto("a.png");
   box.Script("convert-thumb", "hang\n");
-  // A shell that starts the program, ends it, and is still there to tell.
+  // A shell that starts the program, terminates it, and survives to report it.
   const RunResult run = RunFromShell(box, "kill -TERM $!");
   EXPECT_EQ(run.standard_output, "1\n");
 }
@@ -133,7 +133,7 @@ struct Tally {
   int too_early = 0;
 };
 
-// Terminates `runs` runs over two photos, each after a random part of the time that one takes.
+// Terminates `runs` runs on two photos, each after a random part of the time that a run takes.
 Tally TerminateAtRandom(int runs, unsigned seed) {
   Sandbox box;
   box.AddPhoto("a.jpg", JpegHeaderOf(5000, 4000));
@@ -154,8 +154,8 @@ Tally TerminateAtRandom(int runs, unsigned seed) {
     const auto running = box.Start();
     std::this_thread::sleep_for(microseconds(delay(random)));
     const RunResult run = Terminate(*running);
-    // Before the program has had the time to say that it holds the signal back, SIGTERM ends it as
-    // it ends any program; nothing is begun then.
+    // Until the program blocks SIGTERM, the signal ends it like any other program. It has not
+    // started any work at that point.
     const bool too_early = run.signal == SIGTERM && !box.Exists(kPidFile);
     if (!too_early) {
       EXPECT_EQ(run.signal, 0);

@@ -1,4 +1,4 @@
-// Sockets that have a path.
+// Sockets with a path.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace keldo::testing {
 
-/// A socket of this type (SOCK_STREAM, SOCK_DGRAM) bound to `path`, which anyone may use. Throws
-/// std::runtime_error when that fails.
+/// A socket of this type (SOCK_STREAM, SOCK_DGRAM) bound to `path`, which everybody may use. Throws
+/// std::runtime_error on failure.
 [[nodiscard]] UniqueFd BindUnixSocket(const std::string& path, int type);
 
 }  // namespace keldo::testing

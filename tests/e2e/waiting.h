@@ -1,4 +1,4 @@
-// Waiting for what a run under way is about to do.
+// Waits for an event in the current run.
 #pragma once
 
 #include <functional>
@@ -7,10 +7,10 @@
 
 namespace keldo::testing {
 
-/// Looks every millisecond until `condition` holds. Throws std::runtime_error after ten seconds.
+/// Checks every millisecond until `condition` holds. Throws std::runtime_error after ten seconds.
 void WaitUntil(const std::function<bool()>& condition);
 
-/// Waits until the stand-ins were started this many times in the run under way.
+/// Waits until the stand-ins were started this many times in the current run.
 void WaitForInvocations(const Sandbox& box, std::size_t count);
 
 }  // namespace keldo::testing

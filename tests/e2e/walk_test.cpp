@@ -15,7 +15,7 @@ using ::testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
-// Every directory of the tree gets one photo that a converter run tells of.
+// Adds a photo to every directory of the tree, so that a run of the converter shows each visit.
 void AddAlbum(const Sandbox& box, const std::string& directory) {
   box.Write(directory + "/p.png", "x");
 }
@@ -54,7 +54,7 @@ TEST(WalkTest, ParentsComeBeforeChildren) {
               ElementsAre("/volume1/photo", "/volume1/photo/a", "/volume1/photo/a/b"));
 }
 
-TEST(WalkTest, RootPassesTheFilterToo) {
+TEST(WalkTest, FilterAppliesToTheRootToo) {
   for (const char* name : {"#recycle", "@eaDir", "Tool.app", "._x"}) {
     Sandbox box;
     const std::string root = std::string("/volume1/") + name;
@@ -77,7 +77,7 @@ TEST(WalkTest, OtherFileSystemsInsideAreNotEntered) {
   EXPECT_THAT(box.List(Sandbox::KeptDirectory("/volume1/photo/disk")), ElementsAre("p.png"));
 }
 
-TEST(WalkTest, LinksToDirectoriesAreFollowedWithoutEnd) {
+TEST(WalkTest, LinksToDirectoriesAreFollowedWithoutLooping) {
   Sandbox box;
   AddAlbum(box, "/volume1/photo/a");
   AddAlbum(box, "/volume1/elsewhere");
@@ -90,7 +90,7 @@ TEST(WalkTest, LinksToDirectoriesAreFollowedWithoutEnd) {
   EXPECT_EQ(QueuedDirectories(box).size(), 2U);
 }
 
-TEST(WalkTest, LinkToItselfIsTold) {
+TEST(WalkTest, LinkToItselfIsLogged) {
   Sandbox box;
   box.MakeDirectory(kPhotoDir);
   fs::create_symlink("itself", box.Outside("/volume1/photo/itself"));

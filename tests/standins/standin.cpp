@@ -1,13 +1,12 @@
-// Stands in for the image converter, djpeg, dcraw and compare: records how it was started, then
-// does what a small script says. It is installed under the name of the program that it plays, and
+// Stands in for the image converter, djpeg, dcraw and compare. It records how it was started, then
+// carries out a small script. It is installed under the name of the program that it replaces, and
 // reads the script of that name.
 //
-// A script has one step a line, done in order:
-//   when ARG            the steps up to the next "when" or "always" are done only if ARG is an
-//   argument always              ends such a condition outputs KIND [WxH]  writes every file that
-//   the command line names as an output; KIND is one of
-//                       jpeg (of that size), halves (a jpeg, with a pause in the middle), rubbish,
-//                       byte, empty
+// A script has one step per line, carried out in order:
+//   when ARG            the steps up to the next "when" or "always" need the argument ARG
+//   always              ends such a condition
+//   outputs KIND [WxH]  writes every file that the command line names as an output. KIND: jpeg (of
+//                       that size), halves (a jpeg, with a pause half-way), rubbish, byte, empty
 //   icc TEXT            writes TEXT to the file after "-icc"
 //   stdout TEXT         prints TEXT and a newline; stderr likewise
 //   stdout-file PATH    prints the file
@@ -15,7 +14,7 @@
 //   append PATH         appends 1 MiB to the file; grow PATH appends one byte
 //   rewrite PATH        inverts the file's bytes in place
 //   remove PATH         removes the file
-//   sleep MS            waits; hang waits for ever
+//   sleep MS            waits; hang waits forever
 //   grandchild          starts a child that hangs in the same process group
 //   exit STATUS         ends at once
 #include <sys/prctl.h>
@@ -64,7 +63,7 @@ class Player {
   Player(std::string name, std::vector<std::string> arguments)
       : name_(std::move(name)), arguments_(std::move(arguments)) {}
 
-  /// Does the script's steps; returns the exit status.
+  /// Carries out the script; returns the exit status.
   int Play(std::istream& script) {
     bool active = true;
     for (std::string line; std::getline(script, line);) {
@@ -165,7 +164,7 @@ class Player {
 
   static void WriteOutput(const std::string& path, const std::string& kind, int width, int height) {
     std::string content = EncodeJpeg(FourCorners(width, height));
-    if (kind == "rubbish") content = "this is no picture";
+    if (kind == "rubbish") content = "not an image";
     if (kind == "byte") content = "x";
     if (kind == "empty") content.clear();
     if (kind == "halves") {
@@ -182,7 +181,7 @@ class Player {
     const pid_t child = ::fork();
     if (child < 0) throw std::runtime_error("cannot fork");
     if (child != 0) return;
-    ::prctl(PR_SET_NAME, "grandchild");  // So that it is not found by the name of its parent.
+    ::prctl(PR_SET_NAME, "grandchild");  // So that nobody finds it by the name of its parent.
     for (;;)
       ::pause();
   }

@@ -18,13 +18,13 @@ Picture Changed(Picture picture, int by) {
   return picture;
 }
 
-TEST(ImageLikenessTest, EqualPicturesAreAsAlikeAsCanBe) {
+TEST(ImageLikenessTest, EqualImagesHaveTheHighestLikeness) {
   const Picture picture = NaturalPicture(50, 40);
   EXPECT_TRUE(std::isinf(Psnr(picture, picture)));
   EXPECT_DOUBLE_EQ(Ssim(picture, picture), 1);
 }
 
-TEST(ImageLikenessTest, PsnrCountsTheMeanSquare) {
+TEST(ImageLikenessTest, PsnrIsComputedFromTheMeanSquare) {
   const Picture gray = Plain(20, 10, {100, 100, 100});
   // 20 log10(255 / difference).
   EXPECT_NEAR(Psnr(gray, Changed(gray, 1)), 48.1308, 1e-4);
@@ -36,7 +36,7 @@ TEST(ImageLikenessTest, PsnrCountsTheMeanSquare) {
   EXPECT_NEAR(Psnr(Plain(9, 9, {0, 0, 0}), Plain(9, 9, {255, 255, 255})), 0, 1e-9);
 }
 
-TEST(ImageLikenessTest, SsimOfPlainPicturesDependsOnTheirBrightness) {
+TEST(ImageLikenessTest, SsimOfPlainImagesDependsOnTheirBrightness) {
   // (2 * 100 * 110 + 6.5025) / (100^2 + 110^2 + 6.5025), the other factor being 1.
   EXPECT_NEAR(Ssim(Plain(30, 30, {100, 100, 100}), Plain(30, 30, {110, 110, 110})),
               22006.5025 / 22106.5025, 1e-9);
@@ -67,19 +67,19 @@ TEST(ImageLikenessTest, SsimSeesBlurThatPsnrForgives) {
   EXPECT_LT(Ssim(sharp, blurred), 0.98);
 }
 
-TEST(ImageLikenessTest, SmallPicturesAreOneWindow) {
+TEST(ImageLikenessTest, SmallImagesAreOneWindow) {
   EXPECT_DOUBLE_EQ(Ssim(Plain(1, 1, {9, 9, 9}), Plain(1, 1, {9, 9, 9})), 1);
   EXPECT_LT(Ssim(Plain(3, 1, {9, 9, 9}), Plain(3, 1, {99, 99, 99})), 0.5);
 }
 
-TEST(ImageLikenessTest, EveryPartOfThePictureCounts) {
+TEST(ImageLikenessTest, EveryPartOfTheImageCounts) {
   const Picture plain = Plain(21, 13, {80, 80, 80});
   Picture last = plain;
   last.pixels.back() = {255, 255, 255};
   EXPECT_LT(Ssim(plain, last), 1);
 }
 
-TEST(ImageLikenessTest, PicturesOfDifferentSizesCannotBeCompared) {
+TEST(ImageLikenessTest, ImagesOfDifferentSizesCannotBeCompared) {
   const Picture picture = Plain(4, 6, {1, 2, 3});
   EXPECT_THROW(static_cast<void>(Psnr(picture, Plain(6, 4, {1, 2, 3}))), std::invalid_argument);
   EXPECT_THROW(static_cast<void>(Ssim(picture, Plain(6, 4, {1, 2, 3}))), std::invalid_argument);

@@ -15,7 +15,7 @@ std::string Segment(char marker, const std::string& data) {
          data;
 }
 
-TEST(JpegFactsTest, TellsWhatAPlainFileHas) {
+TEST(JpegFactsTest, ReadsAPlainFile) {
   const auto facts = ReadJpegFacts(EncodeJpeg(Plain(30, 20, {1, 2, 3})));
   ASSERT_TRUE(facts);
   JpegFacts expected;
@@ -28,13 +28,13 @@ TEST(JpegFactsTest, TellsWhatAPlainFileHas) {
   EXPECT_EQ(*facts, expected) << Describe(*facts);
 }
 
-TEST(JpegFactsTest, TellsAGrayFile) {
+TEST(JpegFactsTest, ReadsAGrayFile) {
   const auto facts = ReadJpegFacts(EncodeJpeg(Plain(8, 8, {1, 1, 1}), {.gray = true}));
   ASSERT_TRUE(facts);
   EXPECT_EQ(facts->components, std::vector<SamplingFactors>(1));
 }
 
-TEST(JpegFactsTest, TellsTheProfileTheTagsAndTheComment) {
+TEST(JpegFactsTest, ReadsTheProfileTheTagsAndTheComment) {
   const std::string profile(70'000, 'p');
   std::string content = EncodeJpeg(Plain(8, 8, {1, 2, 3}), {.orientation = 6, .icc = profile});
   auto facts = ReadJpegFacts(content);
@@ -48,7 +48,7 @@ TEST(JpegFactsTest, TellsTheProfileTheTagsAndTheComment) {
   EXPECT_TRUE(facts->comment);
 }
 
-TEST(JpegFactsTest, TellsTheDensity) {
+TEST(JpegFactsTest, ReadsTheDensity) {
   std::string content = EncodeJpeg(Plain(8, 8, {1, 2, 3}));
   // Behind the marker's length, "JFIF" with its zero and the version: unit, x and y.
   const std::size_t density = content.find("JFIF") + 7;
@@ -61,7 +61,7 @@ TEST(JpegFactsTest, TellsTheDensity) {
   EXPECT_EQ(Describe(*facts), "8x8 2x2,1x1,1x1 density 1:300x72");
 }
 
-TEST(JpegFactsTest, TellsAProgressiveFile) {
+TEST(JpegFactsTest, ReadsAProgressiveFile) {
   std::string content = EncodeJpeg(Plain(8, 8, {1, 2, 3}));
   const std::size_t frame = content.find("\xFF\xC0");
   ASSERT_NE(frame, std::string::npos);
@@ -71,7 +71,7 @@ TEST(JpegFactsTest, TellsAProgressiveFile) {
   EXPECT_TRUE(facts->progressive);
 }
 
-TEST(JpegFactsTest, KnowsWhatIsNoJpegFile) {
+TEST(JpegFactsTest, RejectsOtherFiles) {
   EXPECT_FALSE(ReadJpegFacts(""));
   EXPECT_FALSE(ReadJpegFacts("P6 1 1 255 ..."));
   EXPECT_FALSE(ReadJpegFacts(EncodeJpeg(Plain(8, 8, {1, 2, 3})).substr(0, 60)));

@@ -12,7 +12,7 @@ TEST(NaturalPictureTest, IsTheSameEveryTime) {
   EXPECT_NE(NaturalPicture(40, 30, 1).pixels, NaturalPicture(40, 30, 2).pixels);
 }
 
-TEST(NaturalPictureTest, HasTheSizeAskedFor) {
+TEST(NaturalPictureTest, HasTheRequestedSize) {
   EXPECT_EQ(NaturalPicture(1, 1).pixels.size(), 1u);
   EXPECT_EQ(NaturalPicture(300, 1).pixels.size(), 300u);
 }
