@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
-#include "ctl/commands/metadata_cleaner.h"
+#include "ctl/library/metadata_cleaner.h"
 #include "ctl/commands/size_text.h"
 #include "thumbs/tree_walk.h"
 #include "util/path.h"

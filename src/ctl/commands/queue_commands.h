@@ -2,7 +2,7 @@
 #pragma once
 
 #include "ctl/commands/command.h"
-#include "ctl/commands/work_in_hand.h"
+#include "ctl/library/work_in_hand.h"
 #include "ctl/make/make_options.h"
 
 namespace keldo::ctl {

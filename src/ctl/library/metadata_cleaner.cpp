@@ -1,4 +1,4 @@
-#include "ctl/commands/metadata_cleaner.h"
+#include "ctl/library/metadata_cleaner.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "ctl/commands/work_in_hand.h"
+#include "ctl/library/work_in_hand.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

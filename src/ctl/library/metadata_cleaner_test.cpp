@@ -1,4 +1,4 @@
-#include "ctl/commands/metadata_cleaner.h"
+#include "ctl/library/metadata_cleaner.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
