@@ -155,6 +155,22 @@ std::string Counted(long number, std::string_view singular) {
   return Grouped(number) + " " + std::string(singular) + (number == 1 ? "" : "s");
 }
 
+std::string SizeText(std::int64_t bytes) {
+  constexpr double kStep = 1024;
+  constexpr double kWholeFrom = 9.95;
+  constexpr double kNextFrom = 1023.5;  // what would be shown as 1024 is shown as 1.0 of the next
+  constexpr std::array<const char*, 4> kUnits{"KiB", "MiB", "GiB", "TiB"};
+  if (bytes < static_cast<std::int64_t>(kStep)) return Counted(bytes, "byte");
+  double size = static_cast<double>(bytes) / kStep;
+  std::size_t unit = 0;
+  for (; size >= kNextFrom && unit + 1 < kUnits.size(); ++unit)
+    size /= kStep;
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), size < kWholeFrom ? "%.1f %s" : "%.0f %s", size,
+                kUnits.at(unit));
+  return text.data();
+}
+
 std::string Table(const std::vector<std::vector<std::string>>& rows, std::size_t text_column) {
   const std::vector<std::size_t> widths = ColumnWidths(rows);
   std::string text;

@@ -3,6 +3,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -66,6 +67,9 @@ void SetJsonPath(Json::Value& object, std::string_view path);
 [[nodiscard]] std::string Counted(long number, std::string_view singular);
 /// "1,204".
 [[nodiscard]] std::string Grouped(long number);
+
+/// A size in bytes: "0 bytes", "812 bytes", "1.5 KiB", "12 MiB".
+[[nodiscard]] std::string SizeText(std::int64_t bytes);
 
 /// Rows of text in columns, flush right but for the column with the number `text_column`. Widths
 /// are counted in characters, not in bytes.

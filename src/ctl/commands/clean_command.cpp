@@ -17,7 +17,6 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/library/metadata_cleaner.h"
-#include "ctl/commands/size_text.h"
 #include "thumbs/tree_walk.h"
 #include "util/path.h"
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
@@ -69,6 +70,12 @@ void AddDirectoriesArgument(CLI::App& command, std::vector<std::string>& directo
 /// or lies in an "@eaDir".
 [[nodiscard]] std::vector<std::string> CheckedDirectories(
     const std::vector<std::string>& directories);
+
+/// Carries out one command line; `arguments` do not include the program's name. Returns the exit
+/// status: 0 when all is well, 1 when something failed, 2 for wrong usage.
+[[nodiscard]] int RunCommandLine(const std::vector<std::string>& arguments,
+                                 const Environment& environment, std::ostream& out,
+                                 std::ostream& err);
 
 // The commands, each in a file of its own.
 void AddMakeCommand(CLI::App& app, CommandContext& context);

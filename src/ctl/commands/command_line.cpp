@@ -1,8 +1,8 @@
-#include "ctl/commands/command_line.h"
-
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <ostream>
+
+#include "ctl/commands/command.h"
 
 namespace keldo::ctl {
 namespace {

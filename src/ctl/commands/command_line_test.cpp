@@ -1,5 +1,3 @@
-#include "ctl/commands/command_line.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -11,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ctl/commands/command.h"
 #include "index/index_database.h"
 #include "platform/index_ipc.h"
 #include "support/temp_dir.h"

@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/command_line.h"
+#include "ctl/commands/command.h"
 
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);

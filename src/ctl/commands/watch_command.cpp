@@ -16,7 +16,7 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/make/make_options.h"
-#include "ctl/watch/inotify.h"
+#include "ctl/watch/directory_tree.h"
 #include "ctl/watch/watch_loop.h"
 #include "process/stop_signals.h"
 #include "thumbs/index.h"

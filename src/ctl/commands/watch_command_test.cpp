@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/command_line.h"
+#include "ctl/commands/command.h"
 #include "support/temp_dir.h"
 
 namespace keldo::ctl {

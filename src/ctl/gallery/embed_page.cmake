@@ -53,7 +53,7 @@ base64_of_hex("${style_sum}" style_sum)
 base64_of_hex("${script_sum}" script_sum)
 
 set(source "// Made of the page's files by embed_page.cmake.\n")
-string(APPEND source "#include \"ctl/gallery/page_pieces.h\"\n\nnamespace keldo::ctl {\n\n")
+string(APPEND source "#include \"ctl/gallery/page.h\"\n\nnamespace keldo::ctl {\n\n")
 append_piece(kPageHtml "${html}")
 append_piece(kPageStyle "${style}")
 append_piece(kPageScript "${script}")

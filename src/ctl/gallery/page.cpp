@@ -5,8 +5,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "ctl/gallery/page_pieces.h"
-#include "ctl/gallery/script_json.h"
+#include "ctl/gallery/page_text.h"
 
 namespace keldo::ctl {
 namespace {

@@ -6,6 +6,15 @@
 
 namespace keldo::ctl {
 
+// The parts of the page, compiled into the program by embed_page.cmake.
+/// page.html, with "@NAME@" where something is to be put in.
+extern const std::string_view kPageHtml;
+extern const std::string_view kPageStyle;
+extern const std::string_view kPageScript;
+/// The SHA-256 of the style and of the script, in base64.
+extern const std::string_view kPageStyleSum;
+extern const std::string_view kPageScriptSum;
+
 /// The page with a title (any text) and the JSON of its photos.
 [[nodiscard]] std::string RenderPage(std::string_view title, std::string_view json);
 

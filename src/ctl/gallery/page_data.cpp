@@ -8,8 +8,7 @@
 
 #include "ctl/commands/mask_text.h"
 #include "ctl/console.h"
-#include "ctl/gallery/script_json.h"
-#include "ctl/gallery/url.h"
+#include "ctl/gallery/page_text.h"
 #include "ctl/library/diagnosis.h"
 #include "util/path.h"
 

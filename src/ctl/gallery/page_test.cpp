@@ -5,8 +5,6 @@
 
 #include <string>
 
-#include "ctl/gallery/page_pieces.h"
-
 namespace keldo::ctl {
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/command_line.h"
+#include "ctl/commands/command.h"
 #include "ctl/library/photo_scan.h"
 #include "support/temp_dir.h"
 

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "ctl/watch/directory_tree.h"
-#include "ctl/watch/inotify.h"
 #include "support/temp_dir.h"
 
 namespace keldo::ctl {

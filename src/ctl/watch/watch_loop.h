@@ -13,7 +13,6 @@
 #include "ctl/library/photo_scan.h"
 #include "ctl/watch/change_scheduler.h"
 #include "ctl/watch/directory_tree.h"
-#include "ctl/watch/inotify.h"
 #include "ctl/watch/thumb_runner.h"
 #include "ctl/watch/watch_report.h"
 
@@ -41,7 +40,6 @@ class WatchLoop : private TreeListener {
   void Run();
 
  private:
-
   // A run that is under way.
   struct CurrentRun {
     DirectoryState before;

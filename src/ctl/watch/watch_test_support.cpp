@@ -12,7 +12,7 @@
 #include <iterator>
 #include <thread>
 
-#include "ctl/commands/command_line.h"
+#include "ctl/commands/command.h"
 
 namespace keldo::ctl {
 namespace {

@@ -1,4 +1,4 @@
-#include "ctl/gallery/script_json.h"
+#include "ctl/gallery/page_text.h"
 
 #include <array>
 #include <cstddef>
@@ -22,6 +22,25 @@ bool NeedsEscape(char character) {
   constexpr std::string_view kSpecial = "\"\\<>&";
   return static_cast<unsigned char>(character) < 0x20 || character == 0x7F ||
          kSpecial.find(character) != std::string_view::npos;
+}
+
+constexpr std::string_view kLiteral =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+
+// The path with a slash at its end, so that whole names are compared: "/" stays "/".
+std::string WithSlash(std::string_view directory) {
+  std::string path(directory);
+  if (!path.ends_with('/')) path += '/';
+  return path;
+}
+
+// How much of two paths is the same up to a slash.
+std::size_t CommonLength(std::string_view a, std::string_view b) {
+  std::size_t common = 0;
+  for (std::size_t i = 0; i < a.size() && i < b.size() && a[i] == b[i]; ++i) {
+    if (a[i] == '/') common = i + 1;
+  }
+  return common;
 }
 
 }  // namespace
@@ -65,6 +84,35 @@ std::string HtmlText(std::string_view text) {
     }
   }
   return html;
+}
+
+std::string UrlPath(std::string_view path) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string url;
+  url.reserve(path.size());
+  for (const char character : path) {
+    if (kLiteral.find(character) != std::string_view::npos) {
+      url += character;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(character);
+    url += '%';
+    url += kDigits[byte >> 4U];
+    url += kDigits[byte & 0xFU];
+  }
+  return url;
+}
+
+std::string RelativeUrl(std::string_view from, std::string_view to) {
+  const std::string from_path = WithSlash(from);
+  const std::string to_path = WithSlash(to);
+  const std::size_t common = CommonLength(from_path, to_path);
+  std::string url;
+  for (std::size_t i = common; i < from_path.size(); ++i) {
+    if (from_path[i] == '/') url += "../";
+  }
+  if (url.empty()) url = "./";
+  return url + UrlPath(to_path.substr(common));
 }
 
 }  // namespace keldo::ctl
