@@ -75,6 +75,17 @@ std::vector<std::size_t> ColumnWidths(const std::vector<std::vector<std::string>
   return widths;
 }
 
+// The text as UTF-8: U+FFFD stands for each byte that does not belong.
+std::string WithReplacements(std::string_view name) {
+  std::string text;
+  while (!name.empty()) {
+    const std::size_t length = CharacterLength(name);
+    text += length == 0 ? kReplacement : name.substr(0, length);
+    name.remove_prefix(std::max<std::size_t>(length, 1));
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string Console::Coloured(Colour colour, std::string_view text) const {
@@ -118,19 +129,10 @@ std::string ShownName(std::string_view name) {
   return shown;
 }
 
-std::string JsonName(std::string_view name) {
-  std::string text;
-  while (!name.empty()) {
-    const std::size_t length = CharacterLength(name);
-    text += length == 0 ? kReplacement : name.substr(0, length);
-    name.remove_prefix(std::max<std::size_t>(length, 1));
-  }
-  return text;
-}
-
-void SetJsonPath(Json::Value& object, std::string_view path) {
-  object["path"] = JsonName(path);
-  if (IsUtf8(path)) return;
+Json::Value JsonPath(std::string_view path) {
+  Json::Value object(Json::objectValue);
+  object["path"] = WithReplacements(path);
+  if (IsUtf8(path)) return object;
   std::string bytes;
   for (const char byte : path) {
     std::array<char, 3> digits{};
@@ -138,6 +140,7 @@ void SetJsonPath(Json::Value& object, std::string_view path) {
     bytes += digits.data();
   }
   object["path_bytes"] = bytes;
+  return object;
 }
 
 std::string Grouped(long number) {

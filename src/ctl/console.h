@@ -55,13 +55,9 @@ class Console {
 /// "\n", "\t", "\x1b" and the like, a backslash "\\". Other names are left alone.
 [[nodiscard]] std::string ShownName(std::string_view name);
 
-/// A file name for JSON: as it is where it is UTF-8; else "\ufffd" stands for each byte that is
-/// not, so that the output stays JSON. Commands give such a path a second time as "path_bytes", in
-/// hexadecimal.
-[[nodiscard]] std::string JsonName(std::string_view name);
-
-/// Puts `path` into `object` as "path", and as "path_bytes" too where it is not UTF-8.
-void SetJsonPath(Json::Value& object, std::string_view path);
+/// An object with the path as "path". JSON has to be UTF-8: where the path is not, U+FFFD stands
+/// for each byte that does not belong, and "path_bytes" has the path in hexadecimal.
+[[nodiscard]] Json::Value JsonPath(std::string_view path);
 
 /// A number of photos or thumbnails with its word: "1 photo", "1,204 photos".
 [[nodiscard]] std::string Counted(long number, std::string_view singular);

@@ -27,13 +27,11 @@ TEST(ShownNameTest, SpellsOutWhatATerminalWouldObeyOrCannotShow) {
 }
 
 TEST(JsonPathTest, IsAlwaysJsonAndKeepsTheBytes) {
-  Json::Value plain(Json::objectValue);
-  SetJsonPath(plain, "/v/\xC3\xA4");
+  const Json::Value plain = JsonPath("/v/\xC3\xA4");
   EXPECT_EQ(plain["path"], "/v/\xC3\xA4");
   EXPECT_FALSE(plain.isMember("path_bytes"));
 
-  Json::Value odd(Json::objectValue);
-  SetJsonPath(odd, "a\xFFz");
+  const Json::Value odd = JsonPath("a\xFFz");
   EXPECT_EQ(odd["path"], "a\xEF\xBF\xBDz");
   EXPECT_EQ(odd["path_bytes"], "61ff7a");
   EXPECT_TRUE(IsUtf8(JsonLine(odd)));

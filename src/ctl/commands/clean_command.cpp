@@ -147,8 +147,7 @@ class Cleaning {
   void Fail(const std::string& path, const std::string& problem) {
     console_.Fail(path, problem);
     failed_ = true;
-    Json::Value skipped(Json::objectValue);
-    SetJsonPath(skipped, path);
+    Json::Value skipped = JsonPath(path);
     skipped["problem"] = problem;
     problems_.append(skipped);
   }
@@ -200,8 +199,7 @@ class Cleaning {
     value["removed"] = request_.force;
     value["leftovers"] = Json::Value(Json::arrayValue);
     for (const Entry& entry : entries_) {
-      Json::Value item(Json::objectValue);
-      SetJsonPath(item, entry.Metadata());
+      Json::Value item = JsonPath(entry.Metadata());
       item["reason"] = JsonNameOf(entry.leftovers.reason);
       item["bytes"] = static_cast<Json::Int64>(entry.leftovers.bytes);
       item["files"] = Json::Value(Json::arrayValue);
@@ -242,7 +240,7 @@ void AddCleanCommand(CLI::App& app, CommandContext& context) {
   CLI::App* command = AddCommand(
       app, context, "clean", "Find what is left over in the metadata directories, or remove it");
   command->add_flag("--force", request->force, "Remove what is found");
-  command->add_flag("--json", request->json, "Print one JSON object");
+  AddJsonOption(*command, request->json);
   AddDirectoriesArgument(*command, request->directories);
   command->footer(kExamples);
   OnRun(*command, context, [&context, request] { return RunClean(*request, context.console); });

@@ -1,9 +1,11 @@
 #include "ctl/commands/command.h"
 
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -20,6 +22,7 @@ namespace {
 
 constexpr const char* kInstalledProfile = "/etc/keldothumb/thumb.conf";
 constexpr const char* kInstalledProgram = "/usr/bin/keldothumb";
+constexpr int kMostJobs = 1024;
 
 // The keldothumb beside this program, as both are built and installed together.
 std::string ProgramBesideUs() {
@@ -44,6 +47,23 @@ ConsoleStyle StyleFor(const CommandContext& context) {
 
 bool IsInMetadata(const std::string& path) {
   return (path + "/").find("/@eaDir/") != std::string::npos;
+}
+
+// Why a directory cannot be worked on; empty when it can.
+std::string ProblemWithDirectory(const std::string& directory) {
+  struct stat status {};
+  if (::stat(directory.c_str(), &status) != 0) return std::strerror(errno);
+  if (!S_ISDIR(status.st_mode)) return "not a directory";
+  if (::access(directory.c_str(), R_OK | X_OK) != 0) return std::strerror(errno);
+  return IsInMetadata(PathKey(directory)) ? "holds thumbnails, not photos" : "";
+}
+
+// The number of processors that this process may use.
+int ProcessorCount() {
+  cpu_set_t processors;
+  CPU_ZERO(&processors);
+  if (sched_getaffinity(0, sizeof processors, &processors) != 0) return 1;
+  return std::max(1, CPU_COUNT(&processors));
 }
 
 }  // namespace
@@ -80,9 +100,12 @@ void OnRun(CLI::App& command, CommandContext& context, std::function<int()> run)
   });
 }
 
+CLI::Option* AddJsonOption(CLI::App& command, bool& json) {
+  return command.add_flag("--json", json, "Print one JSON object");
+}
+
 void AddProfileOption(CLI::App& command, std::string& profile) {
-  command
-      .add_option("--profile", profile, "The profile file; /etc/keldothumb/thumb.conf otherwise")
+  command.add_option("--profile", profile, "The profile file; default: /etc/keldothumb/thumb.conf")
       ->type_name("FILE");
 }
 
@@ -90,8 +113,8 @@ std::optional<std::string> ProfileToUse(const std::string& named, const Environm
   const std::string& path = named.empty() ? environment.profile_path : named;
   if (named.empty() && ::access(path.c_str(), F_OK) != 0) return std::nullopt;
   if (::access(path.c_str(), R_OK) != 0)
-    throw UsageError{ShownName(path) + ": " + std::strerror(errno)};
-  if (!IsUsableProfile(path)) throw UsageError{ShownName(path) + ": is no profile file"};
+    throw UsageError(ShownName(path) + ": " + std::strerror(errno));
+  if (!IsUsableProfile(path)) throw UsageError(ShownName(path) + ": not a profile file");
   return PathKey(path);
 }
 
@@ -104,20 +127,39 @@ void AddDirectoriesArgument(CLI::App& command, std::vector<std::string>& directo
 std::vector<std::string> CheckedDirectories(const std::vector<std::string>& directories) {
   std::vector<std::string> checked;
   for (const std::string& directory : directories) {
-    struct stat status {};
-    const std::string shown = ShownName(directory);
-    if (::stat(directory.c_str(), &status) != 0)
-      throw UsageError{shown + ": " + std::strerror(errno)};
-    if (!S_ISDIR(status.st_mode)) throw UsageError{shown + ": is no directory"};
-    if (::access(directory.c_str(), R_OK | X_OK) != 0) {
-      throw UsageError{shown + ": " + std::strerror(errno)};
-    }
+    const std::string problem = ProblemWithDirectory(directory);
+    if (!problem.empty()) throw UsageError(ShownName(directory) + ": " + problem);
     checked.push_back(PathKey(directory));
-    if (IsInMetadata(checked.back())) {
-      throw UsageError{shown + ": holds thumbnails, not photos"};
-    }
   }
   return checked;
+}
+
+void AddRunOptions(CLI::App& command, MakeSettings& settings, const char* jobs_help) {
+  command.add_option("-j,--jobs", settings.jobs, jobs_help)
+      ->type_name("N")
+      ->check(CLI::Range(1, kMostJobs));
+  AddProfileOption(command, settings.profile);
+  command.add_flag("--nice", settings.nice, "Yield processors and disks to everything else");
+}
+
+void AddMakeOptions(CLI::App& command, MakeSettings& settings) {
+  AddRunOptions(command, settings, "Processors to use; default: all of them");
+  command.add_flag("--json", settings.json, "Print the summary as one JSON object");
+}
+
+MakeOptions OptionsFrom(const MakeSettings& settings, const CommandContext& context) {
+  const std::optional<std::string> profile = ProfileToUse(settings.profile, context.environment);
+  if (!profile) {
+    throw UsageError(ShownName(context.environment.profile_path) +
+                     ": there is no profile file; name one with --profile");
+  }
+  MakeOptions options;
+  options.keldothumb = context.environment.keldothumb;
+  options.profile_path = *profile;
+  options.jobs = settings.jobs > 0 ? settings.jobs : ProcessorCount();
+  options.nice = settings.nice;
+  options.show_messages = context.verbose;
+  return options;
 }
 
 }  // namespace keldo::ctl

@@ -4,14 +4,17 @@
 #include <functional>
 #include <iosfwd>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "ctl/console.h"
+#include "ctl/make/maker.h"
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace keldo::ctl {
 
@@ -19,7 +22,7 @@ namespace keldo::ctl {
 struct Environment {
   std::string database_path;      ///< The embedded index.
   std::string keldothumb;         ///< The program that makes thumbnails.
-  std::string profile_path;       ///< The profile file where none is named.
+  std::string profile_path;       ///< The profile file unless --profile names another.
   bool terminal_out = false;      ///< Standard output is a terminal.
   bool terminal_err = false;      ///< Standard error is a terminal.
   bool colour_forbidden = false;  ///< NO_COLOR is set.
@@ -28,56 +31,75 @@ struct Environment {
 /// The environment of this process.
 [[nodiscard]] Environment EnvironmentOfProcess();
 
-/// What is shared by the commands while one command line is carried out.
+/// Runs one command line; `arguments` do not include the program's name. Returns the exit status.
+[[nodiscard]] int RunCommandLine(const std::vector<std::string>& arguments,
+                                 const Environment& environment, std::ostream& out,
+                                 std::ostream& err);
+
+inline constexpr int kAllWell = 0;
+inline constexpr int kSomeFailed = 1;
+inline constexpr int kUsage = 2;
+
+/// Wrong usage that only shows after parsing. RunCommandLine prints it and returns kUsage.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+/// What the commands share while one command line runs.
 struct CommandContext {
   Console& console;
   const Environment& environment;
-  int status = 0;  ///< The exit status, set by the command that ran.
+  int status = kAllWell;  ///< The exit status, set by the command that ran.
   // Options of every command.
   bool quiet = false;
   bool verbose = false;
   std::string colour = "auto";
 };
 
-inline constexpr int kAllWell = 0;
-inline constexpr int kSomeFailed = 1;
-inline constexpr int kUsage = 2;
-
-/// A usage error found after parsing: RunCommandLine prints the text and exits with kUsage.
-struct UsageError {
-  std::string text;
-};
-
-/// Adds a command with the options that all have (--quiet, --verbose, --color). `run` is called
-/// when the command line names the command, and returns the exit status. It may throw UsageError.
+/// Adds a command with the options that all have: --quiet, --verbose and --color.
 CLI::App* AddCommand(CLI::App& parent, CommandContext& context, const std::string& name,
                      const std::string& description);
+/// `run` is called when the command line names the command. It returns the exit status, and may
+/// throw UsageError.
 void OnRun(CLI::App& command, CommandContext& context, std::function<int()> run);
+
+/// Adds "--json", for commands that print one JSON object.
+CLI::Option* AddJsonOption(CLI::App& command, bool& json);
 
 /// Adds "--profile FILE".
 void AddProfileOption(CLI::App& command, std::string& profile);
 
-/// The profile file to use: the one named, else the installed one; nothing when none was named and
-/// none is installed. Throws UsageError when it cannot be used.
+/// The profile file to use: `named`, or the installed one if `named` is empty; nothing when none is
+/// installed. Throws UsageError when the file cannot be used.
 [[nodiscard]] std::optional<std::string> ProfileToUse(const std::string& named,
                                                       const Environment& environment);
 
 /// Adds the positional "DIR...", of which at least one must be given.
 void AddDirectoriesArgument(CLI::App& command, std::vector<std::string>& directories);
 
-/// The directories as the commands work on them: absolute, without "//", "." or a slash at the end;
-/// links are kept. Throws UsageError for one that does not exist, is no directory, cannot be read,
-/// or lies in an "@eaDir".
+/// The directories as the commands work on them: absolute, without "//", "." or a trailing slash,
+/// with links kept. Throws UsageError for one that does not exist, is not a directory, cannot be
+/// read, or lies in an "@eaDir".
 [[nodiscard]] std::vector<std::string> CheckedDirectories(
     const std::vector<std::string>& directories);
 
-/// Carries out one command line; `arguments` do not include the program's name. Returns the exit
-/// status: 0 when all is well, 1 when something failed, 2 for wrong usage.
-[[nodiscard]] int RunCommandLine(const std::vector<std::string>& arguments,
-                                 const Environment& environment, std::ostream& out,
-                                 std::ostream& err);
+/// The options of the commands that make thumbnails.
+struct MakeSettings {
+  int jobs = 0;  ///< 0: one for each processor.
+  std::string profile;
+  bool nice = false;
+  bool json = false;
+};
 
-// The commands, each in a file of its own.
+/// Adds -j, --profile and --nice. `jobs_help` describes -j.
+void AddRunOptions(CLI::App& command, MakeSettings& settings, const char* jobs_help);
+/// Adds these and --json.
+void AddMakeOptions(CLI::App& command, MakeSettings& settings);
+
+/// Throws UsageError when there is no usable profile file.
+[[nodiscard]] MakeOptions OptionsFrom(const MakeSettings& settings, const CommandContext& context);
+
+// The commands, each in its own file.
 void AddMakeCommand(CLI::App& app, CommandContext& context);
 void AddRetryCommand(CLI::App& app, CommandContext& context);
 void AddStatusCommand(CLI::App& app, CommandContext& context);

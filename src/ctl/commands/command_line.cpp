@@ -58,7 +58,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Environment&
   } catch (const CLI::ParseError& error) {
     return app.exit(error, out, err) == 0 ? kAllWell : kUsage;
   } catch (const UsageError& error) {
-    console.Warn(error.text);
+    console.Warn(error.what());
     return kUsage;
   } catch (const std::exception& error) {
     // Memory or descriptors ran out.

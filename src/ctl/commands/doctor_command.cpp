@@ -98,7 +98,7 @@ void AddDoctorCommand(CLI::App& app, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
   CLI::App* command =
       AddCommand(app, context, "doctor", "Check what thumbnails need: programs, files, limits");
-  command->add_flag("--json", *json, "Print one JSON object");
+  AddJsonOption(*command, *json);
   command->footer(kExplanation);
   OnRun(*command, context, [&context, json] {
     DoctorPaths paths;

@@ -29,36 +29,34 @@ struct Request {
   bool json = false;
 };
 
-void Print(Console& console, const Request& request, const std::string& path) {
-  if (request.null_terminated) {
-    console.out() << path << '\0';
-  } else if (!request.json) {
-    console.out() << ShownName(path) << ": " << WhyFailed(path) << "\n";
-  }
-}
-
 int RunFailed(const Request& request, CommandContext& context) {
+  Console& console = context.console;
   PhotoScanner scanner(ProfileToUse(request.profile, context.environment));
   Json::Value list(Json::arrayValue);
   bool failed = false;
-  const bool complete = ScanLibrary(CheckedDirectories(request.directories), scanner,
-                                    context.console, [&](const DirectoryState& directory) {
-                                      for (const PhotoState& photo : directory.photos) {
-                                        if (!photo.IsFailed()) continue;
-                                        failed = true;
-                                        const std::string path = PathOf(directory, photo);
-                                        Print(context.console, request, path);
-                                        if (!request.json) continue;
-                                        Json::Value entry(Json::objectValue);
-                                        SetJsonPath(entry, path);
-                                        entry["reason"] = WhyFailed(path);
-                                        list.append(entry);
-                                      }
-                                    });
+  const auto report = [&](const std::string& path) {
+    failed = true;
+    if (request.null_terminated) {
+      console.out() << path << '\0';
+    } else if (!request.json) {
+      console.out() << ShownName(path) << ": " << WhyFailed(path) << "\n";
+    } else {
+      Json::Value entry = JsonPath(path);
+      entry["reason"] = WhyFailed(path);
+      list.append(entry);
+    }
+  };
+  const auto visit = [&](const DirectoryState& directory) {
+    for (const PhotoState& photo : directory.photos) {
+      if (photo.IsFailed()) report(PathOf(directory, photo));
+    }
+  };
+  const bool complete =
+      ScanLibrary(CheckedDirectories(request.directories), scanner, console, visit);
   if (request.json) {
     Json::Value value(Json::objectValue);
     value["failed"] = list;
-    context.console.PrintJson(value);
+    console.PrintJson(value);
   }
   return complete && !failed ? kAllWell : kSomeFailed;
 }
@@ -69,7 +67,7 @@ void AddFailedCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command =
       AddCommand(app, context, "failed", "List the photos that failed, with the reason");
-  CLI::Option* json = command->add_flag("--json", request->json, "Print one JSON object");
+  CLI::Option* json = AddJsonOption(*command, request->json);
   command
       ->add_flag("-0,--null", request->null_terminated,
                  "Print the paths alone, each ended by a zero byte")

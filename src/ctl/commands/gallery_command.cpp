@@ -45,7 +45,7 @@ void AddGalleryCommand(CLI::App& app, CommandContext& context) {
   AddDirectoriesArgument(*gallery, request->directories);
   gallery->footer(kExamples);
   OnRun(*gallery, context, [&context, request, profile] {
-    if (request->output.empty()) throw UsageError{"--output: a file name is wanted"};
+    if (request->output.empty()) throw UsageError("--output: a file name is needed");
     request->profile = ProfileToUse(*profile, context.environment);
     request->directories = CheckedDirectories(request->directories);
     return WriteGallery(*request, context.console);

@@ -59,7 +59,7 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
       ->type_name("")
       ->check(ProblemWithMask);
   mask->add_flag("--video", request->video, "For the thumbnails of videos, not of photos");
-  mask->add_flag("--json", request->json, "Print one JSON object");
+  AddJsonOption(*mask, request->json);
   mask->footer(kMaskExamples);
   OnRun(*mask, context, [&context, request, mask_text] {
     TakeMask(*mask_text, *request);
@@ -71,7 +71,7 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
 void AddListCommand(CLI::App& index, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
   CLI::App* list = AddCommand(index, context, "list", "List all masks, and count what is known");
-  list->add_flag("--json", *json, "Print one JSON object");
+  AddJsonOption(*list, *json);
   OnRun(*list, context, [&context, json] {
     return ListIndex(context.environment.database_path, *json, context.console);
   });
@@ -84,7 +84,7 @@ void AddShowCommand(CLI::App& index, CommandContext& context) {
   show->add_option("PATH", *path, "The file or directory; it may be gone")
       ->type_name("")
       ->required();
-  show->add_flag("--json", *json, "Print one JSON object");
+  AddJsonOption(*show, *json);
   show->footer(kShowExamples);
   OnRun(*show, context, [&context, path, json] {
     return ShowInIndex(context.environment.database_path, *path, *json, context.console);

@@ -117,8 +117,7 @@ void PrintKnowledge(const std::string& key, const Knowledge& known, std::ostream
     out << "  media:       " << MediaLine(record) << "\n";
 }
 
-Json::Value JsonSize(int width, int height) {
-  Json::Value value(Json::objectValue);
+Json::Value JsonSize(int width, int height, Json::Value value = Json::Value(Json::objectValue)) {
   value["width"] = width;
   value["height"] = height;
   return value;
@@ -129,11 +128,7 @@ Json::Value JsonMask(const std::optional<MaskEntry>& entry) {
   Json::Value value(Json::objectValue);
   value["mask"] = mask;
   value["kinds"] = JsonKinds(mask);
-  value["set_on"] = Json::Value();
-  if (entry) {
-    value["set_on"] = Json::Value(Json::objectValue);
-    SetJsonPath(value["set_on"], entry->directory);
-  }
+  value["set_on"] = entry ? JsonPath(entry->directory) : Json::Value();
   return value;
 }
 
@@ -146,8 +141,7 @@ Json::Value JsonMedia(const MediaRecord& media) {
 }
 
 Json::Value JsonKnowledge(const std::string& key, const Knowledge& known) {
-  Json::Value value(Json::objectValue);
-  SetJsonPath(value, key);
+  Json::Value value = JsonPath(key);
   value["has_index"] = known.has_database;
   value["photo"] = JsonMask(known.photo_mask);
   value["video"] = JsonMask(known.video_mask);
@@ -157,8 +151,8 @@ Json::Value JsonKnowledge(const std::string& key, const Knowledge& known) {
   value["size"] = known.size ? JsonSize(known.size->width, known.size->height) : Json::Value();
   value["thumbnail"] = Json::Value();
   if (known.thumbnail) {
-    value["thumbnail"] = JsonSize(known.thumbnail->width, known.thumbnail->height);
-    SetJsonPath(value["thumbnail"], known.thumbnail->path);
+    value["thumbnail"] =
+        JsonSize(known.thumbnail->width, known.thumbnail->height, JsonPath(known.thumbnail->path));
   }
   value["media"] = Json::Value(Json::arrayValue);
   for (const MediaRecord& record : known.media)
@@ -177,8 +171,7 @@ Json::Value JsonListing(const Listing& listing) {
   value["has_index"] = listing.has_database;
   value["masks"] = Json::Value(Json::arrayValue);
   for (const MaskRecord& record : listing.masks) {
-    Json::Value item(Json::objectValue);
-    SetJsonPath(item, record.directory);
+    Json::Value item = JsonPath(record.directory);
     item["type"] = TypeName(record.type);
     item["mask"] = record.mask;
     item["kinds"] = JsonKinds(record.mask);

@@ -128,10 +128,10 @@ TEST_F(LibraryCommandsTest, WrongUseHasTheStatusTwoAndSaysWhy) {
   Write(dir_.path() + "/bad.conf", "rubbish\n");
   const std::vector<std::pair<Texts, std::string>> cases{
       {{"status", In("none")}, In("none") + ": No such file or directory"},
-      {{"status", In("a/new.jpg")}, In("a/new.jpg") + ": is no directory"},
+      {{"status", In("a/new.jpg")}, In("a/new.jpg") + ": not a directory"},
       {{"status", In("a/@eaDir/done.jpg")}, "holds thumbnails, not photos"},
       {{"status", "--profile", In("none"), root_}, In("none") + ": No such file"},
-      {{"status", "--profile", dir_.path() + "/bad.conf", root_}, "is no profile file"},
+      {{"status", "--profile", dir_.path() + "/bad.conf", root_}, "not a profile file"},
       {{"make", root_}, "there is no profile file; name one with --profile"},
       {{"status"}, "DIR is required"},
       {{"failed", "-0", "--json", root_}, "excludes"},

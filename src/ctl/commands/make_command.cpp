@@ -10,7 +10,6 @@
 #include "ctl/commands/mask_text.h"
 #include "ctl/library/kind_profile.h"
 #include "ctl/library/library.h"
-#include "ctl/make/make_options.h"
 #include "ctl/make/make_report.h"
 #include "thumbs/dir_helpers.h"
 #include "util/path.h"

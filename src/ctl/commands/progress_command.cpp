@@ -69,7 +69,7 @@ int PrintCounters(const Counters& counters, bool json, Console& console) {
 void AddProgressCommand(CLI::App& app, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
   CLI::App* command = AddCommand(app, context, "progress", "Show the indexer's counters");
-  command->add_flag("--json", *json, "Print one JSON object");
+  AddJsonOption(*command, *json);
   command->footer(kExplanation);
   OnRun(*command, context,
         [&context, json] { return PrintCounters(ReadCounters(), *json, context.console); });

@@ -27,11 +27,8 @@ constexpr const char* kRunExamples =
 
 Json::Value JsonListOf(const std::vector<std::string>& entries) {
   Json::Value list(Json::arrayValue);
-  for (const std::string& entry : entries) {
-    Json::Value item(Json::objectValue);
-    SetJsonPath(item, entry);
-    list.append(item);
-  }
+  for (const std::string& entry : entries)
+    list.append(JsonPath(entry));
   return list;
 }
 
@@ -68,7 +65,7 @@ void AddQueueCommand(CLI::App& app, CommandContext& context) {
 
   const auto json = std::make_shared<bool>(false);
   CLI::App* list = AddCommand(*queue, context, "list", "List what is waiting and what is in work");
-  list->add_flag("--json", *json, "Print one JSON object");
+  AddJsonOption(*list, *json);
   OnRun(*list, context, [&context, json] { return ListQueue({}, *json, context.console); });
 
   const auto settings = std::make_shared<MakeSettings>();

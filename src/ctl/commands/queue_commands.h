@@ -3,7 +3,6 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/library/work_in_hand.h"
-#include "ctl/make/make_options.h"
 
 namespace keldo::ctl {
 

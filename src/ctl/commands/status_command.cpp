@@ -69,8 +69,8 @@ class StatusReport {
     const LibraryCounts counts = CountsOf(directory);
     total_.Add(counts);
     if (request_.json) {
-      Json::Value value = JsonOf(counts);
-      SetJsonPath(value, directory.path);
+      Json::Value value = JsonPath(directory.path);
+      AddCounts(counts, value);
       directories_.append(value);
     } else if (!console_.style().quiet) {
       rows_.push_back(RowOf(counts, ShownName(directory.path)));
@@ -81,7 +81,7 @@ class StatusReport {
     if (request_.json) {
       Json::Value value(Json::objectValue);
       value["directories"] = directories_;
-      value["total"] = JsonOf(total_);
+      AddCounts(total_, value["total"]);
       console_.PrintJson(value);
       return;
     }
@@ -119,8 +119,7 @@ class StatusReport {
     return rows;
   }
 
-  [[nodiscard]] Json::Value JsonOf(const LibraryCounts& counts) const {
-    Json::Value value(Json::objectValue);
+  void AddCounts(const LibraryCounts& counts, Json::Value& value) const {
     value["photos"] = counts.photos;
     value["failed_photos"] = counts.failed_photos;
     value["unfinished_photos"] = counts.unfinished_photos;
@@ -130,7 +129,6 @@ class StatusReport {
       for (const ThumbKind kind : kKindsBySize)
         value["kinds"][KindName(kind)][NameOf(state)] = counts.Thumbs(kind, state);
     }
-    return value;
   }
 
   Console& console_;
@@ -157,7 +155,7 @@ void AddStatusCommand(CLI::App& app, CommandContext& context) {
   CLI::App* command = AddCommand(app, context, "status",
                                  "Count photos, and their thumbnails that are there or not");
   command->add_flag("--by-kind", request->by_kind, "Count each of the six kinds by itself, too");
-  command->add_flag("--json", request->json, "Print one JSON object");
+  AddJsonOption(*command, request->json);
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);
   command->footer(kExamples);

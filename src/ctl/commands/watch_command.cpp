@@ -1,6 +1,4 @@
 // keldothumbctl watch: keeping thumbnails current.
-#include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -15,7 +13,6 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
-#include "ctl/make/make_options.h"
 #include "ctl/watch/directory_tree.h"
 #include "ctl/watch/watch_loop.h"
 #include "process/stop_signals.h"
@@ -46,11 +43,6 @@ constexpr const char* kNotes =
 constexpr double kDefaultQuiet = 5;
 constexpr double kDefaultRescan = 600;
 constexpr double kLongest = 86400;
-constexpr int kMostJobs = 1024;
-
-constexpr int kLowestPriority = 19;
-constexpr int kIoprioWhoProcess = 1;
-constexpr int kIoprioIdle = 3 << 13;
 
 struct Request {
   std::vector<std::string> directories;
@@ -66,13 +58,6 @@ Clock::duration Seconds(double seconds) {
 // "nan" passes for a number, and lies in every range.
 std::string ProblemWithNumber(const std::string& text) {
   return std::isnan(std::strtod(text.c_str(), nullptr)) ? "'" + text + "' is no number" : "";
-}
-
-// The lowest priorities, also for all that is started. Where the system refuses, the watch is just
-// less polite.
-void Yield() {
-  static_cast<void>(setpriority(PRIO_PROCESS, 0, kLowestPriority));
-  static_cast<void>(syscall(SYS_ioprio_set, kIoprioWhoProcess, 0, kIoprioIdle));
 }
 
 // The trees that get thumbnails, each once. What is said of the others stands on the error stream.
@@ -104,7 +89,7 @@ int RunWatch(const Request& request, CommandContext& context) {
     return console.Fail(settings.keldothumb, std::strerror(errno));
   }
 
-  if (options.nice) Yield();
+  if (options.nice) YieldToOthers(0);
   // Each run's converter gets one processor: -j says how many are used.
   setenv("MAGICK_THREAD_LIMIT", "1", 1);
   setenv("OMP_NUM_THREADS", "1", 1);
@@ -127,11 +112,7 @@ void AddOptions(CLI::App& watch, Request& request) {
       ->type_name("SECONDS")
       ->check(CLI::Range(1.0, kLongest))
       ->check(ProblemWithNumber);
-  watch.add_option("-j,--jobs", request.make.jobs, "Processors to use; one otherwise")
-      ->type_name("N")
-      ->check(CLI::Range(1, kMostJobs));
-  AddProfileOption(watch, request.make.profile);
-  watch.add_flag("--nice", request.make.nice, "Yield processors and disks to everything else");
+  AddRunOptions(watch, request.make, "Processors to use; default: 1");
 }
 
 }  // namespace

@@ -1,18 +1,24 @@
 #include "ctl/make/make_report.h"
 
 #include <json/value.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ostream>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "ctl/commands/work_queue_file.h"
 #include "ctl/library/diagnosis.h"
-#include "util/path.h"
+#include "process/stop_signals.h"
+#include "thumbs/paths.h"
 
 namespace keldo::ctl {
 namespace {
@@ -67,8 +73,7 @@ UndonePhotos FindUndone(const std::vector<DirectoryState>& directories) {
 Json::Value ListOf(const std::vector<Undone>& photos) {
   Json::Value list(Json::arrayValue);
   for (const Undone& photo : photos) {
-    Json::Value entry(Json::objectValue);
-    SetJsonPath(entry, photo.path);
+    Json::Value entry = JsonPath(photo.path);
     entry["reason"] = photo.reason;
     list.append(entry);
   }
@@ -119,6 +124,24 @@ void PrintTextSummary(Console& console, const MakeOutcome& outcome, const Librar
   PrintList(console, "Not finished:", undone.unfinished);
 }
 
+// keldothumb has asked for the directories to come back to while their last thumbnails were still
+// to be made. Each is looked at once more, for a photo that came meanwhile, and for kinds that the
+// index wants but this run was not told to make.
+void TakeOutOfQueue(const MakeOutcome& outcome, Console& console) {
+  // A user who may not write the queue has put nothing into it.
+  if (::access(paths::kThumbQueue, W_OK) != 0) return;
+  PhotoScanner scanner;
+  std::set<std::string> worked_on;
+  for (const DirectoryState& directory : outcome.directories)
+    worked_on.insert(directory.path);
+  const auto is_done = [&](const std::string& line) {
+    return worked_on.contains(line) && scanner.Scan(line).IsFinished();
+  };
+  if (!RemoveFromQueueIf(paths::kThumbQueue, is_done)) {
+    console.Fail(paths::kThumbQueue, std::strerror(errno));
+  }
+}
+
 }  // namespace
 
 std::string ProgressText(const MakeProgress& progress) {
@@ -151,6 +174,18 @@ void ProgressLine::Show(const MakeProgress& progress) {
 void ProgressLine::Clear() {
   if (shown_) console_.err() << kRewrite << std::flush;
   shown_ = false;
+}
+
+MakeOutcome MakeWithProgress(const MakeOptions& options, PhotoScanner& scanner,
+                             std::vector<DirectoryState> directories, Console& console) {
+  const process::StopSignals signals;
+  ProgressLine line(console);
+  Maker maker(options, scanner, signals.fd(),
+              [&line](const MakeProgress& progress) { line.Show(progress); });
+  MakeOutcome outcome = maker.Run(std::move(directories));
+  line.Clear();
+  TakeOutOfQueue(outcome, console);
+  return outcome;
 }
 
 int ReportOutcome(Console& console, const MakeOutcome& outcome, bool json) {

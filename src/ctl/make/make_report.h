@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <vector>
 
 #include "ctl/console.h"
 #include "ctl/make/maker.h"
@@ -25,6 +26,12 @@ class ProgressLine {
 
 /// "12 of 340 photos, 1 failed, 14.2 thumbnails/s, 3 min left".
 [[nodiscard]] std::string ProgressText(const MakeProgress& progress);
+
+/// Runs a Maker that shows its progress on the console and stops on Ctrl-C, SIGTERM or SIGHUP. Then
+/// removes the directories that are complete from the work queue, which would ask for them again.
+[[nodiscard]] MakeOutcome MakeWithProgress(const MakeOptions& options, PhotoScanner& scanner,
+                                           std::vector<DirectoryState> directories,
+                                           Console& console);
 
 /// Prints the summary: what was made, and every photo that failed or was left undone, with the
 /// reason. Returns the exit status: 0 when nothing is missing, else 1.

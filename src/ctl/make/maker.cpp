@@ -47,14 +47,12 @@ int FailedSince(const DirectoryState& state, time_t begin) {
       [begin](const PhotoState& photo) { return photo.IsFailed() && photo.failed_at >= begin; }));
 }
 
-// The lowest priorities; what the child starts inherits them. Where the system refuses, the run is
-// just less polite.
-void Yield(pid_t pid) {
+}  // namespace
+
+void YieldToOthers(pid_t pid) {
   static_cast<void>(setpriority(PRIO_PROCESS, static_cast<id_t>(pid), kLowestPriority));
   static_cast<void>(syscall(SYS_ioprio_set, kIoprioWhoProcess, pid, kIoprioIdle));
 }
-
-}  // namespace
 
 std::string TextOfStatus(int status) {
   if (!WIFSIGNALED(status)) {
@@ -140,7 +138,7 @@ void Maker::Start(std::size_t folder) {
     problem_ = options_.keldothumb + " cannot be started: " + std::strerror(error);
     return;
   }
-  if (options_.nice) Yield(child->pid());
+  if (options_.nice) YieldToOthers(child->pid());
   started.present_before_run = CountsOf(started.state).Thumbs(ThumbState::kPresent);
   started.failed_before_run = FailedSince(started.state, begin_time_);
   running_.push_back({std::move(*child), folder});

@@ -1,6 +1,8 @@
 // Makes the thumbnails of many directories with several keldothumb processes at once.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <ctime>
 #include <deque>
@@ -40,6 +42,10 @@ struct RunTrouble {
   std::string directory;
   std::string text;  ///< "keldothumb was killed by signal 11 (Segmentation fault)".
 };
+
+/// Gives a process, and what it starts from then on, the lowest processor and disk priority; 0 is
+/// this process. Where the system refuses, the process is just less polite.
+void YieldToOthers(pid_t pid);
 
 /// What a wait status other than 0 means, in words.
 [[nodiscard]] std::string TextOfStatus(int status);
