@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "util/deadline.h"
-#include "util/unique_fd.h"
+#include "util/handles.h"
 
 struct inotify_event;
 struct stat;
