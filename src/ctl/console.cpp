@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // U+FFFD in UTF-8.
 
-// The length of the UTF-8 character that `text` begins with; 0 when it begins with none.
+// The length of the UTF-8 character at the start of `text`; 0 if there is none.
 std::size_t CharacterLength(std::string_view text) {
   for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
     if (IsUtf8(text.substr(0, length))) return length;
@@ -20,7 +20,7 @@ std::size_t CharacterLength(std::string_view text) {
   return 0;
 }
 
-// U+0080 to U+009F: some terminals obey these as they obey the ASCII ones.
+// Some terminals obey U+0080 to U+009F like the ASCII control characters.
 bool IsControl(std::string_view character) {
   const auto byte = static_cast<unsigned char>(character[0]);
   if (character.size() == 1) return byte < 0x20 || byte == 0x7F;
@@ -52,7 +52,7 @@ const char* CodeOf(Console::Colour colour) {
   return "\033[2m";
 }
 
-// Characters on the screen: what begins no character, and colours, take no room.
+// Counts characters on the screen: continuation bytes and colours take no room.
 std::size_t ShownWidth(std::string_view text) {
   std::size_t width = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -161,7 +161,7 @@ std::string Counted(long number, std::string_view singular) {
 std::string SizeText(std::int64_t bytes) {
   constexpr double kStep = 1024;
   constexpr double kWholeFrom = 9.95;
-  constexpr double kNextFrom = 1023.5;  // what would be shown as 1024 is shown as 1.0 of the next
+  constexpr double kNextFrom = 1023.5;  // "1024" becomes "1.0" of the next unit
   constexpr std::array<const char*, 4> kUnits{"KiB", "MiB", "GiB", "TiB"};
   if (bytes < static_cast<std::int64_t>(kStep)) return Counted(bytes, "byte");
   double size = static_cast<double>(bytes) / kStep;

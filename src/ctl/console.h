@@ -1,4 +1,4 @@
-// How the commands talk to people and to scripts.
+// Output for people and for scripts.
 #pragma once
 
 #include <json/value.h>
@@ -11,11 +11,11 @@
 
 namespace keldo::ctl {
 
-/// What the streams are connected to and how much is to be said.
+/// What the streams are connected to, and how much to print.
 struct ConsoleStyle {
   bool colour = false;         ///< Colour the output.
   bool live_progress = false;  ///< Rewrite one line of the error stream.
-  bool quiet = false;          ///< Say less: what failed, and totals.
+  bool quiet = false;          ///< Print less: only failures and totals.
   bool verbose = false;
 };
 
@@ -31,7 +31,7 @@ class Console {
   [[nodiscard]] const ConsoleStyle& style() const { return style_; }
   void set_style(const ConsoleStyle& style) { style_ = style; }
 
-  /// The text in a colour where colours are on, else as it is.
+  /// The text in a colour if colours are on, else unchanged.
   [[nodiscard]] std::string Coloured(Colour colour, std::string_view text) const;
 
   /// Writes "keldothumbctl: PATH: PROBLEM" to the error stream and returns 1, the exit status.
@@ -42,7 +42,7 @@ class Console {
   /// Writes the value as one line of JSON.
   void PrintJson(const Json::Value& value);
 
-  /// Flushes the output. Returns `status`, or 1 with a message when not all could be written.
+  /// Flushes the output. Returns `status`, or 1 after a message if the output could not be written.
   [[nodiscard]] int Finish(int status);
 
  private:
@@ -51,8 +51,8 @@ class Console {
   ConsoleStyle style_;
 };
 
-/// A file name as a terminal can show it: control characters, and bytes that are not UTF-8, become
-/// "\n", "\t", "\x1b" and the like, a backslash "\\". Other names are left alone.
+/// A file name as a terminal can show it: control characters and bytes that are not UTF-8 become
+/// "\n", "\t", "\x1b" and the like, and a backslash becomes "\\". Other names stay unchanged.
 [[nodiscard]] std::string ShownName(std::string_view name);
 
 /// An object with the path as "path". JSON has to be UTF-8: where the path is not, U+FFFD stands
@@ -67,8 +67,8 @@ class Console {
 /// A size in bytes: "0 bytes", "812 bytes", "1.5 KiB", "12 MiB".
 [[nodiscard]] std::string SizeText(std::int64_t bytes);
 
-/// Rows of text in columns, flush right but for the column with the number `text_column`. Widths
-/// are counted in characters, not in bytes.
+/// Rows of text in columns, aligned to the right except column `text_column`. Widths are counted in
+/// characters, not in bytes.
 [[nodiscard]] std::string Table(const std::vector<std::vector<std::string>>& rows,
                                 std::size_t text_column);
 

@@ -209,7 +209,7 @@ class GalleryPage(unittest.TestCase):
         browser.press(Keys.ARROW_RIGHT, Keys.ARROW_RIGHT)
         self.assertEqual(self.focused(), "beach-02.jpg")
         self.assertEqual(browser.js("""return getComputedStyle(
-            document.activeElement.querySelector('.picture')).outline"""),
+            document.activeElement.querySelector('.image')).outline"""),
             "rgb(11, 87, 194) solid 3px")
         browser.press(Keys.ARROW_DOWN)
         self.assertEqual(self.focused(), "beach-08.jpg")

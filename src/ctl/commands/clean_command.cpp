@@ -1,4 +1,4 @@
-// keldothumbctl clean: what is left over in the metadata directories.
+// keldothumbctl clean: leftover files in the metadata directories.
 #include <json/value.h>
 
 #include <CLI/CLI.hpp>
@@ -26,18 +26,18 @@ namespace {
 using Reason = Leftovers::Reason;
 
 constexpr const char* kExamples =
-    "Finds the metadata of photos that are gone, what interrupted runs left behind, and failure\n"
-    "markers that no longer hold. Only files that this system makes are ever removed; whatever\n"
-    "else lies beside them stays.\n"
+    "Finds the metadata of photos that no longer exist, files left behind by interrupted runs, "
+    "and\n"
+    "outdated failure markers. Only files that this system makes are ever removed.\n"
     "\n"
     "Examples:\n"
-    "  keldothumbctl clean ~/Pictures            only tells what would go\n"
+    "  keldothumbctl clean ~/Pictures            shows what would be removed\n"
     "  keldothumbctl clean --force ~/Pictures    removes it\n";
 
 constexpr std::array<std::pair<Reason, const char*>, 3> kHeadings{
-    {{Reason::kPhotoGone, "Photos that are gone:"},
+    {{Reason::kPhotoGone, "Photos that no longer exist:"},
      {Reason::kTemporary, "Left behind by interrupted runs:"},
-     {Reason::kStaleMarker, "Failure markers that no longer hold:"}}};
+     {Reason::kStaleMarker, "Outdated failure markers:"}}};
 
 const char* JsonNameOf(Reason reason) {
   switch (reason) {
@@ -57,7 +57,7 @@ struct Request {
   bool json = false;
 };
 
-// Leftovers and where they are; with --force, as far as they were removed.
+// Leftovers and where they are; with --force, only those that were removed.
 struct Entry {
   std::string directory;
   Leftovers leftovers;
@@ -67,7 +67,7 @@ struct Entry {
   }
 };
 
-// Where a path leads; empty when it leads nowhere.
+// The path with all links resolved; empty when it leads nowhere.
 std::string RealPath(const std::string& path) {
   std::error_code error;
   return std::filesystem::canonical(path, error).native();
@@ -99,8 +99,8 @@ class Cleaning {
   }
 
  private:
-  // A link may lead out of what was asked for, and is then left alone; where it stays inside, its
-  // target is as good as any other directory.
+  // A link that leads out of the tree is skipped. If it stays inside, its target is treated like
+  // any other directory.
   void Visit(const std::string& directory, const std::string& real_root) {
     const std::string real = RealPath(directory);
     if (real.empty()) return Fail(directory, std::strerror(ENOENT));
@@ -111,7 +111,7 @@ class Cleaning {
         Clean(directory, cleaner);
         break;
       case MetadataCleaner::State::kNotDirectory:
-        console_.Warn(ShownName(JoinPath(directory, "@eaDir")) + ": is no directory; left alone");
+        console_.Warn(ShownName(JoinPath(directory, "@eaDir")) + ": not a directory; skipped");
         break;
       case MetadataCleaner::State::kLocked:
         Fail(directory, "another program is working on the folder; skipped");
@@ -133,7 +133,7 @@ class Cleaning {
     }
   }
 
-  // Leaves in the entry what was removed. False when that is nothing.
+  // Reduces the entry to what was removed. False when nothing was.
   bool Remove(MetadataCleaner& cleaner, Entry& entry) {
     Removal removal = cleaner.Remove(entry.leftovers);
     if (!removal.problem.empty()) Fail(entry.Metadata(), "cannot be removed: " + removal.problem);
@@ -163,7 +163,8 @@ class Cleaning {
     console_.out() << "  " << metadata << ": "
                    << Counted(static_cast<long>(leftovers.files.size()), "file") << ", "
                    << SizeText(leftovers.bytes);
-    if (leftovers.has_others) console_.out() << "; the directory stays, it holds other files too";
+    if (leftovers.has_others)
+      console_.out() << "; the directory stays because it also holds other files";
     console_.out() << "\n";
     if (!console_.style().verbose) return;
     for (const std::string& file : leftovers.files)
@@ -183,14 +184,14 @@ class Cleaning {
       }
     }
     if (entries_.empty()) {
-      console_.out() << "Nothing is left over.\n";
+      console_.out() << "Nothing to clean up.\n";
       return;
     }
     const std::string total = Counted(files_, "file") + ", " + SizeText(bytes_);
     if (request_.force) {
       console_.out() << "Removed " << total << ".\n";
     } else {
-      console_.out() << total << " in all; run again with --force to remove them\n";
+      console_.out() << total << " in total; run again with --force to remove them\n";
     }
   }
 
@@ -237,8 +238,8 @@ int RunClean(const Request& request, Console& console) {
 
 void AddCleanCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
-  CLI::App* command = AddCommand(
-      app, context, "clean", "Find what is left over in the metadata directories, or remove it");
+  CLI::App* command = AddCommand(app, context, "clean",
+                                 "Find leftover files in the metadata directories, or remove them");
   command->add_flag("--force", request->force, "Remove what is found");
   AddJsonOption(*command, request->json);
   AddDirectoriesArgument(*command, request->directories);

@@ -85,7 +85,7 @@ TEST_F(CleanCommand, MetadataOfAPhotoThatIsGoneGoesWithItsDirectory) {
   EXPECT_EQ(runner_.errors, "");
   EXPECT_FALSE(fs::exists(Of(kOddName)));
   EXPECT_TRUE(fs::exists(Of("here.jpg") + "/KELDOPHOTO_THUMB_S.jpg"));
-  EXPECT_EQ(runner_.output, "Photos that are gone:\n  " + photos_ +
+  EXPECT_EQ(runner_.output, "Photos that no longer exist:\n  " + photos_ +
                                 "/@eaDir/-2024 %s [1]\\xff\\n.JPG: 9 files, 45 bytes\n"
                                 "Removed 9 files, 45 bytes.\n");
 }
@@ -101,11 +101,11 @@ TEST_F(CleanCommand, WithoutForceNothingChanges) {
   EXPECT_EQ(Snapshot(dir_.path()), before);
   const std::string metadata = "  " + photos_ + "/@eaDir/";
   EXPECT_EQ(runner_.output,
-            "Photos that are gone:\n" + metadata + "gone.jpg: 1 file, 5 bytes\n" +
+            "Photos that no longer exist:\n" + metadata + "gone.jpg: 1 file, 5 bytes\n" +
                 "Left behind by interrupted runs:\n" + metadata +
-                "a.jpg/KELDOPHOTO.tmp.Ab3dEf.jpg\n" + "Failure markers that no longer hold:\n" +
-                metadata + "a.jpg/KELDOPHOTO_THUMB_S.fail\n" +
-                "3 files, 10 bytes in all; run again with --force to remove them\n");
+                "a.jpg/KELDOPHOTO.tmp.Ab3dEf.jpg\n" + "Outdated failure markers:\n" + metadata +
+                "a.jpg/KELDOPHOTO_THUMB_S.fail\n" +
+                "3 files, 10 bytes in total; run again with --force to remove them\n");
 }
 
 TEST_F(CleanCommand, AnEmptyMetadataDirectoryOfAGonePhotoIsRemovedButNotTheCommonOne) {
@@ -125,7 +125,7 @@ TEST_F(CleanCommand, APhotoThatIsThereInAnyFormIsNotGone) {
     Metadata(name, "KELDOPHOTO_THUMB_S.jpg");
   const auto before = Snapshot(dir_.path());
   EXPECT_EQ(Clean({"--force"}), 0);
-  EXPECT_EQ(runner_.output, "Nothing is left over.\n");
+  EXPECT_EQ(runner_.output, "Nothing to clean up.\n");
   EXPECT_EQ(Snapshot(dir_.path()), before);
 }
 
@@ -175,12 +175,14 @@ TEST_F(CleanCommand, ForeignFilesAreNeverTouched) {
   Metadata("gone3.jpg", "KELDOPHOTO_THUMB_S.jpg");
   EXPECT_EQ(Clean({"--force"}), 0) << runner_.errors;
   EXPECT_EQ(Snapshot(dir_.path()), expected);
-  EXPECT_THAT(runner_.output,
-              HasSubstr("gone.jpg: 1 file, 5 bytes; the directory stays, it holds other files"));
+  EXPECT_THAT(
+      runner_.output,
+      HasSubstr(
+          "gone.jpg: 1 file, 5 bytes; the directory stays because it also holds other files"));
   EXPECT_THAT(runner_.output, Not(HasSubstr("gone2")));
   EXPECT_EQ(runner_.errors,
-            "keldothumbctl: " + photos_ + "/sub/@eaDir: is no directory; left alone\n" +
-                "keldothumbctl: " + photos_ + "/sub2/@eaDir: is no directory; left alone\n");
+            "keldothumbctl: " + photos_ + "/sub/@eaDir: not a directory; skipped\n" +
+                "keldothumbctl: " + photos_ + "/sub2/@eaDir: not a directory; skipped\n");
 }
 
 TEST_F(CleanCommand, AMarkerGoesWhenItsThumbnailIsThere) {
@@ -240,7 +242,7 @@ TEST_F(CleanCommand, ALinkThatStaysInsideTheTreeDoesNotHideItsTarget) {
 TEST_F(CleanCommand, TreesThatOverlapAreCountedOnce) {
   WriteFile(photos_ + "/sub/@eaDir/gone.jpg/KELDOPHOTO_THUMB_S.jpg", "thumb");
   EXPECT_EQ(runner_.Run({"clean", photos_, photos_ + "/sub", photos_}), 0);
-  EXPECT_THAT(runner_.output, HasSubstr("1 file, 5 bytes in all"));
+  EXPECT_THAT(runner_.output, HasSubstr("1 file, 5 bytes in total"));
 }
 
 TEST_F(CleanCommand, JsonTellsTheSame) {

@@ -24,7 +24,7 @@ constexpr const char* kInstalledProfile = "/etc/keldothumb/thumb.conf";
 constexpr const char* kInstalledProgram = "/usr/bin/keldothumb";
 constexpr int kMostJobs = 1024;
 
-// The keldothumb beside this program, as both are built and installed together.
+// The keldothumb next to this program: both are built and installed together.
 std::string ProgramBesideUs() {
   std::string self(PATH_MAX, '\0');
   const ssize_t length = ::readlink("/proc/self/exe", self.data(), self.size());
@@ -83,11 +83,12 @@ Environment EnvironmentOfProcess() {
 CLI::App* AddCommand(CLI::App& parent, CommandContext& context, const std::string& name,
                      const std::string& description) {
   CLI::App* command = parent.add_subcommand(name, description);
-  command->add_flag("-q,--quiet", context.quiet, "Say less: what failed, and totals");
-  command->add_flag("-v,--verbose", context.verbose, "Say more");
+  command->add_flag("-q,--quiet", context.quiet, "Print less: only failures and totals");
+  command->add_flag("-v,--verbose", context.verbose, "Print more");
   command
-      ->add_option("--color", context.colour,
-                   "Colours: auto (on a terminal, unless NO_COLOR is set), always or never")
+      ->add_option(
+          "--color", context.colour,
+          "When to use colours: auto (on a terminal, unless NO_COLOR is set), always or never")
       ->type_name("WHEN")
       ->check(CLI::IsMember({"auto", "always", "never"}));
   return command;
@@ -119,7 +120,7 @@ std::optional<std::string> ProfileToUse(const std::string& named, const Environm
 }
 
 void AddDirectoriesArgument(CLI::App& command, std::vector<std::string>& directories) {
-  command.add_option("DIR", directories, "Directories; what lies below them is included")
+  command.add_option("DIR", directories, "Directories, with everything below them")
       ->type_name("")
       ->required();
 }
@@ -139,7 +140,7 @@ void AddRunOptions(CLI::App& command, MakeSettings& settings, const char* jobs_h
       ->type_name("N")
       ->check(CLI::Range(1, kMostJobs));
   AddProfileOption(command, settings.profile);
-  command.add_flag("--nice", settings.nice, "Yield processors and disks to everything else");
+  command.add_flag("--nice", settings.nice, "Run at the lowest processor and disk priority");
 }
 
 void AddMakeOptions(CLI::App& command, MakeSettings& settings) {
@@ -151,7 +152,7 @@ MakeOptions OptionsFrom(const MakeSettings& settings, const CommandContext& cont
   const std::optional<std::string> profile = ProfileToUse(settings.profile, context.environment);
   if (!profile) {
     throw UsageError(ShownName(context.environment.profile_path) +
-                     ": there is no profile file; name one with --profile");
+                     ": not installed; name a profile file with --profile");
   }
   MakeOptions options;
   options.keldothumb = context.environment.keldothumb;

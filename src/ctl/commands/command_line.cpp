@@ -9,9 +9,9 @@ namespace {
 
 constexpr const char* kFooter =
     "keldothumbctl COMMAND --help explains a command and shows examples. To begin with:\n"
-    "  keldothumbctl doctor                  is everything there that is needed?\n"
+    "  keldothumbctl doctor                  is everything installed that is needed?\n"
     "  keldothumbctl make ~/Pictures         make all thumbnails\n"
-    "  keldothumbctl status ~/Pictures       what is there, what is missing, what failed\n";
+    "  keldothumbctl status ~/Pictures       what is present, what is missing, what failed\n";
 
 void AddCommands(CLI::App& app, CommandContext& context) {
   AddMakeCommand(app, context);
@@ -28,8 +28,8 @@ void AddCommands(CLI::App& app, CommandContext& context) {
   AddDoctorCommand(app, context);
 }
 
-// The library takes "[a,b]" for a list of two; here it is the name of a directory. Another spelling
-// of the same path is none.
+// CLI11 reads "[a,b]" as a list of two values, but here it is the name of a directory. "./[a,b]" is
+// the same path and not a list.
 std::vector<std::string> WithoutLists(std::vector<std::string> arguments) {
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const bool is_text = i > 0 && arguments[i - 1] == "--title";
@@ -46,13 +46,13 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Environment&
                    std::ostream& out, std::ostream& err) {
   Console console(out, err);
   CommandContext context{console, environment};
-  CLI::App app("Makes, shows and looks after the thumbnails of photo libraries.", "keldothumbctl");
+  CLI::App app("Make, inspect and maintain the thumbnails of photo libraries.", "keldothumbctl");
   app.set_version_flag("--version", "keldothumbctl " KELDO_VERSION);
   app.require_subcommand(1);
   app.footer(kFooter);
   AddCommands(app, context);
   try {
-    // The library takes arguments from the end.
+    // CLI11 expects the arguments in reverse.
     const std::vector<std::string> words = WithoutLists(arguments);
     app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
   } catch (const CLI::ParseError& error) {
@@ -61,7 +61,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, const Environment&
     console.Warn(error.what());
     return kUsage;
   } catch (const std::exception& error) {
-    // Memory or descriptors ran out.
+    // We ran out of memory or descriptors.
     console.Warn(error.what());
     return kSomeFailed;
   }

@@ -1,4 +1,4 @@
-// keldothumbctl dirs: the directories that hold photos, for tools that share out work.
+// keldothumbctl dirs: the directories that hold photos, for tools that distribute work.
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <ostream>
@@ -12,10 +12,11 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kExamples =
-    "Each directory can be worked on by a keldothumb process of its own:\n"
+    "Each directory can have its own keldothumb process:\n"
     "  keldothumbctl dirs -0 --todo ~/Pictures |\n"
     "    parallel -0 keldothumb /etc/keldothumb/thumb.conf {}\n"
-    "A name with a line break needs -0; without it, it is left out with a message and status 1.\n";
+    "A name with a line break needs -0. Without -0 it is skipped with a message, and the status is "
+    "1.\n";
 
 struct Request {
   std::vector<std::string> directories;
@@ -47,9 +48,10 @@ int RunDirs(const Request& request, CommandContext& context) {
 void AddDirsCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command =
-      AddCommand(app, context, "dirs", "Print the directories that hold photos, one a line");
-  command->add_flag("--todo", request->todo, "Only those with thumbnails missing or stale");
-  command->add_flag("-0,--null", request->null_terminated, "End each with a zero byte instead");
+      AddCommand(app, context, "dirs", "Print the directories that hold photos, one per line");
+  command->add_flag("--todo", request->todo, "Only those with missing or stale thumbnails");
+  command->add_flag("-0,--null", request->null_terminated,
+                    "End each name with a zero byte instead");
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);
   command->footer(kExamples);

@@ -1,4 +1,4 @@
-// keldothumbctl doctor: whether this machine has what thumbnails need.
+// keldothumbctl doctor: check that this machine has what thumbnails need.
 #pragma once
 
 #include <chrono>
@@ -12,12 +12,12 @@
 
 namespace keldo::ctl {
 
-/// What one check has found.
+/// What one check found.
 struct CheckResult {
   enum class Level {
     kOk,
-    kNote,     ///< Not there, and need not be.
-    kWarning,  ///< Some photos, or something beside thumbnails, will suffer.
+    kNote,     ///< Missing, but not required.
+    kWarning,  ///< Affects some photos, or something other than thumbnails.
     kProblem,  ///< No thumbnails can be made.
   };
 
@@ -27,7 +27,7 @@ struct CheckResult {
   std::string advice;  ///< What to do about it.
 };
 
-/// What is looked at.
+/// What is checked.
 struct DoctorPaths {
   std::string keldothumb;
   std::string profile;
@@ -42,16 +42,16 @@ struct DoctorPaths {
   std::string pid_file = paths::kPidFile;
   std::string daemon_socket = paths::kPluginDaemonSocket;
   std::string watch_limit = "/proc/sys/fs/inotify/max_user_watches";
-  std::chrono::milliseconds deadline{10'000};  ///< Of each program that is run.
+  std::chrono::milliseconds deadline{10'000};  ///< For each program that is run.
 };
 
-/// The programs that keldothumb runs, and that it runs itself.
+/// Checks keldothumb and the programs that it runs.
 [[nodiscard]] std::vector<CheckResult> CheckPrograms(const DoctorPaths& paths);
 
-/// Libraries, files, the daemon and the limits of the system.
+/// Checks libraries, files, the daemon and the limits of the system.
 [[nodiscard]] std::vector<CheckResult> CheckSystem(const DoctorPaths& paths);
 
-/// Carries out all checks and prints them. Returns the exit status: 1 when there is a problem.
+/// Runs all checks and prints the results. Returns the exit status: 1 when there is a problem.
 [[nodiscard]] int RunDoctor(const DoctorPaths& paths, bool json, Console& console);
 
 }  // namespace keldo::ctl

@@ -15,9 +15,8 @@ namespace {
 using Level = CheckResult::Level;
 
 constexpr const char* kExplanation =
-    "A problem keeps thumbnails from being made. A warning concerns some photos, or something "
-    "beside\n"
-    "thumbnails. The exit status is 1 when there is a problem.\n";
+    "A problem keeps thumbnails from being made. A warning affects only some photos, or something\n"
+    "other than thumbnails. The exit status is 1 when there is a problem.\n";
 
 const char* NameOf(Level level) {
   switch (level) {
@@ -96,8 +95,8 @@ int RunDoctor(const DoctorPaths& paths, bool json, Console& console) {
 
 void AddDoctorCommand(CLI::App& app, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
-  CLI::App* command =
-      AddCommand(app, context, "doctor", "Check what thumbnails need: programs, files, limits");
+  CLI::App* command = AddCommand(app, context, "doctor",
+                                 "Check the programs, files and limits that thumbnails need");
   AddJsonOption(*command, *json);
   command->footer(kExplanation);
   OnRun(*command, context, [&context, json] {

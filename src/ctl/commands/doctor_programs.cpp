@@ -16,7 +16,7 @@ namespace {
 
 using Level = CheckResult::Level;
 
-// What a program tells, or why it cannot be used.
+// What a program printed, or why it cannot be used.
 struct Probe {
   std::string problem;
   ProgramOutput output;
@@ -38,15 +38,15 @@ CheckResult Missing(const char* name, const std::string& path, const Probe& prob
 
 CheckResult CheckKeldothumb(const DoctorPaths& paths) {
   constexpr const char* kName = "keldothumb";
-  constexpr const char* kAdvice = "install keldothumb anew, beside keldothumbctl";
+  constexpr const char* kAdvice = "reinstall keldothumb next to keldothumbctl";
   const Probe probe = Try(paths.keldothumb, {}, paths);
   if (!probe.problem.empty()) {
     return Missing(kName, paths.keldothumb, probe, Level::kProblem, kAdvice);
   }
-  // Without arguments there is nothing to do, which it says with its status.
+  // Without arguments it has nothing to do and exits with status 1.
   if (probe.output.status != 1) {
     return {kName, Level::kProblem,
-            ShownName(paths.keldothumb) + ": ends with status " +
+            ShownName(paths.keldothumb) + ": exits with status " +
                 std::to_string(probe.output.status) + " instead of 1",
             kAdvice};
   }
@@ -67,7 +67,7 @@ std::string VersionOf(const ProgramOutput& output) {
   return std::string(version.substr(0, end));
 }
 
-// True when the list of formats has one that can be read: "     HEIC* HEIC      rw+   Apple ...".
+// True when the list of formats has this one as readable: "     HEIC* HEIC      rw+   Apple ...".
 bool CanRead(std::string_view formats, std::string_view name) {
   while (!formats.empty()) {
     std::string_view line = TakeLine(formats);
@@ -98,7 +98,7 @@ CheckResult CheckHeicOfMagick(const DoctorPaths& paths) {
           "install an ImageMagick with HEIC support; Debian: libmagickcore-6.q16-6-extra"};
 }
 
-// Our converter says which formats it reads together with its version.
+// Our converter prints the formats that it reads with its version.
 CheckResult CheckOurHeic(const ProgramOutput& version) {
   if (version.text.find(" HEIC") != std::string::npos) {
     return {kHeicName, Level::kOk, kReadsHeic, {}};
@@ -106,7 +106,7 @@ CheckResult CheckOurHeic(const ProgramOutput& version) {
   return {kHeicName, Level::kWarning, kReadsNoHeic, "install libheif; Debian: libheif1"};
 }
 
-// "16KP" in "  Width: 16KP"; nothing when there is no such line.
+// "16KP" in "  Width: 16KP", as a number; nothing when there is no such line.
 std::optional<double> LimitOf(std::string_view resources, std::string_view name) {
   while (!resources.empty()) {
     std::string_view line = TakeLine(resources);
@@ -120,7 +120,7 @@ std::optional<double> LimitOf(std::string_view resources, std::string_view name)
     constexpr std::string_view kUnits = "KMGTPE";
     const std::size_t steps = unit.empty() ? std::string_view::npos : kUnits.find(unit[0]);
     const double step = unit.find('i') == std::string_view::npos ? 1000 : 1024;
-    // "16P" is 16 pixels: the letter alone is no multiple.
+    // "16P" is 16 pixels: the letter alone is not a multiplier.
     if (steps != std::string_view::npos && unit.size() > 1) {
       for (std::size_t i = 0; i <= steps; ++i)
         number *= step;
@@ -141,11 +141,11 @@ CheckResult CheckLimits(const DoctorPaths& paths) {
   };
   std::string low;
   if (is_below("Width", kLongestSide) || is_below("Height", kLongestSide)) {
-    low = "photos with a side of 16,000 pixels or less are refused";
+    low = "photos with a side of 16,000 pixels or less are rejected";
   } else if (is_below("Disk", kDisk)) {
-    low = "less than 1 GiB of disk may be used for a photo, which large ones need";
+    low = "a photo may use less than 1 GiB of disk, and large ones need more";
   }
-  if (low.empty()) return {kName, Level::kOk, "large photos are let through", {}};
+  if (low.empty()) return {kName, Level::kOk, "large photos are accepted", {}};
   return {kName, Level::kWarning, low, "raise the limits in ImageMagick's policy.xml"};
 }
 
@@ -159,9 +159,9 @@ std::vector<CheckResult> CheckConverter(const DoctorPaths& paths) {
   const std::string version = VersionOf(probe.output);
   if (probe.output.status != 0 || version.empty()) {
     return {{kName, Level::kProblem,
-             ShownName(paths.converter) + ": '--version' ends with status " +
+             ShownName(paths.converter) + ": '--version' exits with status " +
                  std::to_string(probe.output.status),
-             "install the converter anew"}};
+             "reinstall the converter"}};
   }
   const bool is_magick = version.starts_with("ImageMagick");
   const std::string what = is_magick ? version : "our own: " + version;
@@ -208,7 +208,7 @@ std::vector<CheckResult> CheckPrograms(const DoctorPaths& paths) {
                                  "install dcraw; without it X3F photos get no thumbnails"));
   results.push_back(CheckPresent(
       "compare", paths.compare, paths, {"-version"},
-      "install ImageMagick; without it photos that were turned by hand may be turned back"));
+      "install ImageMagick; without it photos that were rotated by hand may be rotated back"));
   return results;
 }
 

@@ -1,4 +1,4 @@
-// Everything that thumbnails need beside programs.
+// Everything that thumbnails need other than programs.
 #include <dlfcn.h>
 #include <libraw/libraw.h>
 #include <sys/resource.h>
@@ -38,13 +38,13 @@ CheckResult CheckHeif(const std::string& library) {
     return {kName, Level::kWarning, library + " cannot be loaded",
             "install libheif1; without it the size of HEIC photos is unknown"};
   }
-  // Kept loaded, as the library wants it.
+  // Never unloaded: the library does not support that.
   const auto version = reinterpret_cast<const char* (*)()>(::dlsym(handle, "heif_get_version"));
   return {
       kName, Level::kOk, version == nullptr ? library : std::string("version ") + version(), {}};
 }
 
-// "KELDOPHOTO_THUMB_XL.jpg" and "KELDOPHOTO:THUMB_XL.jpg" are called XL.
+// "KELDOPHOTO_THUMB_XL.jpg" and "KELDOPHOTO:THUMB_XL.jpg" give "XL".
 std::string KindOf(const std::string& filename) {
   constexpr std::string_view kStart = "KELDOPHOTO_THUMB_";
   constexpr std::string_view kEnd = ".jpg";
@@ -54,7 +54,7 @@ std::string KindOf(const std::string& filename) {
 
 CheckResult CheckProfile(const std::string& path) {
   constexpr const char* kName = "profile file";
-  constexpr const char* kAdvice = "install keldothumb anew, or name another file with --profile";
+  constexpr const char* kAdvice = "reinstall keldothumb, or name another file with --profile";
   if (::access(path.c_str(), R_OK) != 0) {
     return {kName, Level::kProblem, ShownName(path) + ": " + std::strerror(errno), kAdvice};
   }
@@ -67,12 +67,12 @@ CheckResult CheckProfile(const std::string& path) {
     }
   }
   if (kinds.empty()) {
-    return {kName, Level::kProblem, ShownName(path) + ": names no thumbnails", kAdvice};
+    return {kName, Level::kProblem, ShownName(path) + ": defines no thumbnails", kAdvice};
   }
   return {kName, Level::kOk, ShownName(path) + ": " + ShownName(kinds), {}};
 }
 
-// A file that is replaced as a whole: its directory has to be writable too.
+// For a file that is replaced as a whole: its directory has to be writable, too.
 bool CanReplace(const std::string& path) {
   const std::string directory = std::filesystem::path(path).parent_path().native();
   if (::access(directory.c_str(), W_OK | X_OK) != 0) return false;
@@ -89,16 +89,15 @@ CheckResult CheckIndex(const std::string& path) {
   const auto opened = index::IndexDatabase::Open(path);
   if (opened.missing) {
     return {kName, Level::kNote, "none; all kinds are wanted everywhere",
-            "'keldothumbctl index mask' makes one"};
+            "'keldothumbctl index mask' creates one"};
   }
   if (!opened.database) {
-    return {
-        kName, Level::kWarning, ShownName(path) + ": " + opened.problem,
-        "what was set with 'keldothumbctl index mask' does not hold; remove the file and set it "
-        "again"};
+    return {kName, Level::kWarning, ShownName(path) + ": " + opened.problem,
+            "the masks set with 'keldothumbctl index mask' have no effect; remove the file and set "
+            "them again"};
   }
   if (!CanReplace(path)) {
-    return {kName, Level::kNote, ShownName(path) + " can be read, not written",
+    return {kName, Level::kNote, ShownName(path) + " can be read but not written",
             "only root may change it"};
   }
   return {kName, Level::kOk, ShownName(path), {}};
@@ -111,8 +110,8 @@ CheckResult CheckDaemon(const std::string& socket) {
   Json::Value packet(Json::objectValue);
   packet["command"] = "IS_CONVERT_PHOTO";
   if (keldoindexutils::ipc::AutoSendRecvPacket(socket.c_str(), kNoFlags, packet, kSeconds) < 0) {
-    return {kName, Level::kNote, "none answers",
-            "none is needed; start keldoindexplugind to have finished photos noted in the index"};
+    return {kName, Level::kNote, "no answer",
+            "not required; start keldoindexplugind to record finished photos in the index"};
   }
   const Json::Value result = packet.isObject() ? packet["result"] : Json::Value();
   const bool is_off = result.isBool() && !result.asBool();
@@ -124,8 +123,8 @@ CheckResult CheckWatches(const std::string& path) {
   constexpr long kEnough = 16'384;
   std::ifstream file(path);
   long limit = 0;
-  if (!(file >> limit)) return {kName, Level::kNote, "their limit cannot be read", {}};
-  const std::string text = Grouped(limit) + " for each user";
+  if (!(file >> limit)) return {kName, Level::kNote, "the limit cannot be read", {}};
+  const std::string text = Grouped(limit) + " per user";
   if (limit >= kEnough) return {kName, Level::kOk, text, {}};
   return {
       kName, Level::kWarning, text,
@@ -151,9 +150,10 @@ CheckResult CheckTemporarySpace() {
   if (!error && HasDiskSpace(directory)) {
     return {kName, Level::kOk, "at least 1 GiB is free in " + ShownName(directory), {}};
   }
-  return {kName, Level::kWarning,
-          error ? error.message() : "less than 1 GiB is free in " + ShownName(directory),
-          "make room there, or set TMPDIR: large photos are kept there while they are converted"};
+  return {
+      kName, Level::kWarning,
+      error ? error.message() : "less than 1 GiB is free in " + ShownName(directory),
+      "free some space there, or set TMPDIR: large photos are kept there while they are converted"};
 }
 
 }  // namespace

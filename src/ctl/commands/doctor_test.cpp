@@ -100,7 +100,7 @@ TEST_F(Doctor, AllIsWellWhereNothingIsMissing) {
   for (const char* text :
        {"convert, ImageMagick 6.9.11-60\n", "djpeg, libjpeg-turbo version 2.1.5\n",
         "dcraw, Raw photo decoder \"dcraw\" v9.28\n", "compare, ImageMagick 7.1.1-15\n",
-        "thumb.conf: XL, S\n", "192,536 for each user\n", "the converter reads them\n"}) {
+        "thumb.conf: XL, S\n", "192,536 per user\n", "the converter reads them\n"}) {
     EXPECT_THAT(output_, HasSubstr(text));
   }
   EXPECT_EQ(LevelOf("libheif"), Level::kOk);

@@ -15,7 +15,7 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kExamples =
-    "The reason is found by looking at the photo and the machine as they are now.\n"
+    "The reason is worked out from the photo and the machine as they are now.\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl failed ~/Pictures\n"
@@ -65,12 +65,11 @@ int RunFailed(const Request& request, CommandContext& context) {
 
 void AddFailedCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
-  CLI::App* command =
-      AddCommand(app, context, "failed", "List the photos that failed, with the reason");
+  CLI::App* command = AddCommand(app, context, "failed", "List the photos that failed, and why");
   CLI::Option* json = AddJsonOption(*command, request->json);
   command
       ->add_flag("-0,--null", request->null_terminated,
-                 "Print the paths alone, each ended by a zero byte")
+                 "Print only the paths, each followed by a zero byte")
       ->excludes(json);
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);

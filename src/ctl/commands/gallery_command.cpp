@@ -8,20 +8,20 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kHelp =
-    "Write one HTML page that shows the thumbnails of photo libraries, and what is wrong with them";
+    "Write an HTML page of the thumbnails of photo libraries, and of what is wrong with them";
 
 constexpr const char* kExamples =
     "Open the page in a browser. It needs nothing else: no server, no network.\n"
     "\n"
-    "The page shows the thumbnails where they are; it is not a copy. It finds them relative to "
-    "its\n"
-    "own place, so leave it where it was written, or write it again elsewhere. On a web server, "
-    "put\n"
-    "it at or above the photos: what is not below the server's root cannot be seen.\n"
+    "The page links to the thumbnails where they are; it is not a copy. The links are relative, "
+    "so\n"
+    "leave the page where it was written, or write it again elsewhere. On a web server, put it at "
+    "or\n"
+    "above the photos: what is not below the server's root cannot be seen.\n"
     "It shows the photos as they were when it was written.\n"
     "\n"
-    "Exit status: 0; 1 when the page could not be written or a directory not be read; 2 for wrong\n"
-    "usage.\n"
+    "Exit status: 0; 1 when the page could not be written or a directory could not be read; 2 for\n"
+    "wrong usage.\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl gallery ~/Pictures                          writes ./thumbnails.html\n"
@@ -37,8 +37,8 @@ void AddGalleryCommand(CLI::App& app, CommandContext& context) {
   CLI::App* gallery = AddCommand(app, context, "gallery", kHelp);
   gallery
       ->add_option("-o,--output", request->output,
-                   "The page; ./thumbnails.html otherwise. '-' is the standard output,\n"
-                   "for a page that will lie in the current directory")
+                   "The page; default: ./thumbnails.html. '-' is standard output,\n"
+                   "for a page that will be kept in the current directory")
       ->type_name("FILE.html");
   gallery->add_option("--title", request->title, "The page's title")->type_name("TEXT");
   AddProfileOption(*gallery, *profile);

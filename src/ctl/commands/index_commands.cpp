@@ -1,4 +1,4 @@
-// keldothumbctl index: the commands on the embedded index.
+// keldothumbctl index: show and edit the embedded index.
 #include <CLI/CLI.hpp>
 #include <memory>
 
@@ -11,18 +11,18 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kMaskHelp =
-    "Show or set which thumbnails are wanted for a directory and all below it";
+    "Show or set which thumbnails are wanted for a directory and everything below it";
 
 constexpr const char* kMaskExamples =
     "Kinds, with the side of their box in pixels:\n"
     "  S 120, SM 240, M 320, B 640, L 800, XL 1280\n"
-    "As a number: S 1, M 2, B 4, L 8, XL 16, SM 32, added up.\n"
+    "As a number, add up: S 1, M 2, B 4, L 8, XL 16, SM 32.\n"
     "\n"
     "Examples:\n"
-    "  keldothumbctl index mask /volume1/photo            what holds, and where it was set\n"
+    "  keldothumbctl index mask /volume1/photo            the current mask, and where it was set\n"
     "  keldothumbctl index mask /volume1/photo S,M,XL     only these three from now on\n"
     "  keldothumbctl index mask /volume1/scans 0          none at all\n"
-    "  keldothumbctl index mask /volume1/photo default    as the directory above has it\n"
+    "  keldothumbctl index mask /volume1/photo default    inherit from the directory above\n"
     "  keldothumbctl index mask --video /volume1/film S   for videos\n"
     "  keldothumbctl index mask -- -odd-name              a name that begins with a dash\n";
 
@@ -33,14 +33,14 @@ constexpr const char* kShowExamples =
 
 constexpr const char* kInherit = "default";
 
-// What is wrong with a MASK argument; empty when nothing is.
+// What is wrong with a MASK argument; empty if nothing.
 std::string ProblemWithMask(const std::string& text) {
   if (text == kInherit || ParseMask(text)) return {};
-  return "'" + text + "' is no number from 0 to 63 and no list of kinds";
+  return "'" + text + "' is neither a number from 0 to 63 nor a list of kinds";
 }
 
-// Takes a MASK argument without a problem, or an empty text when none was given.
-void TakeMask(const std::string& text, IndexMaskRequest& request) {
+// Reads a valid MASK argument; an empty one only shows the mask.
+void ReadMask(const std::string& text, IndexMaskRequest& request) {
   if (text == kInherit) {
     request.action = IndexMaskRequest::Action::kRemove;
   } else if (const auto mask = ParseMask(text)) {
@@ -58,11 +58,11 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
                    "The kinds wanted: S,M,XL or a number from 0 to 63; 'default' to inherit")
       ->type_name("")
       ->check(ProblemWithMask);
-  mask->add_flag("--video", request->video, "For the thumbnails of videos, not of photos");
+  mask->add_flag("--video", request->video, "For videos instead of photos");
   AddJsonOption(*mask, request->json);
   mask->footer(kMaskExamples);
   OnRun(*mask, context, [&context, request, mask_text] {
-    TakeMask(*mask_text, *request);
+    ReadMask(*mask_text, *request);
     return RunIndexMask(*request, context.environment.database_path, context.console.out(),
                         context.console.err());
   });
@@ -70,7 +70,8 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
 
 void AddListCommand(CLI::App& index, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
-  CLI::App* list = AddCommand(index, context, "list", "List all masks, and count what is known");
+  CLI::App* list =
+      AddCommand(index, context, "list", "List all masks, and count the files in the index");
   AddJsonOption(*list, *json);
   OnRun(*list, context, [&context, json] {
     return ListIndex(context.environment.database_path, *json, context.console);
@@ -80,8 +81,9 @@ void AddListCommand(CLI::App& index, CommandContext& context) {
 void AddShowCommand(CLI::App& index, CommandContext& context) {
   const auto path = std::make_shared<std::string>();
   const auto json = std::make_shared<bool>(false);
-  CLI::App* show = AddCommand(index, context, "show", "Show what holds for a file or directory");
-  show->add_option("PATH", *path, "The file or directory; it may be gone")
+  CLI::App* show =
+      AddCommand(index, context, "show", "Show what the index knows about a file or directory");
+  show->add_option("PATH", *path, "The file or directory; it need not exist any more")
       ->type_name("")
       ->required();
   AddJsonOption(*show, *json);

@@ -27,13 +27,13 @@ using index::Measured;
 using index::MediaRecord;
 using Rows = std::vector<std::vector<std::string>>;
 
-constexpr const char* kNoDatabase = "There is no index; all six kinds are wanted everywhere.\n";
+constexpr const char* kNoDatabase = "There is no index; all kinds are wanted everywhere.\n";
 
 const char* TypeName(int type) {
   return type == THUMB_TYPE_VIDEO ? "video" : "photo";
 }
 
-// Reads the database at `path`; without one `read` is not called. The exit status.
+// Opens the database at `path` and calls `read` if there is one. Returns the exit status.
 int WithDatabase(const std::string& path, Console& console,
                  const std::function<bool(IndexDatabase&)>& read) {
   const IndexDatabase::OpenResult opened = IndexDatabase::Open(path);
@@ -65,7 +65,7 @@ std::string LocalTime(std::int64_t time) {
   return {text.data(), length};
 }
 
-// All that the index knows of one path.
+// All that the index knows about one path.
 struct Knowledge {
   bool has_database = false;
   std::optional<MaskEntry> photo_mask;
@@ -196,9 +196,9 @@ void PrintListing(const Listing& listing, Console& console) {
                     ShownName(record.directory) + ": " + KindsText(record.mask)});
   }
   constexpr std::size_t kTextColumn = 2;
-  if (rows.empty()) console.out() << "No masks are set; all six kinds are wanted everywhere.\n";
+  if (rows.empty()) console.out() << "No masks are set; all kinds are wanted everywhere.\n";
   console.out() << Table(rows, kTextColumn) << "\n"
-                << Table({{Grouped(listing.counts.resolutions), "files with their resolution"},
+                << Table({{Grouped(listing.counts.resolutions), "files with a resolution"},
                           {Grouped(listing.counts.versions), "files with an index version"},
                           {Grouped(listing.counts.finished), "files finished"},
                           {Grouped(listing.counts.media), "files with a media record"}},

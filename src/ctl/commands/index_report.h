@@ -7,11 +7,11 @@
 
 namespace keldo::ctl {
 
-/// Prints all masks and how many files the index at `database_path` knows something of. Returns the
-/// exit status.
+/// Prints all masks in the index at `database_path`, and how many files it has records of. Returns
+/// the exit status.
 [[nodiscard]] int ListIndex(const std::string& database_path, bool json, Console& console);
 
-/// Prints what holds for a file or directory. Returns the exit status.
+/// Prints what the index knows about a file or directory. Returns the exit status.
 [[nodiscard]] int ShowInIndex(const std::string& database_path, const std::string& path, bool json,
                               Console& console);
 

@@ -49,7 +49,7 @@ class IndexReport : public LibraryTest {
 };
 
 TEST_F(IndexReport, WithoutADatabaseTheDefaultHolds) {
-  const std::string none = "There is no index; all six kinds are wanted everywhere.\n";
+  const std::string none = "There is no index; all kinds are wanted everywhere.\n";
   EXPECT_EQ(Run({"index", "list"}), none);
   EXPECT_EQ(Run({"index", "show", "/v/a.jpg"}),
             none +
@@ -63,13 +63,13 @@ TEST_F(IndexReport, WithoutADatabaseTheDefaultHolds) {
 
 TEST_F(IndexReport, ListsMasksAndCounts) {
   Database();
-  EXPECT_THAT(Run({"index", "list"}), HasSubstr("No masks are set; all six kinds"));
+  EXPECT_THAT(Run({"index", "list"}), HasSubstr("No masks are set; all kinds"));
   Fill();
   EXPECT_EQ(Run({"index", "list"}),
             "photo  17  /v: S, XL\n"
             "video   0  /v/-x %s\\xff\\n: no thumbnails\n"
             "\n"
-            "1  files with their resolution\n"
+            "1  files with a resolution\n"
             "1  files with an index version\n"
             "1  files finished\n"
             "1  files with a media record\n");

@@ -132,7 +132,7 @@ TEST_F(LibraryCommandsTest, WrongUseHasTheStatusTwoAndSaysWhy) {
       {{"status", In("a/@eaDir/done.jpg")}, "holds thumbnails, not photos"},
       {{"status", "--profile", In("none"), root_}, In("none") + ": No such file"},
       {{"status", "--profile", dir_.path() + "/bad.conf", root_}, "not a profile file"},
-      {{"make", root_}, "there is no profile file; name one with --profile"},
+      {{"make", root_}, "not installed; name a profile file with --profile"},
       {{"status"}, "DIR is required"},
       {{"failed", "-0", "--json", root_}, "excludes"},
       {{"status", "--color", "pink", root_}, "pink"},

@@ -1,4 +1,4 @@
-// keldothumbctl make and retry: making the thumbnails of whole libraries.
+// keldothumbctl make and retry: make the thumbnails of whole libraries.
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <optional>
@@ -18,15 +18,16 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kMakeExamples =
-    "What is there and current is kept. A photo that failed is tried again when it has changed, "
-    "or\n"
-    "when its folder has other work; 'retry' tries all of them. Ctrl-C stops at once: thumbnails\n"
-    "come whole or not at all, and what a converter was writing is found by 'clean'.\n"
+    "Thumbnails that are up to date are kept. A photo that failed is tried again when it has "
+    "changed\n"
+    "or when its folder has other work; 'retry' tries all of them. Ctrl-C stops at once: a "
+    "thumbnail\n"
+    "is either complete or absent, and 'clean' finds what a converter was writing.\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl make ~/Pictures\n"
     "  keldothumbctl make -j 2 --nice /volume1/photo /volume2/photo\n"
-    "  keldothumbctl make --only-missing-kinds S,M ~/Pictures   just these two kinds\n";
+    "  keldothumbctl make --only-missing-kinds S,M ~/Pictures   only these two kinds\n";
 
 constexpr const char* kRetryExamples =
     "Examples:\n"
@@ -45,16 +46,16 @@ struct Request {
 std::string ProblemWithKinds(const std::string& text) {
   const std::optional<int> mask = ParseMask(text);
   if (mask && *mask != 0) return {};
-  return "'" + text + "' is no list of kinds such as S,M,XL";
+  return "'" + text + "' is not a list of kinds such as S,M,XL";
 }
 
-// Forgets the failures in a directory, so that its photos are tried again.
+// Removes the failure markers in a directory, so that its photos are tried again.
 void ClearMarkers(DirectoryState& directory, PhotoScanner& scanner, Console& console) {
   for (const PhotoState& photo : directory.photos) {
     if (!photo.IsFailed()) continue;
     const std::string metadata = JoinPath(JoinPath(directory.path, "@eaDir"), photo.name);
     if (!RemoveFilesByPattern(metadata, kMarkers)) {
-      console.Fail(PathOf(directory, photo), "its failure markers cannot be removed");
+      console.Fail(PathOf(directory, photo), "cannot remove its failure markers");
     }
   }
   if (CountsOf(directory).failed_photos > 0) directory = scanner.Scan(directory.path);
@@ -65,7 +66,7 @@ std::vector<DirectoryState> FindWork(const Request& request, PhotoScanner& scann
   std::vector<DirectoryState> work;
   complete = ScanLibrary(CheckedDirectories(request.directories), scanner, console,
                          [&](DirectoryState directory) {
-                           directory.error = 0;  // The walk has told it; it need not be told twice.
+                           directory.error = 0;  // The walk has reported it already.
                            if (request.retry) ClearMarkers(directory, scanner, console);
                            work.push_back(std::move(directory));
                          });
@@ -106,7 +107,7 @@ void AddMakeCommand(CLI::App& app, CommandContext& context) {
       AddMaking(app, context, "make", "Make all thumbnails that are missing or stale", request);
   command
       ->add_option("--only-missing-kinds", request->kinds,
-                   "Look at these kinds only, and make those of them that are missing or stale")
+                   "Consider only these kinds, and make those that are missing or stale")
       ->type_name("LIST")
       ->check(ProblemWithKinds);
   command->footer(kMakeExamples);
@@ -115,8 +116,7 @@ void AddMakeCommand(CLI::App& app, CommandContext& context) {
 void AddRetryCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   request->retry = true;
-  AddMaking(app, context, "retry", "As make, but photos that failed are tried once more, too",
-            request)
+  AddMaking(app, context, "retry", "Like make, but also try photos again that failed", request)
       ->footer(kRetryExamples);
 }
 

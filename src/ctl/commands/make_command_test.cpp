@@ -53,9 +53,9 @@ TEST_F(MakeCommandTest, MakesWhatIsMissingAndSaysSo) {
   Photo("a/x.jpg");
   Photo("b/y.jpg");
   EXPECT_THAT(Run(Command({"make"})), HasSubstr("Photos:     2 in 2 folders\n"
-                                                "Thumbnails: 6 made, 6 there now\n"
+                                                "Thumbnails: 6 made, 6 present now\n"
                                                 "Time:       "));
-  EXPECT_THAT(Run(Command({"make"})), HasSubstr("0 made, 6 there now"));
+  EXPECT_THAT(Run(Command({"make"})), HasSubstr("0 made, 6 present now"));
   EXPECT_EQ(Run(Command({"make", "-q"})), "");
 }
 
@@ -72,17 +72,17 @@ TEST_F(MakeCommandTest, AFailureIsToldWithItsReasonAndLeftAloneUntilRetried) {
   EXPECT_THAT(Run(Command({"retry"}), 1), HasSubstr(failed));
   EXPECT_TRUE(WasRun());
   Write(dir_.path() + "/cured", "");
-  EXPECT_THAT(Run(Command({"retry"})), HasSubstr("3 made, 6 there now"));
+  EXPECT_THAT(Run(Command({"retry"})), HasSubstr("3 made, 6 present now"));
 }
 
 TEST_F(MakeCommandTest, RetryMakesWhatIsMissingAsWell) {
   Photo("a/x.jpg");
-  EXPECT_THAT(Run(Command({"retry"})), HasSubstr("3 made, 3 there now"));
+  EXPECT_THAT(Run(Command({"retry"})), HasSubstr("3 made, 3 present now"));
 }
 
 TEST_F(MakeCommandTest, SomeKindsAloneAreMadeInOnePhase) {
   Photo("a/x.jpg");
-  EXPECT_THAT(Run(Command({"make", "--only-missing-kinds", "xl,m"})), HasSubstr("2 made, 2 there"));
+  EXPECT_THAT(Run(Command({"make", "--only-missing-kinds", "xl,m"})), HasSubstr("2 made, 2 present"));
   EXPECT_EQ(Read(dir_.path() + "/used.conf"),
             "[thumb_m]\nphase=0\nsize=320\nquality=70\nunsharp=0.5x0.5+1.25+0\n"
             "filename=KELDOPHOTO_THUMB_M.jpg\n"

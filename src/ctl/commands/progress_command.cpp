@@ -16,9 +16,9 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kExplanation =
-    "The counters are those that the indexer shows to its users. It writes the totals; every run "
+    "These are the counters that the indexer shows its users. It writes the totals; every run "
     "adds\n"
-    "what it has finished. For what is there and what is missing, see 'keldothumbctl status'.\n";
+    "what it has finished. 'keldothumbctl status' shows what is present and what is missing.\n";
 
 std::string Percent(const Counter& counter) {
   constexpr double kWhole = 100;
@@ -61,7 +61,7 @@ int PrintCounters(const Counters& counters, bool json, Console& console) {
   }
   console.out() << Table(rows, 0);
   if (!has_totals && !console.style().quiet) {
-    console.out() << "\nThe totals are written by the indexer, which has written none so far.\n";
+    console.out() << "\nThe indexer writes the totals; it has not written any yet.\n";
   }
   return kAllWell;
 }

@@ -33,7 +33,7 @@ TEST(ProgressCommand, WithoutTotalsSaysWhoWritesThem) {
             "photos         3   0  -\n"
             "thumbnails    18   0  -\n"
             "videos         0   0  -\n"
-            "\nThe totals are written by the indexer, which has written none so far.\n");
+            "\nThe indexer writes the totals; it has not written any yet.\n");
 }
 
 TEST(ProgressCommand, JsonTellsTheSame) {

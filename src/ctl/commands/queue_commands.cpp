@@ -17,13 +17,13 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kRunExamples =
-    "The queue holds the directories that have work left for later. Each leaves the queue when "
-    "its\n"
-    "work is done; what was not reached stays in it.\n"
+    "The queue holds directories with deferred work. A directory leaves the queue when its work "
+    "is\n"
+    "done; directories that were not reached stay.\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl queue list             what is waiting\n"
-    "  keldothumbctl queue run --nice       work it off, without disturbing anybody\n";
+    "  keldothumbctl queue run --nice       do the work at low priority\n";
 
 Json::Value JsonListOf(const std::vector<std::string>& entries) {
   Json::Value list(Json::arrayValue);
@@ -60,16 +60,17 @@ int ListQueue(const QueuePaths& paths, bool json, Console& console) {
 }
 
 void AddQueueCommand(CLI::App& app, CommandContext& context) {
-  CLI::App* queue = app.add_subcommand("queue", "Directories with work that was left for later");
+  CLI::App* queue = app.add_subcommand("queue", "Directories with deferred work");
   queue->require_subcommand(1);
 
   const auto json = std::make_shared<bool>(false);
-  CLI::App* list = AddCommand(*queue, context, "list", "List what is waiting and what is in work");
+  CLI::App* list =
+      AddCommand(*queue, context, "list", "List the entries that are waiting or in work");
   AddJsonOption(*list, *json);
   OnRun(*list, context, [&context, json] { return ListQueue({}, *json, context.console); });
 
   const auto settings = std::make_shared<MakeSettings>();
-  CLI::App* run = AddCommand(*queue, context, "run", "Do the work that is waiting");
+  CLI::App* run = AddCommand(*queue, context, "run", "Do the waiting work");
   AddMakeOptions(*run, *settings);
   run->footer(kRunExamples);
   OnRun(*run, context, [&context, settings] { return RunQueue({}, *settings, context); });

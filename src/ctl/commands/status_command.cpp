@@ -1,4 +1,4 @@
-// keldothumbctl status: what is there, what is missing, what failed.
+// keldothumbctl status: what is present, what is missing, what failed.
 #include <json/value.h>
 
 #include <CLI/CLI.hpp>
@@ -14,10 +14,10 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kExamples =
-    "present  there, and not older than the photo\n"
-    "missing  not there\n"
+    "present  exists, and is not older than the photo\n"
+    "missing  does not exist\n"
     "stale    empty, or older than the photo\n"
-    "failed   could not be made; 'keldothumbctl failed' tells why\n"
+    "failed   could not be made; 'keldothumbctl failed' says why\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl status ~/Pictures\n"
@@ -54,7 +54,7 @@ Console::Colour ColourOf(ThumbState state) {
   return state == ThumbState::kFailed ? Console::Colour::kRed : Console::Colour::kYellow;
 }
 
-// Prints and adds up what the scan finds.
+// Prints what the scan finds, and the totals.
 class StatusReport {
  public:
   StatusReport(Console& console, const Request& request) : console_(console), request_(request) {
@@ -152,9 +152,9 @@ int RunStatus(const Request& request, CommandContext& context) {
 
 void AddStatusCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
-  CLI::App* command = AddCommand(app, context, "status",
-                                 "Count photos, and their thumbnails that are there or not");
-  command->add_flag("--by-kind", request->by_kind, "Count each of the six kinds by itself, too");
+  CLI::App* command =
+      AddCommand(app, context, "status", "Count photos and their thumbnails by state");
+  command->add_flag("--by-kind", request->by_kind, "Also count each kind separately");
   AddJsonOption(*command, request->json);
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);

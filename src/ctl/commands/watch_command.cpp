@@ -1,4 +1,4 @@
-// keldothumbctl watch: keeping thumbnails current.
+// keldothumbctl watch: keep thumbnails up to date.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -23,18 +23,17 @@ namespace keldo::ctl {
 namespace {
 
 constexpr const char* kDescription =
-    "Keep thumbnails current while photos come, change and go, until it is stopped";
+    "Keep thumbnails up to date while photos come, change and go, until stopped";
 
 constexpr const char* kNotes =
-    "A folder has its turn when nothing has happened in it for the quiet period, at the latest "
-    "after\n"
-    "twelve of them. What the profile file defers is made when there is nothing else to do. A "
-    "photo that\n"
-    "failed is tried again when it changes; 'retry' tries it at once. The thumbnails of photos "
-    "that are\n"
-    "gone stay: 'clean' removes them. A large library is faster begun with 'make'. Ctrl-C or "
-    "SIGTERM\n"
-    "stops the watch, with exit status 0.\n"
+    "A folder is processed when nothing has happened in it for the quiet period, or after twelve\n"
+    "quiet periods at the latest. Kinds that the profile file defers are made when there is "
+    "nothing\n"
+    "else to do. A photo that failed is tried again when it changes; 'retry' tries it at once. "
+    "The\n"
+    "thumbnails of deleted photos stay; 'clean' removes them. For a large library, run 'make' "
+    "first:\n"
+    "it is faster. Ctrl-C or SIGTERM stops the watch, with exit status 0.\n"
     "\n"
     "Examples:\n"
     "  keldothumbctl watch --nice ~/Pictures\n"
@@ -55,12 +54,12 @@ Clock::duration Seconds(double seconds) {
   return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-// "nan" passes for a number, and lies in every range.
+// "nan" counts as a number and passes every range check.
 std::string ProblemWithNumber(const std::string& text) {
-  return std::isnan(std::strtod(text.c_str(), nullptr)) ? "'" + text + "' is no number" : "";
+  return std::isnan(std::strtod(text.c_str(), nullptr)) ? "'" + text + "' is not a number" : "";
 }
 
-// The trees that get thumbnails, each once. What is said of the others stands on the error stream.
+// The trees that get thumbnails, each once. The others are reported on the error stream.
 std::vector<std::string> UsableRoots(const Request& request, Console& console) {
   std::vector<std::string> roots = CheckedDirectories(request.directories);
   std::sort(roots.begin(), roots.end());
@@ -90,7 +89,7 @@ int RunWatch(const Request& request, CommandContext& context) {
   }
 
   if (options.nice) YieldToOthers(0);
-  // Each run's converter gets one processor: -j says how many are used.
+  // Each run's converter gets one processor; -j limits the number of runs.
   setenv("MAGICK_THREAD_LIMIT", "1", 1);
   setenv("OMP_NUM_THREADS", "1", 1);
   const process::StopSignals signals;
@@ -102,13 +101,13 @@ int RunWatch(const Request& request, CommandContext& context) {
 void AddOptions(CLI::App& watch, Request& request) {
   watch
       .add_option("--quiet-period", request.quiet_period,
-                  "How long nothing must happen in a folder before its turn; 5 otherwise")
+                  "How long a folder must be quiet before it is processed; default: 5")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, kLongest))
       ->check(ProblemWithNumber);
   watch
       .add_option("--rescan", request.rescan,
-                  "How often to look at what cannot be watched or did not succeed; 600 otherwise")
+                  "How often to check what cannot be watched or did not succeed; default: 600")
       ->type_name("SECONDS")
       ->check(CLI::Range(1.0, kLongest))
       ->check(ProblemWithNumber);

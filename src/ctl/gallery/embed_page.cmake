@@ -1,7 +1,7 @@
-# Writes the gallery's page into a C++ source: cmake -DFROM=FOLDER -DTO=FILE.cpp -P embed_page.cmake
+# Embeds the gallery's page in a C++ source: cmake -DFROM=FOLDER -DTO=FILE.cpp -P embed_page.cmake
 #
-# The page's policy names its style and its script by their SHA-256, in base64, so that nothing else
-# runs in it; the sums are taken here, of the very bytes that go into the page.
+# The page's policy names its style and its script by their SHA-256 in base64, so that nothing else
+# runs in it. The sums are taken here, from the very bytes that go into the page.
 
 set(scripts page_library.js page_grid.js page_viewer.js page.js)
 
@@ -18,7 +18,7 @@ function(base64_of_hex hex out)
       string(APPEND text ${character})
     endforeach()
     if(left LESS 6)
-      # Two bytes are left of the 32: three characters, and one to fill up.
+      # Of the 32 bytes two are left: three characters, and one for padding.
       string(REGEX REPLACE ".$" "=" text "${text}")
       set(left 0)
     else()
@@ -43,7 +43,7 @@ foreach(name IN LISTS scripts)
   file(READ ${FROM}/${name} part)
   string(APPEND script "${part}")
 endforeach()
-# Either would end its element before its end.
+# Either would end its element too early.
 if(script MATCHES "</[sS]cript|<!--" OR style MATCHES "</[sS]tyle")
   message(FATAL_ERROR "The page's style or script holds an end tag")
 endif()
@@ -52,7 +52,7 @@ string(SHA256 script_sum "${script}")
 base64_of_hex("${style_sum}" style_sum)
 base64_of_hex("${script_sum}" script_sum)
 
-set(source "// Made of the page's files by embed_page.cmake.\n")
+set(source "// Made from the page's files by embed_page.cmake.\n")
 string(APPEND source "#include \"ctl/gallery/page.h\"\n\nnamespace keldo::ctl {\n\n")
 append_piece(kPageHtml "${html}")
 append_piece(kPageStyle "${style}")

@@ -28,19 +28,19 @@ std::string DirectoryOfPage(const std::string& output) {
   return std::string(ParentOfKey(page));
 }
 
-// Why no page may be put there; empty when it may. A slip such as "-o *.jpg" shall cost nobody a
+// Why no page may be written there; empty when it may. A slip such as "-o *.jpg" must not cost a
 // photo, and a device or a pipe would be replaced by a file.
 std::string ProblemWithOutput(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) == 0) {
     if (S_ISDIR(status.st_mode)) return std::strerror(EISDIR);
-    if (!S_ISREG(status.st_mode)) return "is no ordinary file";
+    if (!S_ISREG(status.st_mode)) return "not a regular file";
     const UniqueFd fd = OpenRegularFile(path.c_str());
     std::array<char, 16> head{};
     const ssize_t count = fd.valid() ? ::read(fd.get(), head.data(), head.size()) : -1;
     if (count < 0) return std::strerror(errno);
     if (count > 0 && !LooksLikePage({head.data(), static_cast<std::size_t>(count)})) {
-      return "exists and is no web page; it is left alone";
+      return "exists and is not a web page; not overwritten";
     }
   }
   const std::string parent(ParentOfKey(path));
@@ -73,7 +73,7 @@ std::string Summary(const std::string& output, const PageData& data) {
 int WriteGallery(const GalleryRequest& request, Console& console) {
   const bool to_file = request.output != kStandardOutput;
   const std::string path = to_file ? PathKey(request.output) : "";
-  // Told before a large library is looked through.
+  // Checked before a large library is scanned.
   const std::string problem = to_file ? ProblemWithOutput(path) : "";
   if (!problem.empty()) return console.Fail(request.output, problem);
 

@@ -89,7 +89,8 @@ TEST_F(GalleryCommand, AFileThatIsNoPageIsLeftAlone) {
   FinishedPhoto("photo/a.jpg");
   const std::string photo = In("photo/a.jpg");
   EXPECT_EQ(Gallery({"-o", photo, In("photo")}), 1);
-  EXPECT_EQ(errors_, "keldothumbctl: " + photo + ": exists and is no web page; it is left alone\n");
+  EXPECT_EQ(errors_,
+            "keldothumbctl: " + photo + ": exists and is not a web page; not overwritten\n");
   EXPECT_EQ(Read(photo), "photo");
 }
 
@@ -98,7 +99,7 @@ TEST_F(GalleryCommand, ADeviceIsNotReplacedByAFile) {
   const std::string pipe = In("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_EQ(Gallery({"-o", pipe, In("photo")}), 1);
-  EXPECT_EQ(errors_, "keldothumbctl: " + pipe + ": is no ordinary file\n");
+  EXPECT_EQ(errors_, "keldothumbctl: " + pipe + ": not a regular file\n");
   EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 }
 

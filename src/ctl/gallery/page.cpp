@@ -10,8 +10,8 @@
 namespace keldo::ctl {
 namespace {
 
-// Only our own style and script count; pictures come from where the page comes from; nothing else
-// is loaded, sent or framed, and no text can become markup.
+// Only our own style and script run. Images load from where the page comes from. Nothing else is
+// loaded, sent or framed, and no text can become markup.
 std::string Policy() {
   return "default-src 'none'; img-src 'self' file:; style-src 'sha256-" +
          std::string(kPageStyleSum) + "'; script-src 'sha256-" + std::string(kPageScriptSum) +
@@ -32,7 +32,7 @@ std::string RenderPage(std::string_view title, std::string_view json) {
        {"@DATA@", json}}};
   std::string page;
   page.reserve(kPageHtml.size() + kPageStyle.size() + kPageScript.size() + json.size());
-  // In one pass: what is put in is not looked through again.
+  // In one pass, so that inserted text is not searched for marks.
   for (std::string_view rest = kPageHtml; !rest.empty();) {
     const auto value = std::find_if(values.begin(), values.end(), [rest](const auto& candidate) {
       return rest.starts_with(candidate.first);

@@ -1,4 +1,4 @@
-// The gallery's page as a whole.
+// The gallery's page.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 namespace keldo::ctl {
 
 // The parts of the page, compiled into the program by embed_page.cmake.
-/// page.html, with "@NAME@" where something is to be put in.
+/// page.html, with "@NAME@" as a mark for each text to insert.
 extern const std::string_view kPageHtml;
 extern const std::string_view kPageStyle;
 extern const std::string_view kPageScript;
@@ -15,10 +15,10 @@ extern const std::string_view kPageScript;
 extern const std::string_view kPageStyleSum;
 extern const std::string_view kPageScriptSum;
 
-/// The page with a title (any text) and the JSON of its photos.
+/// The page with its title (any text) and the JSON of its photos.
 [[nodiscard]] std::string RenderPage(std::string_view title, std::string_view json);
 
-/// True when this is the beginning of a page, of ours or of another program.
+/// True when this is the beginning of an HTML page, ours or any other.
 [[nodiscard]] bool LooksLikePage(std::string_view beginning);
 
 }  // namespace keldo::ctl

@@ -1,4 +1,4 @@
-// The page: its filters, its scheme, and what a click does.
+// The page: its filters, its colour scheme, and what a click does.
 
 class Page {
   constructor(library) {
@@ -60,10 +60,10 @@ class Page {
       }
     });
     this.grid.show(shown);
-    this.tellCount(shown.length);
+    this.showCount(shown.length);
   }
 
-  tellCount(count) {
+  showCount(count) {
     const {total, roots} = this.library;
     const all = counted(total, 'photo');
     document.getElementById('count').textContent =
@@ -86,8 +86,8 @@ class Page {
   }
 }
 
-// The scheme is the system's until somebody presses the button; the page remembers it where the
-// browser lets it.
+// The colour scheme follows the system until somebody presses the button. The page remembers the
+// choice if the browser lets it.
 class Scheme {
   constructor() {
     this.button = document.getElementById('theme');
@@ -112,7 +112,7 @@ class Scheme {
     this.button.setAttribute('aria-label', this.isDark() ? 'Light colours' : 'Dark colours');
   }
 
-  // Storage can be forbidden, and is by some browsers for pages that lie in files.
+  // Storage can be forbidden; some browsers forbid it for pages opened from files.
   remembered() {
     try {
       const scheme = localStorage.getItem('gallery-scheme');
@@ -126,7 +126,7 @@ class Scheme {
     try {
       localStorage.setItem('gallery-scheme', this.chosen);
     } catch {
-      // The choice then holds until the page is closed.
+      // The choice then lasts until the page is closed.
     }
   }
 }

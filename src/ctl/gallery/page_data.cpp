@@ -44,7 +44,7 @@ char LetterOf(ThumbState state) {
   return '-';
 }
 
-// A letter a kind; a capital where only the colon spelling of the name exists.
+// One letter per kind; a capital when only the colon spelling of the name exists.
 std::string SetOf(const std::string& directory, const PhotoState& photo) {
   std::string set;
   const std::string metadata = directory + "/@eaDir/" + photo.name + "/";
@@ -99,7 +99,7 @@ void PageData::Add(const DirectoryState& directory) {
   Folder folder;
   folder.name = ScriptString(ShownName(NameBelow(names_below_, directory.path)));
   folder.url = ScriptString(RelativeUrl(page_directory_, directory.path));
-  // "/" alone ends in a slash.
+  // Only "/" ends in a slash.
   const std::string path = directory.path == "/" ? "" : directory.path;
   for (std::size_t at = 0; at < directory.photos.size(); ++at)
     AddPhoto(folder, path, directory.photos[at], at);

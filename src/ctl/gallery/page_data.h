@@ -1,4 +1,4 @@
-// What the gallery's page knows of the photos.
+// What the gallery's page knows about the photos.
 #pragma once
 
 #include <ctime>
@@ -12,24 +12,24 @@ namespace keldo::ctl {
 
 /// Collects the photos of a library as the JSON that the page's script reads (page_library.js).
 ///
-/// A photo costs some forty bytes: what many photos share is said once (the folder's address, the
-/// states of the six thumbnails, the reasons), and an address only where it differs from the name.
+/// A photo costs some forty bytes: what many photos share (the folder's address, the states of the
+/// thumbnails, the reasons) is written once, and an address only if it differs from the name.
 class PageData {
  public:
-  /// `page_directory` is where the page will lie; it and the roots are as PathKey gives them.
+  /// `page_directory` is where the page will be; it and the roots are as PathKey returns them.
   PageData(std::string page_directory, std::vector<std::string> roots);
 
-  /// Adds a directory's photos, and asks why thumbnails are not there where they are not.
+  /// Adds a directory's photos, and finds out why thumbnails are missing.
   void Add(const DirectoryState& directory);
 
   [[nodiscard]] const LibraryCounts& counts() const { return counts_; }
   [[nodiscard]] int folders() const { return static_cast<int>(folders_.size()); }
 
-  /// The JSON text, which can stand inside a <script> element. `partial`: not all could be read.
+  /// The JSON text, for use inside a <script> element. `partial`: not everything could be read.
   [[nodiscard]] std::string Json(std::time_t made, bool partial) const;
 
  private:
-  // JSON members of one folder, all but their brackets.
+  // The JSON members of one folder, without their brackets.
   struct Folder {
     std::string name;
     std::string url;
@@ -40,7 +40,7 @@ class PageData {
     std::string bytes;
     std::string changed;
   };
-  // Texts that get numbers in the order in which they come up.
+  // Texts, numbered in the order in which they come up.
   struct Numbered {
     std::map<std::string, int> number_of;
     std::vector<std::string> texts;
@@ -60,8 +60,8 @@ class PageData {
   Numbered reasons_;
 };
 
-/// The directory that folders are named relative to, so that each name begins with its root's own:
-/// "/v/photo" alone gives "/v", and with "/v/scans/old" too; "/" gives "".
+/// The directory that folder names are relative to, so that each begins with the name of its root:
+/// "/v/photo" gives "/v", also together with "/v/scans/old"; "/" gives "".
 [[nodiscard]] std::string DirectoryAbove(const std::vector<std::string>& roots);
 
 /// "/v/photo/2024" relative to "/v": "photo/2024".

@@ -1,5 +1,5 @@
 // The grid. Only the tiles near the window are in the document, so that a hundred thousand photos
-// scroll like a hundred: everything has a place that can be calculated.
+// scroll as fast as a hundred. The position of every tile can be calculated.
 
 const HEADING = 48;
 const CAPTION = 28;
@@ -13,8 +13,8 @@ class Grid {
     this.onOpen = onOpen;
     this.shown = [];
     this.sections = [];
-    this.parts = new Map();  // Drawn sections, by their place.
-    this.tiles = new Map();  // Drawn tiles, by their place among the photos shown.
+    this.parts = new Map();  // Drawn sections, by their index.
+    this.tiles = new Map();  // Drawn tiles, by their index among the photos shown.
     this.current = 0;        // The tile that the Tab key reaches.
     this.columns = 1;
     canvas.addEventListener('keydown', (event) => this.onKey(event));
@@ -34,7 +34,7 @@ class Grid {
     this.draw();
   }
 
-  // Works out where everything is, for the width that there is.
+  // Calculates where everything goes at the current width.
   arrange() {
     this.clear();
     this.width = this.canvas.clientWidth;
@@ -90,7 +90,7 @@ class Grid {
     return -this.canvas.getBoundingClientRect().top;
   }
 
-  // The places of the photos between two heights, measured from the window's top.
+  // The indexes of the photos between two heights, measured from the top of the window.
   places(above, below) {
     const top = this.scrolledBy() - above;
     const bottom = this.scrolledBy() + below;
@@ -128,7 +128,7 @@ class Grid {
 
   draw() {
     const places = this.places(OVERSCAN, window.innerHeight + OVERSCAN);
-    // The tile that Tab reaches stays, or the keyboard would lose its place.
+    // The tile that Tab reaches stays in the document, or the focus would be lost.
     if (this.current < this.shown.length && !places.includes(this.current)) {
       places.push(this.current);
       places.sort((a, b) => a - b);
@@ -140,7 +140,7 @@ class Grid {
       this.tiles.delete(at);
     }
     this.drawParts(new Set(places.map((at) => this.sectionOf(at))));
-    // From the last one, so that each tile's successor is there and the document keeps their order.
+    // Backwards, so that each tile finds its successor and the document keeps their order.
     let after = null;
     for (const at of places.reverse()) {
       const list = this.parts.get(this.sectionOf(at)).lastChild;
@@ -190,7 +190,7 @@ class Grid {
     const label = [photo.name, mark, photo.reason].filter(Boolean).join(', ');
     const button = element('button', {type: 'button', tabIndex: at === this.current ? 0 : -1,
       'aria-label': label, title: photo.reason ? photo.name + ': ' + photo.reason : photo.name},
-      this.makePicture(photo),
+      this.makeImage(photo),
       makeCaption(photo.name));
     if (mark) {
       tile.classList.add('marked');
@@ -204,14 +204,14 @@ class Grid {
     return tile;
   }
 
-  makePicture(photo) {
-    const picture = element('span', {className: 'picture'});
+  makeImage(photo) {
+    const frame = element('span', {className: 'image'});
     const kind = this.bestKind(photo);
-    const blank = (text) => picture.prepend(
+    const blank = (text) => frame.prepend(
       element('span', {className: 'reason sentence', textContent: text}));
     if (kind < 0) {
       blank(photo.reason || 'No thumbnails are wanted here');
-      return picture;
+      return frame;
     }
     const image = element('img', {alt: '', loading: 'lazy', decoding: 'async', draggable: false,
       width: this.side, height: this.side});
@@ -220,11 +220,11 @@ class Grid {
       blank(photo.reason || 'The thumbnail cannot be shown');
     });
     image.src = thumbUrl(photo, this.library, kind);
-    picture.append(image);
-    return picture;
+    frame.append(image);
+    return frame;
   }
 
-  // The smallest kind that fills a tile on this screen; else the nearest that is there.
+  // The smallest kind that fills a tile on this screen, or the largest present if none does.
   bestKind(photo) {
     const needed = this.side * Math.min(window.devicePixelRatio, 2) * 0.85;
     let best = -1;
@@ -248,7 +248,7 @@ class Grid {
     if (button(at)) button(at).tabIndex = 0;
   }
 
-  // Brings a photo into the window and puts the focus on it.
+  // Scrolls a photo into the window and focuses it.
   focus(at) {
     if (at < 0 || at >= this.shown.length) return;
     this.makeCurrent(at);
@@ -281,7 +281,7 @@ class Grid {
     this.focus(Math.min(last, Math.max(0, target())));
   }
 
-  // The photo so many rows away in the same column, across the folders' borders.
+  // The photo this many rows away in the same column, also across folders.
   rowsAway(rows) {
     let at = this.current;
     for (let step = 0; step < Math.abs(rows); ++step) at = this.nextRow(at, Math.sign(rows));
@@ -304,7 +304,7 @@ class Grid {
   }
 }
 
-// The first number below `count` for which the test holds; the test holds for all after it.
+// The first number below `count` that passes the test. All numbers after it must pass, too.
 function firstWhere(count, test) {
   let low = 0;
   let high = count;
@@ -324,7 +324,7 @@ function makeCaption(name) {
     element('span', {className: 'end', textContent: characters.slice(split).join('')}));
 }
 
-// What is written on a tile; nothing where all is well.
+// The badge on a tile; empty when nothing is wrong.
 function markOf(photo) {
   const number = (letters) => [...photo.set].filter((one) => letters.includes(one)).length;
   if (photo.state === 'failed') return 'Failed';
@@ -332,7 +332,7 @@ function markOf(photo) {
   return number('mM') > 0 ? number('mM') + ' missing' : number('sS') + ' stale';
 }
 
-// What the filters cover of the window when they stick to its top.
+// The height of the window that the filters cover while they stick to its top.
 function stickyHeight() {
   const filters = document.getElementById('filters');
   return getComputedStyle(filters).position === 'sticky' ? filters.offsetHeight : 0;

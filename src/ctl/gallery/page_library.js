@@ -1,12 +1,12 @@
 'use strict';
 
-// The photos, as the program wrote them into the page. A photo is known by its number: photos are
-// numbered through all folders, in the order of the grid.
+// The photos, as the program wrote them into the page. Photos are numbered across all folders, in
+// the order of the grid.
 
 const STATES = ['complete', 'unfinished', 'failed'];
 
-// The states of a photo's six thumbnails are a text, one letter a kind from the smallest kind to
-// the largest. A capital: the thumbnail has the older spelling of its name.
+// The states of a photo's thumbnails are a string with one letter per kind, from the smallest to
+// the largest. A capital letter means that the thumbnail's name has the older spelling.
 const WORDS = {p: 'present', m: 'missing', s: 'stale', f: 'failed', '-': 'unwanted'};
 
 class Library {
@@ -54,7 +54,7 @@ class Library {
     };
   }
 
-  // Which of the photos have a name with this in it; a function, so that names are folded once.
+  // Returns a test for photos whose name contains the text. The names are folded only once.
   nameTest(text) {
     const wanted = fold(text.trim());
     if (!wanted) return () => true;
@@ -62,8 +62,8 @@ class Library {
     return (folder, at) => this.folded[folder][at].includes(wanted);
   }
 
-  // How many photos lie in each folder and below it, with the folders above them: a Map from name
-  // to number, parents first.
+  // The number of photos in and below each folder, and in the folders above: a Map from name to
+  // number, parents first.
   foldersWithCounts() {
     const counts = new Map();
     for (const folder of this.folders) {
@@ -81,7 +81,7 @@ class Library {
   }
 }
 
-// Upper and lower case are one, and so are the two ways to write an accented letter.
+// Makes upper and lower case equal, and the two encodings of an accented letter.
 function fold(text) {
   return text.normalize('NFC').toLowerCase();
 }
@@ -100,8 +100,8 @@ function photoUrl(photo) {
   return photo.folder.url + photo.path;
 }
 
-// Where a photo's thumbnail of a kind is, by the kind's place in the list; empty where there is
-// none to show.
+// The address of a photo's thumbnail, by the kind's index in the list; empty when there is none to
+// show.
 function thumbUrl(photo, library, kind) {
   const letter = photo.set[kind];
   if (!'pPsS'.includes(letter)) return '';

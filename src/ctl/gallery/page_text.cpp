@@ -7,7 +7,7 @@
 namespace keldo::ctl {
 namespace {
 
-// U+2028 and U+2029, line ends to JavaScript, in UTF-8.
+// U+2028 and U+2029 in UTF-8, which JavaScript treats as line ends.
 bool IsLineSeparator(std::string_view text) {
   return text.starts_with("\xE2\x80\xA8") || text.starts_with("\xE2\x80\xA9");
 }
@@ -27,14 +27,14 @@ bool NeedsEscape(char character) {
 constexpr std::string_view kLiteral =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
 
-// The path with a slash at its end, so that whole names are compared: "/" stays "/".
+// The path with a trailing slash, so that whole names are compared: "/" stays "/".
 std::string WithSlash(std::string_view directory) {
   std::string path(directory);
   if (!path.ends_with('/')) path += '/';
   return path;
 }
 
-// How much of two paths is the same up to a slash.
+// The length of the common part of two paths, up to and including a slash.
 std::size_t CommonLength(std::string_view a, std::string_view b) {
   std::size_t common = 0;
   for (std::size_t i = 0; i < a.size() && i < b.size() && a[i] == b[i]; ++i) {

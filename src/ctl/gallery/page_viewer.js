@@ -1,4 +1,4 @@
-// The viewer: one photo with all its sizes.
+// The viewer: one photo in all its sizes.
 
 class Viewer {
   constructor(library, onClose) {
@@ -10,12 +10,12 @@ class Viewer {
     document.getElementById('close').addEventListener('click', () => this.dialog.close());
     this.dialog.addEventListener('keydown', (event) => this.onKey(event));
     this.dialog.addEventListener('close', () => {
-      // Told a moment later: somebody may have opened the next photo by then.
+      // The event comes a moment later; by then somebody may have opened the next photo.
       if (this.dialog.open) return;
       this.sizes.replaceChildren();
       onClose(this.at);
     });
-    // A click beside the dialog's content is one on its backdrop.
+    // A click outside the content hits the dialog itself: its backdrop.
     this.dialog.addEventListener('click', (event) => {
       if (event.target === this.dialog) this.dialog.close();
     });
@@ -43,7 +43,7 @@ class Viewer {
     this.dialog.scrollTop = 0;
   }
 
-  // A button that has the focus and is switched off would take the keyboard out of the dialog.
+  // Disabling a focused button would move the focus out of the dialog.
   enable(id, isEnabled) {
     const button = document.getElementById(id);
     if (!isEnabled && button === document.activeElement) {

@@ -46,7 +46,7 @@ bool IsAllZero(std::string_view bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte == '\0'; });
 }
 
-// What a file is, of the things that people take for photos; null when it is none of them.
+// What a file is, if it is something that people mistake for a photo; else null.
 const char* ForeignContent(std::string_view head) {
   struct Form {
     std::size_t at;
@@ -71,7 +71,7 @@ const char* ForeignContent(std::string_view head) {
   return nullptr;
 }
 
-// A JPEG file ends with this marker; cameras may append data of their own behind it.
+// A JPEG file ends with this marker; cameras may append their own data after it.
 bool LacksJpegEnd(int fd, off_t size, std::string_view head) {
   constexpr std::string_view kStart = "\xFF\xD8\xFF";
   constexpr std::string_view kEnd = "\xFF\xD9";
@@ -82,17 +82,17 @@ bool LacksJpegEnd(int fd, off_t size, std::string_view head) {
 
 std::string WhatIsWrongInside(const std::string& path, int fd, off_t size) {
   const std::string head = ReadPart(fd, 0);
-  if (IsAllZero(head)) return "holds zeros instead of a picture, as after an interrupted copy";
-  if (const char* other = ForeignContent(head)) return "is " + std::string(other) + ", no photo";
-  if (LacksJpegEnd(fd, size, head)) return "is cut off: the end of the picture is missing";
+  if (IsAllZero(head)) return "contains zeros instead of an image, as after an interrupted copy";
+  if (const char* other = ForeignContent(head)) return "is " + std::string(other) + ", not a photo";
+  if (LacksJpegEnd(fd, size, head)) return "is cut off: the end of the image is missing";
   const bool is_raw = keldoindexutils::DoesRawImage(keldoindexutils::GetFileExtension(path));
   if (!is_raw && !media::ReadImageHeader(path)) {
-    return "is damaged at its start, or no photo at all";
+    return "is damaged at its start, or not a photo at all";
   }
   return {};
 }
 
-// What keeps anybody from making thumbnails here; empty when nothing does.
+// Why no thumbnails can be made here; empty if they can.
 std::string ProblemWithPlace(const std::string& photo_path) {
   const std::string directory = DirectoryOf(photo_path);
   const std::string metadata = directory + "/@eaDir";
@@ -107,7 +107,7 @@ std::string ProblemWithPlace(const std::string& photo_path) {
   return {};
 }
 
-// Why the file cannot even be looked at; empty when it was opened.
+// Why the file cannot be opened or used; empty if it can.
 std::string ProblemWithFile(const std::string& path, UniqueFd& fd, struct stat& status) {
   fd.reset(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!fd.valid()) {
@@ -115,7 +115,7 @@ std::string ProblemWithFile(const std::string& path, UniqueFd& fd, struct stat& 
   }
   if (::fstat(fd.get(), &status) != 0)
     return "cannot be read: " + std::string(std::strerror(errno));
-  if (!S_ISREG(status.st_mode)) return "is no ordinary file";
+  if (!S_ISREG(status.st_mode)) return "is not a regular file";
   if (status.st_size == 0) return "is empty";
   return {};
 }
@@ -129,7 +129,7 @@ std::string WhyFailed(const std::string& photo_path) {
   if (problem.empty()) problem = ProblemWithPlace(photo_path);
   if (problem.empty()) problem = WhatIsWrongInside(photo_path, fd.get(), status.st_size);
   if (!problem.empty()) return problem;
-  return "the converter refused it; the system log may say more: journalctl -t keldothumb";
+  return "the converter rejected it; the system log may say more: journalctl -t keldothumb";
 }
 
 std::string WhyUnfinished(const std::string& photo_path) {
@@ -139,7 +139,7 @@ std::string WhyUnfinished(const std::string& photo_path) {
   if (problem.empty()) problem = ProblemWithPlace(photo_path);
   if (!problem.empty()) return problem;
   if (IsDirectoryLocked(DirectoryOf(photo_path))) return "another run is working on the folder";
-  return "not made yet; where a run leaves it out, the system log may say why: journalctl -t "
+  return "not made yet; if a run skips it, the system log may say why: journalctl -t "
          "keldothumb";
 }
 
@@ -147,8 +147,8 @@ bool IsDirectoryLocked(const std::string& directory) {
   struct stat status {};
   if (::stat((directory + "/@eaDir").c_str(), &status) != 0) return false;
   // "1: FLOCK  ADVISORY  WRITE 4711 08:02:1234 0 EOF"
-  // Where the device is none of the disk's own, as for each part of a btrfs volume, the kernel
-  // lists another number there: then the file's alone must do.
+  // Where the device number is virtual, as for each subvolume of btrfs, the kernel lists another
+  // one there. The inode number alone must do then.
   std::array<char, 64> device{};
   if (major(status.st_dev) != 0) {
     std::snprintf(device.data(), device.size(), " %02x:%02x", major(status.st_dev),

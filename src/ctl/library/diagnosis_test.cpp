@@ -17,7 +17,7 @@ class DiagnosisTest : public LibraryTest {
  protected:
   const std::string jpeg_ = testing::EncodeJpeg(testing::FourCorners(64, 48));
   // What is said where nothing is found: the converter is the last that can be asked.
-  static constexpr const char* kNothingFound = "the converter refused it";
+  static constexpr const char* kNothingFound = "the converter rejected it";
 };
 
 TEST_F(DiagnosisTest, APhotoThatLooksWellLeavesTheConverterToAsk) {
@@ -30,25 +30,26 @@ TEST_F(DiagnosisTest, TellsWhatIsWrongWithTheFile) {
   EXPECT_EQ(WhyFailed(In("none.jpg")), "is gone");
   EXPECT_EQ(WhyFailed(Photo("empty.jpg", "")), "is empty");
   std::filesystem::create_directory(In("folder.jpg"));
-  EXPECT_EQ(WhyFailed(In("folder.jpg")), "is no ordinary file");
+  EXPECT_EQ(WhyFailed(In("folder.jpg")), "is not a regular file");
 }
 
 TEST_F(DiagnosisTest, TellsWhatIsWrongInside) {
   EXPECT_EQ(WhyFailed(Photo("zeros.jpg", std::string(10000, '\0'))),
-            "holds zeros instead of a picture, as after an interrupted copy");
+            "contains zeros instead of an image, as after an interrupted copy");
   EXPECT_EQ(WhyFailed(Photo("page.jpg", "<!DOCTYPE html><title>404</title>")),
-            "is a web page, no photo");
+            "is a web page, not a photo");
   EXPECT_EQ(WhyFailed(Photo("film.jpg", std::string("\0\0\0\x18"
                                                     "ftypisom",
                                                     12))),
-            "is a video, no photo");
-  EXPECT_EQ(WhyFailed(Photo("text.jpg", "hello")), "is damaged at its start, or no photo at all");
+            "is a video, not a photo");
+  EXPECT_EQ(WhyFailed(Photo("text.jpg", "hello")),
+            "is damaged at its start, or not a photo at all");
   EXPECT_EQ(WhyFailed(Photo("cut.jpg", jpeg_.substr(0, jpeg_.size() - 20))),
-            "is cut off: the end of the picture is missing");
+            "is cut off: the end of the image is missing");
   EXPECT_EQ(WhyFailed(Photo("short.jpg", jpeg_.substr(0, 8))),
-            "is cut off: the end of the picture is missing");
+            "is cut off: the end of the image is missing");
   EXPECT_EQ(WhyFailed(Photo("damaged.jpg", jpeg_.substr(0, 8) + std::string(9, 'x') + "\xFF\xD9")),
-            "is damaged at its start, or no photo at all");
+            "is damaged at its start, or not a photo at all");
   EXPECT_THAT(WhyFailed(Photo("trailer.jpg", jpeg_ + std::string(100, 'x'))),
               StartsWith("the converter"))
       << "cameras append data of their own";

@@ -1,4 +1,4 @@
-// A walk over whole libraries.
+// Scanning whole libraries.
 #pragma once
 
 #include <functional>
@@ -10,9 +10,9 @@
 
 namespace keldo::ctl {
 
-/// Scans the directories of all trees, each once even where trees overlap, and gives those with
-/// photos to `visit`, in order. What cannot be read, and a root whose file system gets no
-/// thumbnails, is told on the console. True when all could be read.
+/// Scans the directories of all trees, each once even if trees overlap, and calls `visit` for those
+/// with photos, in order. Reports on the console what cannot be read, and roots whose file system
+/// gets no thumbnails. True when everything could be read.
 bool ScanLibrary(const std::vector<std::string>& roots, PhotoScanner& scanner, Console& console,
                  const std::function<void(DirectoryState)>& visit);
 

@@ -36,7 +36,7 @@ struct Content {
   bool has_others = false;
 };
 
-// The entries of an open directory, in byte order; nothing with errno set when it cannot be read.
+// The entries of an open directory in byte order; nothing, with errno set, if it cannot be read.
 std::optional<std::vector<std::string>> NamesIn(int directory_fd) {
   UniqueFd fd(::openat(directory_fd, ".", kOpenDirectory));
   if (!fd.valid()) return std::nullopt;
@@ -59,7 +59,7 @@ std::optional<Content> ContentOf(int metadata_fd) {
   Content content;
   for (const std::string& name : *names) {
     OwnFile file{name, WhatIs(name), {}};
-    // A directory or a link that is called like a file of ours is not ours.
+    // A directory or a link with the name of a file of ours is not ours.
     const bool own = file.what.file != MetadataFile::kForeign &&
                      ::fstatat(metadata_fd, name.c_str(), &file.status, AT_SYMLINK_NOFOLLOW) == 0 &&
                      S_ISREG(file.status.st_mode);
@@ -90,7 +90,7 @@ std::vector<Leftovers> LeftByGone(const std::string& photo, const Content& conte
   Leftovers all{Leftovers::Reason::kPhotoGone, photo, {}, 0, content.has_others};
   for (const OwnFile& file : content.own)
     Add(all, file);
-  // A metadata directory with nothing in it is left over too.
+  // An empty metadata directory is left over, too.
   if (all.files.empty() && all.has_others) return {};
   return {std::move(all)};
 }
@@ -134,7 +134,7 @@ MetadataCleaner::State MetadataCleaner::OpenMetadata() {
   }
   if (!S_ISDIR(status.st_mode)) return State::kNotDirectory;
   metadata_.reset(::openat(directory_.get(), kMetadata, kOpenDirectory));
-  // Programs that make thumbnails hold this lock as long as they work on the directory.
+  // Programs that make thumbnails hold this lock while they work on the directory.
   if (metadata_.valid() && ::flock(metadata_.get(), LOCK_EX | LOCK_NB) == 0) return State::kReady;
   if (metadata_.valid() && errno == EWOULDBLOCK) return State::kLocked;
   NoteProblem(kMetadata);
@@ -166,8 +166,8 @@ std::vector<std::string> MetadataCleaner::MetadataOfPhotos() {
   return *names;
 }
 
-// Only what the system says is not there is gone. A photo that cannot be looked at is taken to be
-// there; so is a link that leads nowhere just now.
+// A photo is gone only if the system says that it does not exist. One that cannot be examined
+// counts as present, and so does a link that leads nowhere at the moment.
 MetadataCleaner::Presence MetadataCleaner::LookUp(const std::string& photo, struct stat& status) {
   if (::fstatat(directory_.get(), photo.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return Presence::kGone;
@@ -181,7 +181,7 @@ MetadataCleaner::Presence MetadataCleaner::LookUp(const std::string& photo, stru
 
 UniqueFd MetadataCleaner::OpenMetadataOf(const std::string& photo) {
   UniqueFd fd(::openat(metadata_.get(), photo.c_str(), kOpenDirectory));
-  // A link or a file is not what we made; gone is gone.
+  // A link or a file is not of our making, and what is gone needs no message.
   if (!fd.valid() && errno != ENOTDIR && errno != ELOOP && errno != ENOENT) {
     NoteProblem(std::string(kMetadata) + "/" + photo);
   }

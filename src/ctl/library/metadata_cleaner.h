@@ -1,4 +1,4 @@
-// Finds and removes what is left over in the metadata directories of one directory's photos.
+// Finds and removes leftover files in the metadata directories of one directory's photos.
 #pragma once
 
 #include <sys/stat.h>
@@ -10,56 +10,55 @@
 
 namespace keldo::ctl {
 
-/// Files of one photo's metadata directory that serve nobody any more.
+/// Files in one photo's metadata directory that are of no use any more.
 struct Leftovers {
   enum class Reason {
-    kPhotoGone,    ///< The photo is not there.
-    kTemporary,    ///< A run that was interrupted left them behind.
-    kStaleMarker,  ///< They tell of a failure that a later thumbnail or photo has made good.
+    kPhotoGone,    ///< The photo does not exist.
+    kTemporary,    ///< Left behind by an interrupted run.
+    kStaleMarker,  ///< Older than the photo, or there is a thumbnail by now.
   };
 
   Reason reason = Reason::kPhotoGone;
   std::string photo;               ///< The photo's name.
   std::vector<std::string> files;  ///< Names, in byte order.
   off_t bytes = 0;
-  /// Of a gone photo: files that are not ours lie there too, so the metadata directory has to stay.
+  /// For kPhotoGone: there are files that are not ours, so the directory has to stay.
   bool has_others = false;
 };
 
-/// What was removed, and why not all of it.
+/// What was removed, and why anything was not.
 struct Removal {
   std::vector<std::string> files;
   off_t bytes = 0;
-  bool directory = false;  ///< The photo's metadata directory went too.
+  bool directory = false;  ///< The photo's metadata directory was removed, too.
   std::string problem;
 };
 
-/// Works on one directory, whose lock it holds: no thumbnails are made there meanwhile.
+/// Works on one directory and holds its lock, so that no thumbnails are made there meanwhile.
 ///
-/// Knows files by their names and never removes what is not of our making, nor anything but regular
-/// files and metadata directories that are empty. Works on open directories and follows no symbolic
-/// link. Silent.
+/// Knows our files by their names. Removes only regular files of ours and empty metadata
+/// directories. Works on open directories and follows no symbolic links. Silent.
 class MetadataCleaner {
  public:
   enum class State {
     kReady,
     kNoMetadata,    ///< There is no "@eaDir".
-    kNotDirectory,  ///< "@eaDir" is a symbolic link or a file, and none of our business.
-    kLocked,        ///< Another program is at work there.
-    kFailed,        ///< problem() tells why.
+    kNotDirectory,  ///< "@eaDir" is a symbolic link or a file, so not ours.
+    kLocked,        ///< Another program is working there.
+    kFailed,        ///< problem() says why.
   };
 
   explicit MetadataCleaner(const std::string& directory);
 
   [[nodiscard]] State state() const { return state_; }
-  /// Why something could not be looked at; empty when all could.
+  /// Why something could not be read; empty if everything could.
   [[nodiscard]] const std::string& problem() const { return problem_; }
 
   /// All leftovers, in byte order of the photos' names.
   [[nodiscard]] std::vector<Leftovers> Find();
 
-  /// Removes leftovers that were found, as far as they still are what they were: each file is
-  /// judged anew right before it goes.
+  /// Removes leftovers that were found, if they are still leftovers: each file is checked again
+  /// right before it is removed.
   [[nodiscard]] Removal Remove(const Leftovers& leftovers);
 
  private:

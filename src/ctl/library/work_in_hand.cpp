@@ -13,7 +13,7 @@
 namespace keldo::ctl {
 namespace {
 
-// Adds the lines of `more` that are not there yet, in their order.
+// `lines`, followed by those of `more` that are new, in their order.
 std::vector<std::string> Joined(std::vector<std::string> lines,
                                 const std::vector<std::string>& more) {
   std::set<std::string> known(lines.begin(), lines.end());
@@ -71,7 +71,7 @@ bool WorkInHand::GiveBack() {
     if (!waiting.Replace(TextOf(Joined(entries_, LinesOf(waiting.content()))))) {
       return Fail(paths_.waiting);
     }
-    // Not all of the file: what another program has put there is not ours to remove.
+    // Not the whole file: entries that another program added are not ours to remove.
     if (!Finish({entries_.begin(), entries_.end()})) return false;
   }
   return RemoveEmptyFile();

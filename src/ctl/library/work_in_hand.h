@@ -1,4 +1,4 @@
-// Working the queue off so that no entry is lost, whenever the work ends.
+// Processing the queue so that no entry is lost, whenever the work ends.
 #pragma once
 
 #include <set>
@@ -14,37 +14,37 @@ namespace keldo::ctl {
 struct QueuePaths {
   std::string waiting = paths::kThumbQueue;
   std::string in_work = paths::kThumbQueueInWork;
-  /// Locked while a run works the queue off; empty, and never removed.
+  /// Locked while a run processes the queue; empty, and never removed.
   std::string run_lock = std::string(paths::kThumbQueueInWork) + ".lock";
 };
 
-/// The entries that one run has taken in hand. One run at a time has any.
+/// The entries that a run is working on. Only one run at a time has any.
 ///
-/// What is waiting moves to the file of what is in work, is taken out of that when it is done, and
-/// returns when it was not reached. Each entry is in one of the two files at any moment, or in
-/// both: it is written where it goes to before it is removed from where it was. So the next run
-/// finds what one that was killed has left.
+/// Waiting entries move to the in-work file, leave it when they are done, and return to the queue
+/// if they were not reached. An entry is always in one of the two files or in both: it is written to
+/// the new place before it is removed from the old one. So the next run finds what a killed run has
+/// left.
 ///
-/// Operations that fail return false; problem() and problem_path() then tell why.
+/// Operations return false on failure; problem() and problem_path() then say why.
 class WorkInHand {
  public:
   explicit WorkInHand(QueuePaths paths) : paths_(std::move(paths)) {}
 
-  /// Keeps other runs out. False, with is_busy(), when there is one.
+  /// Locks out other runs. False, with is_busy(), if there is one.
   [[nodiscard]] bool KeepOthersOut();
   [[nodiscard]] bool is_busy() const { return is_busy_; }
 
-  /// Takes all entries in hand: those waiting, after those that an earlier run left.
+  /// Takes all entries: those that an earlier run left, then those waiting.
   [[nodiscard]] bool Take();
 
-  /// The entries in hand, oldest first.
+  /// The entries taken, oldest first.
   [[nodiscard]] const std::vector<std::string>& entries() const { return entries_; }
 
-  /// Lets go of entries for good.
+  /// Removes entries for good.
   [[nodiscard]] bool Finish(const std::set<std::string>& done);
 
-  /// Puts all entries in hand back, before those that are waiting, and removes the file of what is
-  /// in work if nothing is in it.
+  /// Returns all entries to the queue, ahead of those waiting, and removes the in-work file if it is
+  /// empty.
   [[nodiscard]] bool GiveBack();
 
   [[nodiscard]] const std::string& problem() const { return problem_; }

@@ -108,7 +108,7 @@ void PrintTextSummary(Console& console, const MakeOutcome& outcome, const Librar
     console.out() << "Photos:     " << Grouped(counts.photos) << " in "
                   << Counted(static_cast<long>(outcome.directories.size()), "folder") << "\n"
                   << "Thumbnails: " << Grouped(progress.thumbs_made) << " made, "
-                  << Grouped(counts.Thumbs(ThumbState::kPresent)) << " there now\n"
+                  << Grouped(counts.Thumbs(ThumbState::kPresent)) << " present now\n"
                   << "Time:       " << OneDecimal(time) << " s";
     if (progress.thumbs_made > 0 && time > 0) {
       console.out() << ", " << OneDecimal(progress.thumbs_made / time) << " thumbnails/s";
@@ -118,17 +118,16 @@ void PrintTextSummary(Console& console, const MakeOutcome& outcome, const Librar
   PrintList(console, "Failed:", undone.failed);
   if (!undone.failed.empty() && !console.style().quiet) {
     console.out()
-        << "A photo that is changed is tried again by itself; 'keldothumbctl retry' tries "
-           "all of them.\n";
+        << "A photo is tried again when it changes; 'keldothumbctl retry' tries all of them.\n";
   }
   PrintList(console, "Not finished:", undone.unfinished);
 }
 
-// keldothumb has asked for the directories to come back to while their last thumbnails were still
-// to be made. Each is looked at once more, for a photo that came meanwhile, and for kinds that the
-// index wants but this run was not told to make.
+// keldothumb queued the directories while their last thumbnails were still to be made. Each is
+// scanned once more, for photos that came meanwhile and for kinds that the index wants but this run
+// was not told to make.
 void TakeOutOfQueue(const MakeOutcome& outcome, Console& console) {
-  // A user who may not write the queue has put nothing into it.
+  // A user who may not write to the queue has not added anything to it.
   if (::access(paths::kThumbQueue, W_OK) != 0) return;
   PhotoScanner scanner;
   std::set<std::string> worked_on;
@@ -154,7 +153,7 @@ std::string ProgressText(const MakeProgress& progress) {
   }
   if (progress.thumbs_made == 0 || elapsed <= 0) return text;
   const double per_second = progress.thumbs_made / elapsed;
-  // Photos that came meanwhile were not in the total.
+  // Photos that came meanwhile are not in the total.
   const int left = std::max(0, progress.thumbs_total - progress.thumbs_made);
   return text + ", " + OneDecimal(per_second) + " thumbnails/s, " + TimeText(left / per_second) +
          " left";
@@ -192,7 +191,7 @@ int ReportOutcome(Console& console, const MakeOutcome& outcome, bool json) {
   LibraryCounts counts;
   for (const DirectoryState& directory : outcome.directories)
     counts.Add(CountsOf(directory));
-  // A run that was stopped says only what it has failed on; why it left the rest is plain.
+  // A run that was stopped lists only failures; why it left the rest is obvious.
   UndonePhotos undone = FindUndone(outcome.directories);
   const std::size_t unfinished = undone.unfinished.size();
   if (outcome.stopped && !json) undone.unfinished.clear();

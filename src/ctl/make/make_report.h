@@ -1,4 +1,4 @@
-// What a run that makes thumbnails tells people and scripts.
+// Running a maker, and reporting on it to people and scripts.
 #pragma once
 
 #include <chrono>
@@ -9,13 +9,13 @@
 
 namespace keldo::ctl {
 
-/// Shows how far a run is: one line that is rewritten on a terminal, else a line every ten seconds.
+/// Shows the progress of a run: one line, rewritten, on a terminal; else a line every ten seconds.
 class ProgressLine {
  public:
   explicit ProgressLine(Console& console) : console_(console) {}
 
   void Show(const MakeProgress& progress);
-  /// Takes the line off the terminal.
+  /// Removes the line from the terminal.
   void Clear();
 
  private:
@@ -33,8 +33,8 @@ class ProgressLine {
                                            std::vector<DirectoryState> directories,
                                            Console& console);
 
-/// Prints the summary: what was made, and every photo that failed or was left undone, with the
-/// reason. Returns the exit status: 0 when nothing is missing, else 1.
+/// Prints the summary: what was made, and each photo that failed or was left undone, with the
+/// reason. Returns the exit status: 0 if nothing is missing, else 1.
 [[nodiscard]] int ReportOutcome(Console& console, const MakeOutcome& outcome, bool json);
 
 }  // namespace keldo::ctl

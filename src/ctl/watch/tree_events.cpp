@@ -39,7 +39,7 @@ std::string LimitText(const std::string& what, const std::string& name, long usu
   return "the system's limit on " + what + " is reached (/proc/sys/fs/inotify/" + name + " is " +
          std::to_string(limit) + "); raise it with: sysctl " + setting + "=" +
          std::to_string(std::max(usual, 2 * limit)) +
-         ", and for good with that setting in a file in /etc/sysctl.d";
+         ", and permanently with that setting in a file in /etc/sysctl.d";
 }
 
 // So many readings at once: in a flood there must be time for other things.

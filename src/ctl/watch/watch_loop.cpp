@@ -169,7 +169,7 @@ void WatchLoop::Judge(const std::string& directory, const CurrentRun& run) {
       troubles_.TakeNews(directory, FindTroubles(after, end == TurnEnd::kFruitless), run.changed);
   if (console_.style().quiet) result.made = result.completed = 0;
   Say(TextOf(result));
-  if (end == TurnEnd::kMoreLater) SayMore(directory, "the rest follows when there is time");
+  if (end == TurnEnd::kMoreLater) SayMore(directory, "the rest will follow when there is time");
   if (end == TurnEnd::kComplete) TakeOutOfQueue(directory);
   scheduler_.Ended(directory, end, Clock::now());
 }
@@ -184,7 +184,7 @@ void WatchLoop::TakeOutOfQueue(const std::string& directory) {
   // A user who may not write the queue has put nothing into it.
   if (access(settings_.queue_path.c_str(), W_OK) != 0) return;
   if (!RemoveFromQueue(settings_.queue_path, {directory})) {
-    console_.Fail(settings_.queue_path, "what is done now cannot be taken out");
+    console_.Fail(settings_.queue_path, "cannot remove what is done");
   }
 }
 
@@ -217,7 +217,7 @@ void WatchLoop::OnGone(const std::string& directory) {
 }
 
 void WatchLoop::OnRootGone(const std::string& root) {
-  console_.Fail(root, "is gone; its return is looked for every " + SecondsText(settings_.rescan));
+  console_.Fail(root, "is gone; checking for its return every " + SecondsText(settings_.rescan));
 }
 
 void WatchLoop::OnRootBack(const std::string& root) {
@@ -227,11 +227,11 @@ void WatchLoop::OnRootBack(const std::string& root) {
 void WatchLoop::OnOverflow() {
   if (look_at_all_at_) return;
   look_at_all_at_ = Clock::now() + settings_.quiet;
-  console_.Warn("more happened than the system could report, so everything is looked at again");
+  console_.Warn("more happened than the system could report; checking everything again");
 }
 
 void WatchLoop::OnShortage(int error) {
-  console_.Warn(ShortageText(error) + ". Until then, folders without a watch are looked at every " +
+  console_.Warn(ShortageText(error) + ". Until then, folders without a watch are checked every " +
                 SecondsText(settings_.rescan));
 }
 

@@ -233,7 +233,7 @@ TEST_F(WatchTest, ARootThatGoesIsAwaited) {
   Start({"--quiet-period", "0.1", "--rescan", "1"});
   AwaitStart();
   std::filesystem::remove_all(tree());
-  ASSERT_TRUE(Says(tree() + ": is gone; its return is looked for every 1 second\n"));
+  ASSERT_TRUE(Says(tree() + ": is gone; checking for its return every 1 second\n"));
   Write("late.jpg");
   EXPECT_TRUE(Says(tree() + ": is back\n"));
   EXPECT_TRUE(Says(tree() + ": 1 photo completed\n")) << Output();
@@ -254,7 +254,7 @@ TEST_F(WatchTest, FindsWhatCameWhileTheKernelDroppedEvents) {
     ASSERT_EQ(chmod(At(i % 2 == 0 ? "a.txt" : "b.txt").c_str(), 0600), 0);
   Write("unreported/new.jpg");
   ASSERT_EQ(kill(pid(), SIGCONT), 0);
-  EXPECT_TRUE(Says("so everything is looked at again\n")) << Output();
+  EXPECT_TRUE(Says("checking everything again\n")) << Output();
   EXPECT_TRUE(Says(At("unreported") + ": 1 photo completed\n")) << Output();
 }
 
