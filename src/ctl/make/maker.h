@@ -1,4 +1,4 @@
-// Makes the thumbnails of many directories with several keldothumb processes at once.
+// Making the thumbnails of many directories with several keldothumb processes at once.
 #pragma once
 
 #include <sys/types.h>
@@ -22,18 +22,18 @@ struct MakeOptions {
   int jobs = 1;                ///< Processors to use, at least 1.
   bool nice = false;           ///< Lowest processor and disk priority.
   bool show_messages = false;  ///< Pass on what the programs write to standard error.
-  /// When a directory that another run works on has its next turn.
+  /// How long to wait before trying again a directory that another run is working on.
   std::chrono::milliseconds locked_again_after{2000};
 };
 
-/// How far a run is.
+/// The progress of a run.
 struct MakeProgress {
   int photos_total = 0;   ///< Photos that lacked thumbnails at the start.
-  int photos_done = 0;    ///< Of these: complete now.
-  int photos_failed = 0;  ///< Of these: failed in this run.
-  int thumbs_total = 0;   ///< Thumbnails that were lacking at the start.
+  int photos_done = 0;    ///< Of these, complete now.
+  int photos_failed = 0;  ///< Of these, failed in this run.
+  int thumbs_total = 0;   ///< Thumbnails that were missing at the start.
   int thumbs_made = 0;
-  int folders_locked = 0;  ///< That wait for another run to leave them.
+  int folders_locked = 0;  ///< Waiting for another run to finish.
   std::chrono::steady_clock::duration elapsed{};
 };
 
@@ -60,19 +60,19 @@ struct MakeOutcome {
   std::string problem;               ///< Why no process could be started; empty when all could.
 };
 
-/// Runs the program over directories until nothing is missing that can be made: a directory has its
-/// turn again as long as that brings something, which also finishes deferred phases. Directories
-/// that another run has locked are tried again later. Directories with most work are begun first.
-/// A directory where all that is lacking has failed before is left alone.
+/// Runs the program over directories until everything that can be made is there: a directory is run
+/// again until a run makes nothing new, which also finishes deferred phases. Directories that
+/// another run has locked are tried again later. Directories with the most work come first.
+/// Directories where everything that is missing has failed before are skipped.
 class Maker {
  public:
   using Report = std::function<void(const MakeProgress&)>;
 
-  /// `stop_fd` is readable when the run is to stop; -1 for never. `report` is called about twice a
-  /// second while the run goes on.
+  /// `stop_fd` becomes readable when the run has to stop; -1 for never. `report` is called about
+  /// twice a second during the run.
   Maker(MakeOptions options, PhotoScanner& scanner, int stop_fd, Report report);
 
-  /// Works on the directories, as they were scanned just now.
+  /// Works on the directories, which have just been scanned.
   [[nodiscard]] MakeOutcome Run(std::vector<DirectoryState> directories);
 
  private:

@@ -36,7 +36,7 @@ void ChangeScheduler::Changed(const std::string& directory, const std::string& p
 
 void ChangeScheduler::Look(const std::string& directory, TimePoint now) {
   Edit(directory, [&](Entry& entry) {
-    // A change that waits for its quiet period includes the look.
+    // A change that waits for its quiet period covers this.
     if (!entry.change) entry.change = Change{now, now, true, {}};
     entry.fruitless = false;
     entry.forgotten = false;
@@ -106,8 +106,8 @@ std::optional<ChangeScheduler::TimePoint> ChangeScheduler::NextDue() const {
   return due ? std::min(*due, idle_due) : idle_due;
 }
 
-// Changes an entry, and keeps the queues and counts in step with it. What holds nothing any more is
-// no longer remembered.
+// Changes an entry and updates the queues and counts. Entries that hold nothing any more are
+// forgotten.
 template <typename Action>
 void ChangeScheduler::Edit(const std::string& directory, Action action) {
   const auto [at, added] = entries_.try_emplace(directory);
@@ -149,7 +149,7 @@ std::optional<ChangeScheduler::TimePoint> ChangeScheduler::DueTime(const Entry& 
   const TimePoint changed_due =
       change.is_look ? change.first
                      : std::min(change.last + times_.quiet, change.first + times_.longest_wait);
-  // A lock that somebody holds is not given back sooner because something changed.
+  // A change does not release the lock that another run holds.
   return due ? std::max(*due, changed_due) : changed_due;
 }
 

@@ -1,4 +1,4 @@
-// Which directory has its turn, and when.
+// Which directory is processed, and when.
 #pragma once
 
 #include <chrono>
@@ -12,17 +12,17 @@
 
 namespace keldo::ctl {
 
-/// How patient the scheduler is. All follow from the quiet period.
+/// How patient the scheduler is. Everything follows from the quiet period.
 struct SchedulerTimes {
   using Duration = Clock::duration;
 
-  /// A directory has its turn when nothing happened in it for so long.
+  /// A directory is due when nothing has happened in it for this long.
   Duration quiet;
-  /// It has its turn at the latest so long after the first change: an upload may go on for hours.
+  /// It is due at the latest this long after the first change: an upload may go on for hours.
   Duration longest_wait;
-  /// What another run has locked is tried again after this.
+  /// How long to wait before trying again what another run has locked.
   Duration lock_pause;
-  /// Work for idle times does not wait longer than this for an idle time.
+  /// How long idle work waits at most for an idle time.
   Duration idle_patience;
 
   [[nodiscard]] static SchedulerTimes FromQuietPeriod(Duration quiet);
@@ -30,19 +30,19 @@ struct SchedulerTimes {
 
 /// How a directory's turn ended.
 enum class TurnEnd {
-  kComplete,   ///< Nothing is missing that could be made.
-  kMoreLater,  ///< The run brought something, and something is still missing: finish it when idle.
-  kLocked,     ///< Another run works on the directory.
-  kFruitless,  ///< Something is missing, and a run does not bring it.
+  kComplete,   ///< Everything that can be made is there.
+  kMoreLater,  ///< The run made progress, but something is still missing: finish it when idle.
+  kLocked,     ///< Another run is working on the directory.
+  kFruitless,  ///< Something is missing, but a run does not help.
 };
 
-/// Takes changes in, and says which directory is to be looked at and run. Knows no clock, no files
-/// and no processes: the time is always given.
+/// Collects changes and decides which directory is due. Knows nothing of clocks, files and
+/// processes: the caller passes the time.
 class ChangeScheduler {
  public:
   using TimePoint = Clock::time_point;
 
-  /// A directory whose turn it is, and the photos in it that are known to have changed.
+  /// A directory that is due, and the photos in it that are known to have changed.
   struct Turn {
     std::string directory;
     std::set<std::string> photos;
@@ -51,24 +51,24 @@ class ChangeScheduler {
 
   ChangeScheduler(SchedulerTimes times, int most_at_once);
 
-  /// A photo came or changed; an empty name stands for a change of the directory as a whole.
+  /// A photo was added or changed; an empty name stands for the directory as a whole.
   void Changed(const std::string& directory, const std::string& photo, TimePoint now);
-  /// The directory is to be looked at without waiting for a quiet period.
+  /// The directory is due at once, without a quiet period.
   void Look(const std::string& directory, TimePoint now);
-  /// Gives the directories another turn whose last turn was fruitless.
+  /// Makes the directories due whose last turn was fruitless.
   void LookAtFruitless(TimePoint now);
   /// The directory is gone.
   void Forget(const std::string& directory);
 
-  /// The next directory whose turn it is; nothing when none is due or as many have their turn as
-  /// may. Has its turn from now on, until Ended is called.
+  /// The next directory that is due; nothing if none is, or if as many as allowed have their turn.
+  /// Its turn lasts until Ended is called.
   [[nodiscard]] std::optional<Turn> Next(TimePoint now);
   void Ended(const std::string& directory, TurnEnd end, TimePoint now);
 
-  /// When Next will have something, if nothing happens until then.
+  /// When Next will return something if nothing happens until then.
   [[nodiscard]] std::optional<TimePoint> NextDue() const;
 
-  /// The number of directories that are remembered for any reason.
+  /// The number of directories remembered for any reason.
   [[nodiscard]] std::size_t size() const { return entries_.size(); }
 
  private:
@@ -76,7 +76,7 @@ class ChangeScheduler {
   struct Change {
     TimePoint first;
     TimePoint last;
-    bool is_look = false;  ///< No event: due at once.
+    bool is_look = false;  ///< Not an event: due at once.
     std::set<std::string> photos;
   };
   struct Entry {
@@ -86,7 +86,7 @@ class ChangeScheduler {
     bool fruitless = false;
     bool has_turn = false;
     bool is_idle_turn = false;
-    bool forgotten = false;  ///< Went while it had its turn.
+    bool forgotten = false;  ///< Disappeared during its turn.
   };
   using Entries = std::map<std::string, Entry>;
   using Queue = std::set<std::pair<TimePoint, std::string>>;
@@ -102,8 +102,8 @@ class ChangeScheduler {
   SchedulerTimes times_;
   int most_at_once_;
   Entries entries_;
-  Queue due_;   ///< Changes and retries, of directories that do not have their turn.
-  Queue idle_;  ///< Work for idle times, likewise.
+  Queue due_;   ///< Changes and retries of directories that are not having their turn.
+  Queue idle_;  ///< Idle work, likewise.
   int changes_ = 0;
   int turns_ = 0;
   int busy_turns_ = 0;  ///< Turns that are not idle work.

@@ -22,7 +22,7 @@ bool IsDirectoryAt(const std::string& path, struct stat& status) {
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// True when a watch is refused for want of something, not because of the directory.
+// True when a watch is refused because of a limit, not because of the directory.
 bool IsShortage(int error) {
   return error == ENOSPC || error == ENOMEM || error == EMFILE || error == ENFILE ||
          error == ENOSYS;
@@ -62,11 +62,11 @@ void DirectoryTree::LookAtAll() {
 }
 
 void DirectoryTree::LookAtUnwatched() {
-  if (unwatched() == 0) shortage_told_ = false;
+  if (unwatched() == 0) shortage_reported_ = false;
   for (auto at = nodes_.rbegin(); at != nodes_.rend(); ++at) {
     if (at->second.watch < 0) Enqueue({at->first, at->second.identity.first});
   }
-  // A root may be back, or another file system may have been mounted on it.
+  // A root may be back, or another file system may be mounted on it.
   for (const Root& root : roots_)
     Enqueue({root.path, std::nullopt});
 }
@@ -82,8 +82,8 @@ DirectoryTree::Root* DirectoryTree::FindRoot(const std::string& path) {
   return at == roots_.end() ? nullptr : &*at;
 }
 
-// The watch comes before the directory is read: what is made after the reading is then reported,
-// and what was made before is read.
+// The watch is added before the directory is read: what appears later is then reported, and what
+// appeared earlier is read.
 void DirectoryTree::VisitOne(const Visit& visit) {
   struct stat status {};
   if (!IsDirectoryAt(visit.path, status)) return Vanished(visit.path);
@@ -93,7 +93,7 @@ void DirectoryTree::VisitOne(const Visit& visit) {
   if (Register(visit, identity)) ReadBelow(visit, status.st_dev);
 }
 
-// What lies on another file system is none of the tree, nor is the bare directory that an unmounted
+// Other file systems do not belong to the tree. Neither does the bare directory that an unmounted
 // file system leaves behind.
 bool DirectoryTree::IsPassedOver(const Visit& visit, const struct stat& status) {
   if (visit.device && *visit.device != status.st_dev) {
@@ -109,14 +109,14 @@ bool DirectoryTree::IsPassedOver(const Visit& visit, const struct stat& status) 
   return false;
 }
 
-// True when the directory is watched under another path, which still leads to it: there are links.
+// True when the directory is watched under another path that still leads to it, through a link.
 bool DirectoryTree::IsReachedOtherwise(const Visit& visit, const Identity& identity) {
   const auto known = by_identity_.find(identity);
   if (known == by_identity_.end() || known->second->first == visit.path) return false;
   const std::string other = known->second->first;
   struct stat status {};
   if (!IsDirectoryAt(other, status) || Identity{status.st_dev, status.st_ino} != identity) {
-    // It was moved here, and the report of that is still to come.
+    // It was moved here, but the event is still to come.
     ForgetTree(other);
     Enqueue({other, identity.first, true});
     return false;
@@ -126,20 +126,20 @@ bool DirectoryTree::IsReachedOtherwise(const Visit& visit, const Identity& ident
   return true;
 }
 
-// Makes sure that the directory is watched. True when what is below it is to be visited.
+// Makes sure that the directory is watched. True when the directories below have to be visited.
 bool DirectoryTree::Register(const Visit& visit, const Identity& identity) {
   const int watch = inotify_.Add(visit.path);
   if (watch < 0 && !IsShortage(errno)) {
     CannotBeRead(visit.path, errno);
     return false;
   }
-  if (watch < 0 && !std::exchange(shortage_told_, true)) listener_.OnShortage(errno);
+  if (watch < 0 && !std::exchange(shortage_reported_, true)) listener_.OnShortage(errno);
 
   const auto at = nodes_.find(visit.path);
   const bool is_same = at != nodes_.end() && at->second.identity == identity &&
                        (at->second.watch == watch || at->second.watch < 0);
   if (is_same) return Revisit(visit, at, watch);
-  // The directory at this path is another one now.
+  // Another directory has taken this path.
   if (at != nodes_.end()) ForgetTree(visit.path);
   Insert(visit, {watch, identity, round_});
   return true;
@@ -151,7 +151,7 @@ void DirectoryTree::CannotBeRead(const std::string& path, int error) {
   listener_.OnUnreadable(path, error);
 }
 
-// Goes on below a directory that is known only where there may be something new to be found.
+// Goes below a known directory only if there may be something new.
 bool DirectoryTree::Revisit(const Visit& visit, Nodes::iterator at, int watch) {
   Node& node = at->second;
   const bool was_unwatched = node.watch < 0;
@@ -178,7 +178,7 @@ void DirectoryTree::ReadBelow(const Visit& visit, dev_t device) {
     return;
   }
   std::vector<std::string> names = WalkedDirectoriesIn(stream.get());
-  // Taken from the back, so that the first in byte order is the next.
+  // Directories are visited from the back, so the first in byte order goes last.
   std::sort(names.rbegin(), names.rend());
   for (const std::string& name : names)
     Enqueue({PathBelow(visit.path, name), device, visit.is_new, visit.is_forced});
@@ -194,7 +194,7 @@ void DirectoryTree::Vanished(const std::string& path) {
   }
 }
 
-// Forgets a directory and what is below it. What can still be reached through a link is visited
+// Forgets a directory and what is below it. What is still reachable through a link is visited
 // there.
 void DirectoryTree::ForgetTree(const std::string& path) {
   ForgetAliasesBelow(path);

@@ -1,4 +1,4 @@
-// Directory trees under observation.
+// Watching directory trees.
 #pragma once
 
 #include <sys/types.h>
@@ -22,12 +22,11 @@ struct stat;
 
 namespace keldo::ctl {
 
-/// One inotify instance. Where the kernel gives none, it is there all the same, and watches
-/// nothing.
+/// One inotify instance. If the kernel provides none, the object exists but watches nothing.
 class Inotify {
  public:
   Inotify();
-  /// Takes an instance over; -1 with errno set where there was none to be had.
+  /// Takes ownership of an instance; -1 with errno set if there is none.
   explicit Inotify(int fd);
   virtual ~Inotify() = default;
   Inotify(const Inotify&) = delete;
@@ -36,8 +35,8 @@ class Inotify {
   /// Readable when there are events; -1 without an instance.
   [[nodiscard]] int fd() const { return fd_.get(); }
 
-  /// Watches a directory, links followed. Returns the number of the watch, which is the one it had
-  /// already where the same directory is watched; else -1 with errno set.
+  /// Watches a directory; follows links. Returns the number of the watch, which is the existing one
+  /// if the directory is already watched; -1 with errno set on failure.
   [[nodiscard]] virtual int Add(const std::string& directory);
   virtual void Remove(int watch);
 
@@ -53,59 +52,58 @@ class Inotify {
   alignas(8) std::array<char, kBufferSize> buffer_{};
 };
 
-/// What to tell a person when directories cannot be watched: which limit is reached and how it is
-/// raised. `error` is the errno value of Inotify::Add.
+/// The message when directories cannot be watched: which limit is reached, and how to raise it.
+/// `error` is the errno value of Inotify::Add.
 [[nodiscard]] std::string ShortageText(int error);
 
-/// Who is told what happens in the trees.
+/// Receives what happens in the trees.
 class TreeListener {
  public:
   virtual ~TreeListener() = default;
 
-  /// A photo came or changed.
+  /// A photo was added or changed.
   virtual void OnPhoto(const std::string& directory, const std::string& photo) = 0;
-  /// A directory is to be looked at: it was found, or came just now (`is_new`), and may hold photos
-  /// already.
+  /// A directory was found, or has just appeared (`is_new`). It may hold photos already.
   virtual void OnDirectory(const std::string& directory, bool is_new) = 0;
-  /// A directory is not there any more.
+  /// A directory no longer exists.
   virtual void OnGone(const std::string& directory) = 0;
   virtual void OnRootGone(const std::string& root) = 0;
   virtual void OnRootBack(const std::string& root) = 0;
   /// The kernel dropped events: anything may have happened.
   virtual void OnOverflow() = 0;
-  /// A directory gets no watch, the first one since all had one. `error` is an errno value.
+  /// A directory gets no watch, for the first time since all had one. `error` is an errno value.
   virtual void OnShortage(int error) = 0;
   /// A directory cannot be read.
   virtual void OnUnreadable(const std::string& directory, int error) = 0;
 };
 
-/// Watches every directory of the trees that a walk visits: those that the filter accepts, on the
-/// root's file system, links followed, each directory once. Events only say where to look; what is
-/// there then decides, since the tree may have changed again meanwhile.
+/// Watches every directory that a walk visits: those that the filter accepts, on the root's file
+/// system, with links followed, each directory once. Events only say where to look: the tree may
+/// have changed again meanwhile, so its current state decides.
 ///
-/// Directories that wait to be visited are kept in a list and visited bit by bit, so that its owner
-/// can do other things during the walk over a large tree.
+/// Directories to visit are kept in a list and visited bit by bit, so that the owner can do other
+/// things while a large tree is walked.
 class DirectoryTree {
  public:
   using TimePoint = Clock::time_point;
 
   DirectoryTree(Inotify& inotify, TreeListener& listener);
 
-  /// Takes a tree in. `root` is absolute, without a slash at its end unless it is "/".
+  /// Adds a tree. `root` is absolute, without a trailing slash unless it is "/".
   void AddRoot(const std::string& root);
 
-  /// Works through the events that are there, up to a number that keeps this short.
+  /// Handles the pending events, up to a limit that keeps this short.
   void ReadEvents();
-  /// Works through events as the kernel writes them.
-  void TakeEvents(std::string_view events);
+  /// Handles events in the format of the kernel.
+  void HandleEvents(std::string_view events);
 
   [[nodiscard]] bool HasWork() const { return !pending_.empty() || sweep_; }
-  /// Visits directories until none waits or the time has come; at least one.
+  /// Visits directories until none is left or the time is up; at least one.
   void Work(TimePoint until);
 
-  /// Visits everything, to find what went unreported.
+  /// Visits everything, to find what was not reported.
   void LookAtAll();
-  /// Visits the directories without a watch, with what is below them, and sees to the roots.
+  /// Visits the directories without a watch and everything below them, and checks the roots.
   void LookAtUnwatched();
 
   /// Directories with and without a watch.
@@ -118,22 +116,22 @@ class DirectoryTree {
   struct Node {
     int watch;  ///< -1 for a directory without one.
     Identity identity;
-    unsigned round;  ///< Of the visits to everything, the last that came here.
+    unsigned round;  ///< The last visit to everything that came here.
   };
   using Nodes = std::map<std::string, Node>;
 
   struct Root {
     std::string path;
     bool gone = false;
-    std::optional<dev_t> bare;  ///< What lay under the file system that was unmounted.
+    std::optional<dev_t> bare;  ///< The device below the file system that was unmounted.
   };
 
-  // A directory that is to be visited.
+  // A directory to visit.
   struct Visit {
     std::string path;
-    std::optional<dev_t> device;  ///< The tree's; a root has its own.
+    std::optional<dev_t> device;  ///< The tree's; nothing for a root.
     bool is_new = false;
-    bool is_forced = false;  ///< Also what is below a directory that is known.
+    bool is_forced = false;  ///< Also visit what is below a known directory.
   };
 
   void Enqueue(Visit visit);
@@ -162,12 +160,12 @@ class DirectoryTree {
   Nodes nodes_;
   std::unordered_map<int, Nodes::iterator> by_watch_;
   std::map<Identity, Nodes::iterator> by_identity_;
-  /// Further paths to directories that are watched under another one.
+  /// Other paths to directories that are watched.
   std::map<std::string, Identity> aliases_;
-  std::vector<Visit> pending_;  ///< The last one is the next.
+  std::vector<Visit> pending_;  ///< The last one is visited next.
   unsigned round_ = 0;
-  bool sweep_ = false;  ///< Everything is being visited; what is not met is gone.
-  bool shortage_told_ = false;
+  bool sweep_ = false;  ///< Everything is being visited; what is not found is gone.
+  bool shortage_reported_ = false;
 };
 
 }  // namespace keldo::ctl

@@ -23,7 +23,7 @@ TEST_F(DirectoryTreeTest, FindsWhatAWalkVisits) {
   EXPECT_EQ(Directories(), (Names{"", "a", "a/b", "z"}));
   EXPECT_EQ(tree_.watched(), 4U);
   EXPECT_EQ(tree_.unwatched(), 0U);
-  EXPECT_TRUE(told_.fresh.empty());
+  EXPECT_TRUE(listener_.fresh.empty());
 }
 
 TEST_F(DirectoryTreeTest, ReportsPhotosThatAreWritten) {
@@ -89,7 +89,7 @@ TEST_F(DirectoryTreeTest, WatchesNewDirectories) {
   Clear();
   MakeDirs("new");
   Settle();
-  EXPECT_EQ(Below(told_.fresh), Names{"new"});
+  EXPECT_EQ(Below(listener_.fresh), Names{"new"});
   EXPECT_TRUE(IsWatched("new"));
 }
 
@@ -101,7 +101,7 @@ TEST_F(DirectoryTreeTest, LosesNothingOfATreeThatIsMadeAtOnce) {
   MakeDirs("1/2/3/4/5");
   Write("1/2/3/4/5/photo.jpg");
   Settle();
-  EXPECT_EQ(Below(told_.fresh), (Names{"1", "1/2", "1/2/3", "1/2/3/4", "1/2/3/4/5"}));
+  EXPECT_EQ(Below(listener_.fresh), (Names{"1", "1/2", "1/2/3", "1/2/3/4", "1/2/3/4/5"}));
   EXPECT_TRUE(IsWatched("1/2/3/4/5"));
 }
 
@@ -115,7 +115,7 @@ TEST_F(DirectoryTreeTest, LosesNothingWhileATreeIsVisited) {
   MakeDirs("1/2/3");
   Write("1/2/3/photo.jpg");
   Settle();
-  EXPECT_EQ(Below(told_.fresh), (Names{"1", "1/2", "1/2/3"}));
+  EXPECT_EQ(Below(listener_.fresh), (Names{"1", "1/2", "1/2/3"}));
 }
 
 TEST_F(DirectoryTreeTest, LosesNothingThatIsMadeAtTheLastMomentBeforeTheWatch) {
@@ -148,7 +148,7 @@ TEST_F(DirectoryTreeTest, FollowsDirectoriesThatAreRenamed) {
   Move("old", "new");
   Settle();
   EXPECT_EQ(Gone(), (Names{"old", "old/sub"}));
-  EXPECT_EQ(Below(told_.fresh), (Names{"new", "new/sub"}));
+  EXPECT_EQ(Below(listener_.fresh), (Names{"new", "new/sub"}));
   EXPECT_EQ(tree_.watched(), 4U);
   EXPECT_TRUE(IsWatched("new/sub"));
 }
@@ -188,7 +188,7 @@ TEST_F(DirectoryTreeTest, ForgetsWhatIsMovedOutAndTakesInWhatIsMovedIn) {
   Clear();
   std::filesystem::rename(outside, At("back"));
   Settle();
-  EXPECT_EQ(Below(told_.fresh), (Names{"back", "back/b"}));
+  EXPECT_EQ(Below(listener_.fresh), (Names{"back", "back/b"}));
   EXPECT_TRUE(IsWatched("back/b"));
 }
 
@@ -236,7 +236,7 @@ TEST_F(DirectoryTreeTest, WatchesOutsideDirectoriesThroughLinksThatComeAndGo) {
   Clear();
   ASSERT_EQ(symlink(outside.c_str(), At("link").c_str()), 0);
   Settle();
-  EXPECT_EQ(Below(told_.fresh), (Names{"link", "link/sub"}));
+  EXPECT_EQ(Below(listener_.fresh), (Names{"link", "link/sub"}));
   EXPECT_TRUE(IsWatched("link/sub"));
   Clear();
   std::filesystem::remove(At("link"));
@@ -264,7 +264,7 @@ TEST_F(DirectoryTreeTest, NamesAreBytes) {
   for (const std::string& name : names)
     MakeDirs(name);
   Settle();
-  EXPECT_EQ(Below(told_.fresh), names);
+  EXPECT_EQ(Below(listener_.fresh), names);
   for (const std::string& name : names)
     EXPECT_TRUE(IsWatched(name)) << name;
 }

@@ -1,4 +1,4 @@
-// How a tree takes the kernel's reports.
+// How a tree handles the kernel's events.
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,8 +17,8 @@
 namespace keldo::ctl {
 namespace {
 
-// Not IN_MODIFY: a photo that is still being written is of no use. IN_EXCL_UNLINK: nor is one that
-// was deleted before its writer closed it.
+// Not IN_MODIFY: a photo that is still being written is of no use. IN_EXCL_UNLINK: neither is one
+// that was deleted before its writer closed it.
 constexpr std::uint32_t kEvents = IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
                                   IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF |
                                   IN_ONLYDIR | IN_EXCL_UNLINK;
@@ -26,7 +26,7 @@ constexpr std::uint32_t kEvents = IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MO
 constexpr long kUsualWatches = 524288;
 constexpr long kUsualInstances = 1024;
 
-// A limit of the kernel's; 0 when it cannot be read.
+// A limit of the kernel; 0 if it cannot be read.
 long LimitOf(const std::string& name) {
   long limit = 0;
   std::ifstream("/proc/sys/fs/inotify/" + name) >> limit;
@@ -42,16 +42,16 @@ std::string LimitText(const std::string& what, const std::string& name, long usu
          ", and permanently with that setting in a file in /etc/sysctl.d";
 }
 
-// So many readings at once: in a flood there must be time for other things.
-constexpr int kMostReadings = 16;
+// Reads at a time: in a flood of events there must be time for other things.
+constexpr int kMostReads = 16;
 
 bool IsPhotoName(const std::string& name) {
   return !keldoindexutils::StartWith(name, "._") &&
          keldoindexutils::DoesPhotoOnWebConvertFile(name);
 }
 
-// What was made under this name is complete: a link. Who makes a file writes to it, and that it is
-// written is reported when it is closed.
+// True for a new link, which is complete at once. A new file is reported again when its writer
+// closes it.
 bool IsMadeWhole(const struct stat& status) {
   return S_ISLNK(status.st_mode) || (S_ISREG(status.st_mode) && status.st_nlink > 1);
 }
@@ -71,7 +71,7 @@ int Inotify::Add(const std::string& directory) {
 }
 
 void Inotify::Remove(int watch) {
-  // It fails only for a watch that the kernel has ended itself.
+  // Fails only for a watch that the kernel has removed itself.
   static_cast<void>(::inotify_rm_watch(fd_.get(), watch));
 }
 
@@ -89,14 +89,14 @@ std::string ShortageText(int error) {
 }
 
 void DirectoryTree::ReadEvents() {
-  for (int i = 0; i < kMostReadings; ++i) {
+  for (int i = 0; i < kMostReads; ++i) {
     const std::string_view events = inotify_.Read();
     if (events.empty()) return;
-    TakeEvents(events);
+    HandleEvents(events);
   }
 }
 
-void DirectoryTree::TakeEvents(std::string_view events) {
+void DirectoryTree::HandleEvents(std::string_view events) {
   while (events.size() >= sizeof(inotify_event)) {
     inotify_event event{};
     std::memcpy(&event, events.data(), sizeof event);
@@ -115,12 +115,12 @@ void DirectoryTree::Handle(const inotify_event& event, const std::string& name) 
   const dev_t device = known->second->second.identity.first;
   if (!name.empty()) return EntryChanged(directory, name, event.mask);
   if ((event.mask & IN_UNMOUNT) != 0) return Unmounted(directory);
-  // The kernel has ended the watch. There may be a new directory of the same name.
+  // The kernel has removed the watch. There may be a new directory of the same name.
   if ((event.mask & IN_IGNORED) != 0) ForgetTree(directory);
   if ((event.mask & (IN_IGNORED | IN_DELETE_SELF | IN_MOVE_SELF)) != 0) {
     Enqueue({directory, device, true});
   } else if ((event.mask & IN_ATTRIB) != 0) {
-    // What could not be read may be readable now.
+    // What was unreadable may be readable now.
     listener_.OnDirectory(directory, true);
   }
 }
@@ -134,7 +134,7 @@ void DirectoryTree::EntryChanged(const std::string& directory, const std::string
     return;
   }
   if ((mask & (IN_DELETE | IN_MOVED_FROM)) != 0) {
-    // A link to a directory went. A photo that went leaves nothing to do.
+    // A link to a directory is gone. A photo that is gone leaves nothing to do.
     if (nodes_.contains(path) || aliases_.contains(path)) Enqueue({path, device, true});
     return;
   }
@@ -152,7 +152,7 @@ void DirectoryTree::EntryChanged(const std::string& directory, const std::string
   if (IsPhotoName(name)) listener_.OnPhoto(directory, name);
 }
 
-// The kernel ends the watches of the whole file system, one after the other.
+// The kernel removes the watches of the whole file system, one by one.
 void DirectoryTree::Unmounted(const std::string& directory) {
   Root* root = FindRoot(directory);
   if (root == nullptr || root->gone) return;

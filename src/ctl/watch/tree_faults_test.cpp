@@ -33,7 +33,7 @@ TEST_F(DirectoryTreeTest, TellsOnceThatWatchesHaveRunOut) {
   inotify_.most = 2;
   inotify_.error = ENOSPC;
   Begin();
-  EXPECT_EQ(told_.shortages, std::vector<int>{ENOSPC});
+  EXPECT_EQ(listener_.shortages, std::vector<int>{ENOSPC});
   EXPECT_EQ(Directories(), (Names{"", "a", "a/deep", "b"})) << "what is unwatched is found as well";
   EXPECT_EQ(tree_.watched(), 2U);
   EXPECT_EQ(tree_.unwatched(), 2U);
@@ -50,8 +50,8 @@ TEST_F(DirectoryTreeTest, LooksAtUnwatchedDirectoriesAgain) {
   tree_.LookAtUnwatched();
   Settle();
   EXPECT_EQ(Directories(), (Names{"a/deep", "b", "b/new"}));
-  EXPECT_TRUE(told_.shortages.empty());
-  EXPECT_TRUE(told_.gone.empty()) << "what is known of them must not be lost";
+  EXPECT_TRUE(listener_.shortages.empty());
+  EXPECT_TRUE(listener_.gone.empty()) << "what is known of them must not be lost";
 }
 
 TEST_F(DirectoryTreeTest, TakesWatchesThatBecomeFree) {
@@ -67,7 +67,7 @@ TEST_F(DirectoryTreeTest, TakesWatchesThatBecomeFree) {
   Clear();
   tree_.LookAtUnwatched();
   Settle();
-  EXPECT_TRUE(told_.directories.empty());
+  EXPECT_TRUE(listener_.directories.empty());
 }
 
 TEST_F(DirectoryTreeTest, UnwatchedDirectoriesThatGoAreForgotten) {
@@ -94,8 +94,8 @@ TEST_F(DirectoryTreeTest, LinksInACircleDoNoHarmWithoutWatches) {
 
 TEST_F(DirectoryTreeTest, PassesOnThatTheKernelLostEvents) {
   Begin();
-  tree_.TakeEvents(RawEvent(-1, IN_Q_OVERFLOW));
-  EXPECT_EQ(told_.overflows, 1);
+  tree_.HandleEvents(RawEvent(-1, IN_Q_OVERFLOW));
+  EXPECT_EQ(listener_.overflows, 1);
 }
 
 TEST_F(DirectoryTreeTest, AFullLookFindsWhatWentUnreported) {
@@ -124,15 +124,15 @@ TEST_F(DirectoryTreeTest, TellsThatARootIsGoneAndIsBack) {
   Begin();
   Remove("");
   Settle();
-  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{root_});
+  EXPECT_EQ(listener_.roots_gone, std::vector<std::string>{root_});
   tree_.LookAtUnwatched();
   Settle();
-  EXPECT_EQ(told_.roots_gone.size(), 1U);
+  EXPECT_EQ(listener_.roots_gone.size(), 1U);
   MakeDirs("b");
   Clear();
   tree_.LookAtUnwatched();
   Settle();
-  EXPECT_EQ(told_.roots_back, std::vector<std::string>{root_});
+  EXPECT_EQ(listener_.roots_back, std::vector<std::string>{root_});
   EXPECT_TRUE(IsWatched("b"));
 }
 
@@ -140,7 +140,7 @@ TEST_F(DirectoryTreeTest, NoticesThatARootWasMovedAway) {
   Begin();
   std::filesystem::rename(root_, temp_.path() + "/other");
   Settle();
-  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{root_});
+  EXPECT_EQ(listener_.roots_gone, std::vector<std::string>{root_});
   EXPECT_EQ(tree_.watched(), 0U);
 }
 
@@ -148,13 +148,13 @@ TEST_F(DirectoryTreeTest, AnUnmountedRootIsGoneThoughItsMountPointIsThere) {
   MakeDirs("a");
   Begin();
   const int watch = inotify_.watch_of.at(root_);
-  tree_.TakeEvents(RawEvent(watch, IN_UNMOUNT) + RawEvent(watch, IN_IGNORED));
+  tree_.HandleEvents(RawEvent(watch, IN_UNMOUNT) + RawEvent(watch, IN_IGNORED));
   Settle();
-  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{root_});
+  EXPECT_EQ(listener_.roots_gone, std::vector<std::string>{root_});
   EXPECT_EQ(tree_.watched(), 0U);
   tree_.LookAtUnwatched();
   Settle();
-  EXPECT_TRUE(told_.roots_back.empty()) << "the bare mount point is not the root";
+  EXPECT_TRUE(listener_.roots_back.empty()) << "the bare mount point is not the root";
 }
 
 TEST_F(DirectoryTreeTest, ARootMayHaveAnyNameAndLieInAnother) {
@@ -164,14 +164,14 @@ TEST_F(DirectoryTreeTest, ARootMayHaveAnyNameAndLieInAnother) {
   EXPECT_EQ(Directories(), (Names{"", "Tool.app", "Tool.app/in"}));
   Remove("Tool.app");
   Settle();
-  EXPECT_EQ(told_.roots_gone, std::vector<std::string>{At("Tool.app")});
+  EXPECT_EQ(listener_.roots_gone, std::vector<std::string>{At("Tool.app")});
 }
 
 TEST_F(DirectoryTreeTest, SkipsEventsOfWatchesItDoesNotKnow) {
   Begin();
   Clear();
-  tree_.TakeEvents(RawEvent(4711, IN_CLOSE_WRITE, "a.jpg") +
-                   RawEvent(inotify_.watch_of.at(root_), IN_CLOSE_WRITE, "b.jpg"));
+  tree_.HandleEvents(RawEvent(4711, IN_CLOSE_WRITE, "a.jpg") +
+                     RawEvent(inotify_.watch_of.at(root_), IN_CLOSE_WRITE, "b.jpg"));
   EXPECT_EQ(Photos(), Names{"b.jpg"});
 }
 

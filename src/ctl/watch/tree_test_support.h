@@ -17,7 +17,7 @@
 
 namespace keldo::ctl {
 
-/// Writes down what it is told.
+/// Records what happens.
 class RecordingListener : public TreeListener {
  public:
   void OnPhoto(const std::string& directory, const std::string& photo) override {
@@ -81,24 +81,24 @@ class DirectoryTreeTest : public ::testing::Test {
   void Begin();
   /// Lets the tree take what was reported, until nothing is left, and visit what is to be visited.
   void Settle();
-  /// Forgets what the listener was told.
-  void Clear() { told_ = RecordingListener(); }
+  /// Forgets what was recorded.
+  void Clear() { listener_ = RecordingListener(); }
   /// The paths below the test's directory, of full ones.
   [[nodiscard]] std::set<std::string> Below(const std::set<std::string>& paths) const;
-  [[nodiscard]] std::set<std::string> Photos() const { return Below(told_.photos); }
+  [[nodiscard]] std::set<std::string> Photos() const { return Below(listener_.photos); }
   [[nodiscard]] std::set<std::string> Directories() const {
-    return Below({told_.directories.begin(), told_.directories.end()});
+    return Below({listener_.directories.begin(), listener_.directories.end()});
   }
-  [[nodiscard]] std::set<std::string> Gone() const { return Below(told_.gone); }
+  [[nodiscard]] std::set<std::string> Gone() const { return Below(listener_.gone); }
   /// True when a photo that is written into the directory now is reported, once watched paths
   /// settle.
   [[nodiscard]] bool IsWatched(const std::string& name);
 
   testing::TempDir temp_;
   std::string root_ = temp_.path() + "/tree";
-  RecordingListener told_;
+  RecordingListener listener_;
   LimitedInotify inotify_;
-  DirectoryTree tree_{inotify_, told_};
+  DirectoryTree tree_{inotify_, listener_};
 };
 
 }  // namespace keldo::ctl

@@ -20,9 +20,9 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// Long walks and many looks are done in slices, so that a request to stop is not kept waiting.
+// Long walks are done in slices, so that a request to stop need not wait.
 constexpr milliseconds kSlice{50};
-// Kernels before 5.3 do not tell when a child ends: look this often instead.
+// Kernels before 5.3 do not report the end of a child: check this often instead.
 constexpr milliseconds kLookEvery{100};
 
 bool NeedsRun(const DirectoryState& directory, const std::set<std::string>& changed) {
@@ -65,21 +65,21 @@ WatchLoop::WatchLoop(WatchSettings settings, Inotify& inotify, Console& console,
 void WatchLoop::Run() {
   for (const std::string& root : settings_.roots)
     tree_.AddRoot(root);
-  while (!WaitForNews())
-    Turn();
+  while (!WaitForWork())
+    DoWork();
   runner_.StopAll();
 }
 
-// Sleeps until there is something to do. True when the watch is to end.
-bool WatchLoop::WaitForNews() const {
+// Sleeps until there is something to do. True when the watch has to end.
+bool WatchLoop::WaitForWork() const {
   std::vector<pollfd> events{{stop_fd_, POLLIN, 0}, {inotify_.fd(), POLLIN, 0}};
   runner_.AddEvents(events);
-  const int count = WaitForEvents(events, MillisecondsUntil(NextNews()));
-  // Interrupted by a signal, it has news in the stop descriptor, or none.
+  const int count = WaitForEvents(events, MillisecondsUntil(NextWork()));
+  // After a signal the stop descriptor is readable, or there is nothing to do.
   return count > 0 && events.front().revents != 0;
 }
 
-Clock::time_point WatchLoop::NextNews() const {
+Clock::time_point WatchLoop::NextWork() const {
   const Clock::time_point now = Clock::now();
   if (tree_.HasWork()) return now;
   Clock::time_point next = next_rescan_;
@@ -89,12 +89,12 @@ Clock::time_point WatchLoop::NextNews() const {
   return next;
 }
 
-void WatchLoop::Turn() {
+void WatchLoop::DoWork() {
   tree_.ReadEvents();
   WalkOn();
-  JudgeEnded();
+  FinishEnded();
   LookAgain();
-  // What is found first would be taken for all there is to do.
+  // Only a finished walk shows whether there is any other work.
   if (!tree_.HasWork()) StartWhatIsDue();
 }
 
@@ -103,7 +103,7 @@ void WatchLoop::WalkOn() {
   if (has_begun_ || tree_.HasWork()) return;
   has_begun_ = true;
   const std::size_t folders = tree_.watched() + tree_.unwatched();
-  if (!console_.style().quiet) Say("watching " + Counted(static_cast<long>(folders), "folder"));
+  if (!console_.style().quiet) Print("watching " + Counted(static_cast<long>(folders), "folder"));
 }
 
 void WatchLoop::LookAgain() {
@@ -138,10 +138,10 @@ void WatchLoop::Begin(const ChangeScheduler::Turn& turn) {
     return scheduler_.Ended(directory, TurnEnd::kComplete, Clock::now());
   }
   if (IsDirectoryLocked(directory)) {
-    SayMore(directory, "another run is working on it");
+    PrintVerbose(directory, "another run is working on it");
     return scheduler_.Ended(directory, TurnEnd::kLocked, Clock::now());
   }
-  SayMore(directory, Counted(counts.unfinished_photos, "photo") + " to do");
+  PrintVerbose(directory, Counted(counts.unfinished_photos, "photo") + " to do");
   const time_t began = time(nullptr);
   const int error = runner_.Start(directory);
   if (error != 0 && error != start_error_) {
@@ -152,24 +152,25 @@ void WatchLoop::Begin(const ChangeScheduler::Turn& turn) {
   runs_[directory] = {std::move(before), turn.photos, began};
 }
 
-void WatchLoop::JudgeEnded() {
+void WatchLoop::FinishEnded() {
   for (const ThumbRunner::Ended& ended : runner_.TakeEnded()) {
     if (ended.status != 0) console_.Fail(ended.directory, TextOfStatus(ended.status));
     const auto run = runs_.find(ended.directory);
-    Judge(ended.directory, run->second);
+    Finish(ended.directory, run->second);
     runs_.erase(run);
   }
 }
 
-void WatchLoop::Judge(const std::string& directory, const CurrentRun& run) {
+void WatchLoop::Finish(const std::string& directory, const CurrentRun& run) {
   const DirectoryState after = scanner_.Scan(directory);
   const TurnEnd end = EndOf(run, after);
   RunResult result = Compare(run.before, after);
   result.troubles =
-      troubles_.TakeNews(directory, FindTroubles(after, end == TurnEnd::kFruitless), run.changed);
+      troubles_.Update(directory, FindTroubles(after, end == TurnEnd::kFruitless), run.changed);
   if (console_.style().quiet) result.made = result.completed = 0;
-  Say(TextOf(result));
-  if (end == TurnEnd::kMoreLater) SayMore(directory, "the rest will follow when there is time");
+  Print(TextOf(result));
+  if (end == TurnEnd::kMoreLater)
+    PrintVerbose(directory, "the rest will follow when there is time");
   if (end == TurnEnd::kComplete) TakeOutOfQueue(directory);
   scheduler_.Ended(directory, end, Clock::now());
 }
@@ -181,20 +182,20 @@ TurnEnd WatchLoop::EndOf(const CurrentRun& run, const DirectoryState& after) con
 }
 
 void WatchLoop::TakeOutOfQueue(const std::string& directory) {
-  // A user who may not write the queue has put nothing into it.
+  // A user who may not write to the queue has not added anything to it.
   if (access(settings_.queue_path.c_str(), W_OK) != 0) return;
   if (!RemoveFromQueue(settings_.queue_path, {directory})) {
     console_.Fail(settings_.queue_path, "cannot remove what is done");
   }
 }
 
-void WatchLoop::Say(const std::string& line) {
-  // Read by who follows the watch, so that it must not wait in a buffer.
+void WatchLoop::Print(const std::string& line) {
+  // Flushed, because somebody may be following the output.
   if (!line.empty()) console_.out() << line << std::endl;
 }
 
-void WatchLoop::SayMore(const std::string& directory, const std::string& text) {
-  if (console_.style().verbose) Say(ShownName(directory) + ": " + text);
+void WatchLoop::PrintVerbose(const std::string& directory, const std::string& text) {
+  if (console_.style().verbose) Print(ShownName(directory) + ": " + text);
 }
 
 void WatchLoop::OnPhoto(const std::string& directory, const std::string& photo) {
@@ -221,7 +222,7 @@ void WatchLoop::OnRootGone(const std::string& root) {
 }
 
 void WatchLoop::OnRootBack(const std::string& root) {
-  if (!console_.style().quiet) Say(ShownName(root) + ": is back");
+  if (!console_.style().quiet) Print(ShownName(root) + ": is back");
 }
 
 void WatchLoop::OnOverflow() {

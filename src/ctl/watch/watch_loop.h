@@ -1,4 +1,4 @@
-// The work of keldothumbctl watch.
+// The main loop of keldothumbctl watch.
 #pragma once
 
 #include <chrono>
@@ -19,19 +19,19 @@
 namespace keldo::ctl {
 
 struct WatchSettings {
-  std::vector<std::string> roots;  ///< Absolute, without a slash at the end.
+  std::vector<std::string> roots;  ///< Absolute, without a trailing slash.
   Clock::duration quiet = std::chrono::seconds(5);
   Clock::duration rescan = std::chrono::minutes(10);
   int jobs = 1;
   std::string keldothumb;    ///< The program.
   std::string profile_path;  ///< Its profile file.
-  std::string queue_path;    ///< The work queue, which the program adds unfinished directories to.
+  std::string queue_path;    ///< The work queue, to which the program adds unfinished directories.
 };
 
-/// Watches trees and runs keldothumb where photos lack thumbnails, until it is stopped.
+/// Watches trees and runs keldothumb where photos lack thumbnails, until stopped.
 class WatchLoop : private TreeListener {
  public:
-  /// `stop_fd` becomes readable when the watch is to end.
+  /// `stop_fd` becomes readable when the watch has to end.
   WatchLoop(WatchSettings settings, Inotify& inotify, Console& console, int stop_fd);
   ~WatchLoop() override = default;
   WatchLoop(const WatchLoop&) = delete;
@@ -40,7 +40,7 @@ class WatchLoop : private TreeListener {
   void Run();
 
  private:
-  // A run that is under way.
+  // A run in progress.
   struct CurrentRun {
     DirectoryState before;
     std::set<std::string> changed;
@@ -56,19 +56,19 @@ class WatchLoop : private TreeListener {
   void OnShortage(int error) override;
   void OnUnreadable(const std::string& directory, int error) override;
 
-  [[nodiscard]] bool WaitForNews() const;
-  [[nodiscard]] Clock::time_point NextNews() const;
-  void Turn();
+  [[nodiscard]] bool WaitForWork() const;
+  [[nodiscard]] Clock::time_point NextWork() const;
+  void DoWork();
   void WalkOn();
   void LookAgain();
-  void JudgeEnded();
-  void Judge(const std::string& directory, const CurrentRun& run);
+  void FinishEnded();
+  void Finish(const std::string& directory, const CurrentRun& run);
   [[nodiscard]] TurnEnd EndOf(const CurrentRun& run, const DirectoryState& after) const;
   void StartWhatIsDue();
   void Begin(const ChangeScheduler::Turn& turn);
   void TakeOutOfQueue(const std::string& directory);
-  void Say(const std::string& line);
-  void SayMore(const std::string& directory, const std::string& text);
+  void Print(const std::string& line);
+  void PrintVerbose(const std::string& directory, const std::string& text);
 
   WatchSettings settings_;
   Console& console_;
@@ -80,7 +80,7 @@ class WatchLoop : private TreeListener {
   ThumbRunner runner_;
   TroubleMemory troubles_;
   std::map<std::string, CurrentRun> runs_;
-  std::set<std::string> unreadable_;  ///< Directories of which that was told.
+  std::set<std::string> unreadable_;  ///< Directories already reported.
   Clock::time_point next_rescan_;
   std::optional<Clock::time_point> look_at_all_at_;
   int start_error_ = 0;  ///< Why the last run could not be started.

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kMostNamed = 3;
 
-// The photo of this name before the run; null when it came during the run.
+// The photo of this name before the run; null if it was added during the run.
 const PhotoState* Find(const DirectoryState& directory, const std::string& name) {
   const auto at = std::lower_bound(
       directory.photos.begin(), directory.photos.end(), name,
@@ -40,7 +40,7 @@ std::string ListOf(const std::vector<Trouble>& troubles) {
   return text;
 }
 
-// Puts parts together: "3 photos made, 1 failed". The first number takes the word along.
+// Joins parts: "3 photos made, 1 failed". Only the first number has the word "photos".
 class Sentence {
  public:
   void Add(std::size_t number, const std::string& what) {
@@ -96,26 +96,26 @@ std::string TextOf(const RunResult& result) {
   return ShownName(result.directory) + ": " + sentence.text();
 }
 
-std::vector<Trouble> TroubleMemory::TakeNews(const std::string& directory,
-                                             const std::vector<Trouble>& troubles,
-                                             const std::set<std::string>& changed) {
+std::vector<Trouble> TroubleMemory::Update(const std::string& directory,
+                                           const std::vector<Trouble>& troubles,
+                                           const std::set<std::string>& changed) {
   std::map<std::string, Trouble> now;
-  std::vector<Trouble> news;
-  const std::map<std::string, Trouble>& told = told_[directory];
+  std::vector<Trouble> fresh;
+  const std::map<std::string, Trouble>& reported = reported_[directory];
   for (const Trouble& trouble : troubles) {
-    const auto known = told.find(trouble.photo);
-    const bool is_known = known != told.end() && !changed.contains(trouble.photo) &&
+    const auto known = reported.find(trouble.photo);
+    const bool is_known = known != reported.end() && !changed.contains(trouble.photo) &&
                           known->second.reason == trouble.reason &&
                           known->second.bytes == trouble.bytes;
-    if (!is_known) news.push_back(trouble);
+    if (!is_known) fresh.push_back(trouble);
     now[trouble.photo] = trouble;
   }
   if (now.empty()) {
-    told_.erase(directory);
+    reported_.erase(directory);
   } else {
-    told_[directory] = std::move(now);
+    reported_[directory] = std::move(now);
   }
-  return news;
+  return fresh;
 }
 
 }  // namespace keldo::ctl

@@ -1,4 +1,4 @@
-// What the runs of a watch tell people.
+// What a watch reports about its runs.
 #pragma once
 
 #include <map>
@@ -15,10 +15,10 @@ struct Trouble {
   std::string photo;
   std::string reason;
   off_t bytes = 0;         ///< The photo's size.
-  bool has_failed = true;  ///< Else the run left it out.
+  bool has_failed = true;  ///< Else the run left it undone.
 };
 
-/// What one run over a directory brought.
+/// What one run over a directory achieved.
 struct RunResult {
   std::string directory;
   int made = 0;       ///< Photos that have more thumbnails than before.
@@ -26,32 +26,32 @@ struct RunResult {
   std::vector<Trouble> troubles;
 };
 
-/// Counts what was made between two looks at a directory. Troubles are not looked for.
+/// Counts what was made between two scans of a directory. Does not look for troubles.
 [[nodiscard]] RunResult Compare(const DirectoryState& before, const DirectoryState& after);
 
-/// True when the run was worth it: thumbnails were made, or it was found that they cannot be.
+/// True when the run achieved something: thumbnails were made, or photos newly failed.
 [[nodiscard]] bool IsProgress(const DirectoryState& before, const DirectoryState& after,
                               time_t run_began);
 
 /// One line about a run, without a newline: "/photos/trip: 3 photos made, 1 failed (a.jpg: is
-/// empty)". Empty when there is nothing to tell.
+/// empty)". Empty if there is nothing to report.
 [[nodiscard]] std::string TextOf(const RunResult& result);
 
-/// Remembers which troubles have been told, so that each is told once.
+/// Remembers which troubles have been reported, so that each is reported once.
 class TroubleMemory {
  public:
-  /// Of the troubles that a directory has now, those that are new; those that are over are
-  /// forgotten. What is known of the photos in `changed` does not count.
-  [[nodiscard]] std::vector<Trouble> TakeNews(const std::string& directory,
-                                              const std::vector<Trouble>& troubles,
-                                              const std::set<std::string>& changed);
-  void Forget(const std::string& directory) { told_.erase(directory); }
+  /// Returns those of a directory's troubles that are new, and forgets those that are over.
+  /// Troubles of the photos in `changed` always count as new.
+  [[nodiscard]] std::vector<Trouble> Update(const std::string& directory,
+                                            const std::vector<Trouble>& troubles,
+                                            const std::set<std::string>& changed);
+  void Forget(const std::string& directory) { reported_.erase(directory); }
 
   /// The number of directories with troubles.
-  [[nodiscard]] std::size_t size() const { return told_.size(); }
+  [[nodiscard]] std::size_t size() const { return reported_.size(); }
 
  private:
-  std::map<std::string, std::map<std::string, Trouble>> told_;
+  std::map<std::string, std::map<std::string, Trouble>> reported_;
 };
 
 }  // namespace keldo::ctl

@@ -98,7 +98,7 @@ class TroubleMemoryTest : public ::testing::Test {
  protected:
   std::size_t NewsOf(const std::vector<Trouble>& troubles,
                      const std::set<std::string>& changed = {}) {
-    return memory_.TakeNews("/p", troubles, changed).size();
+    return memory_.Update("/p", troubles, changed).size();
   }
   TroubleMemory memory_;
 };
