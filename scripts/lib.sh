@@ -12,7 +12,7 @@ programs=(keldothumb keldothumbctl keldoindexplugind)
 
 # For building and running. Each list names only what we use directly.
 packages_run=(g++ cmake ninja-build pkg-config
-  libjsoncpp-dev libexiv2-dev libheif-dev libinih-dev libsqlite3-dev libraw-dev libcli11-dev
+  libjsoncpp-dev libexiv2-dev libheif-dev libsqlite3-dev libraw-dev libcli11-dev
   libhwy-dev libjpeg62-turbo-dev libpng-dev libtiff-dev libwebp-dev libgif-dev
   imagemagick libjpeg-turbo-progs dcraw libheif-examples)
 packages_tests=(libgtest-dev libgmock-dev bubblewrap parallel python3

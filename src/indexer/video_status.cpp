@@ -20,8 +20,8 @@
 #include "thumbs/work_queue.h"
 #include "util/files.h"
 #include "util/handles.h"
-#include "util/lines.h"
 #include "util/path.h"
+#include "util/text.h"
 
 namespace keldo {
 namespace {

@@ -11,7 +11,6 @@
 #include <string>
 
 #include "platform/index_ipc.h"
-#include "platform/media_info.h"
 #include "support/pictures.h"
 #include "support/temp_dir.h"
 

@@ -1,7 +1,7 @@
 // INI files.
 #pragma once
 
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +11,13 @@ namespace KELDOUtils {
 /// around names and values ignored. A key that a section gives twice has its last value.
 class ConfParser {
  public:
+  ConfParser();
+  ~ConfParser();
+  ConfParser(ConfParser&& other) noexcept;
+  ConfParser& operator=(ConfParser&& other) noexcept;
+  ConfParser(const ConfParser&) = delete;
+  ConfParser& operator=(const ConfParser&) = delete;
+
   /// Returns non-zero when the file was read and parsed; 0 when it cannot be read, is no regular
   /// file or has a line that is neither. Silent. Only one load per object.
   int loadFromFile(const char* path);
@@ -26,8 +33,8 @@ class ConfParser {
                                       const std::string& fallback) const;
 
  private:
-  std::vector<std::string> section_names_;
-  std::map<std::string, std::map<std::string, std::string>> sections_;
+  struct Content;  // the implementation's own
+  std::unique_ptr<Content> content_;
 };
 
 }  // namespace KELDOUtils

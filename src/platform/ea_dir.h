@@ -1,4 +1,5 @@
-// Metadata directories: `@eaDir` beside the photos, in it one directory per photo.
+// Metadata directories: `@eaDir` beside the photos, in it one directory per photo. And the last
+// error of a platform call that keeps one.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +8,7 @@
 
 /// Writes the metadata directory of a source file to `buffer` (`size` bytes): "/v/a.jpg" has
 /// "/v/@eaDir/a.jpg", "a.jpg" has "@eaDir/a.jpg". Returns 0 on success; non-zero when the path is
-/// empty, ends in '/' or the result does not fit, and KLIBCErrGet and its companions then tell why.
+/// empty, ends in '/' or the result does not fit, and KLIBCErrGet and its companions then say why.
 int KELDOEADirPath(const char* source_path, char* buffer, std::size_t size);
 
 /// Non-zero when `name` is a metadata directory or another directory of the platform's own that
@@ -27,3 +28,10 @@ bool RemoveEAFile(const std::string& directory, const std::string& underscore_na
 /// True when at least one of `names` exists in `directory`.
 [[nodiscard]] bool IsEAFileExist(const std::string& directory,
                                  const std::vector<std::string>& names);
+
+/// Error code of the last failed platform call of this process, 0 when there was none.
+[[nodiscard]] int KLIBCErrGet();
+/// Source file that reported that error; never null.
+[[nodiscard]] const char* KLIBCErrorGetFile();
+/// Line in that source file.
+[[nodiscard]] int KLIBCErrorGetLine();

@@ -1,9 +1,11 @@
-// Files: status records, times, free space and existence.
+// Files: status records, times, existence, free space and the kind of file system, and small text
+// files of key/value pairs and lines.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -24,6 +26,33 @@ int KLIBCFileUTime(const char* path, int mode, const std::array<timespec, 3>& ti
 /// Returns the bytes that the caller may still write on the volume of `path`; 0 when that cannot be
 /// found out.
 [[nodiscard]] std::uint64_t KLIBGetFsAvailSize(const char* path);
+
+/// Type code of the file system of `path`, for the two classes below; -1 with errno set when it
+/// cannot be read. `flags` is 0. The code 12 is kept for a type that looks local but is unsuitable
+/// for metadata directories.
+[[nodiscard]] int KELDOGetFSType(const char* path, int flags);
+
+/// 1 for a network share or another remote mount, else 0.
+[[nodiscard]] int KELDOFSIsRemoteFS(int type);
+
+/// 1 for a mounted disk image, else 0.
+[[nodiscard]] int KELDOFSIsImageFS(int type);
+
+/// Reads the value of `key` from the `key="value"` or `key=value` lines of `path` into `value`
+/// (`size` bytes, always terminated, cut when longer). `flags` is 0. Returns the length of the
+/// value, 0 when it is empty or absent, -1 when the file cannot be read. Silent.
+int KLIBCFileGetKeyValue(const char* path, const char* key, char* value, std::size_t size,
+                         int flags);
+
+/// Sets `key` to `value` as a `key=value` line; a new key goes at the end, other lines stay as they
+/// are. The file is replaced atomically with mode 0644, so that a reader never sees half of it.
+/// `flags` is 0. Returns 0 on success, negative with errno set.
+int KLIBCFileSetKeyValue(const char* path, const char* key, const char* value, int flags);
+
+/// Finds the first line of `path` that equals `key` and copies it into `line` (`size` bytes, always
+/// terminated, cut when longer). `flags` is 1028. Returns the length of the line (positive), 0 when
+/// there is none, -1 when the file cannot be read. Silent.
+int KLIBCFileGetLine(const char* path, const char* key, char* line, std::size_t size, int flags);
 
 namespace keldoindexutils::stat {
 

@@ -1,10 +1,55 @@
-// The media index: which thumbnails it wants, what it knows of a file, and the packets that the
-// indexer's daemons exchange.
+// The media index: which thumbnails it wants, what it knows of a file, its work queues, and the
+// packets that the indexer's daemons exchange.
 #pragma once
 
 #include <json/value.h>
 
-#include "platform/media_info.h"
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace keldoindexutils {
+
+/// What the index knows of one media file. Sizes are in pixels as stored in the file, before any
+/// rotation.
+class MediaInfo {
+ public:
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] int resolution_x() const { return resolution_x_; }
+  [[nodiscard]] int resolution_y() const { return resolution_y_; }
+  /// Orientation code 1 to 8 in EXIF numbering; 0 when unknown.
+  [[nodiscard]] int photo_rotation() const { return photo_rotation_; }
+  /// Bit rate of a video's frames in bit/s.
+  [[nodiscard]] int frame_bitrate() const { return frame_bitrate_; }
+
+  void path(std::string value) { path_ = std::move(value); }
+  void resolution_x(int value) { resolution_x_ = value; }
+  void resolution_y(int value) { resolution_y_ = value; }
+  void photo_rotation(int value) { photo_rotation_ = value; }
+  void frame_bitrate(int value) { frame_bitrate_ = value; }
+
+  /// Fills the record from the members "path", "resolution_x", "resolution_y", "photo_rotation"
+  /// and "frame_bitrate" of a JSON object. Members that are absent or of another type leave their
+  /// field as it was; a value that is no object changes nothing.
+  void SetByJson(const Json::Value& media);
+
+ private:
+  // Values only, and callers copy the record freely: an opaque part would cost an allocation a
+  // record and hide nothing that a port would want to choose.
+  std::string path_;
+  int resolution_x_ = 0;
+  int resolution_y_ = 0;
+  int photo_rotation_ = 0;
+  int frame_bitrate_ = 0;
+};
+
+/// Reads the width and height in pixels of an ordinary image from its header; no pixels are
+/// decoded. JPEG, PNG, TIFF, GIF, WebP, BMP and portable pixmaps give the stored size, HEIC and
+/// AVIF the displayed one, since their decoders always apply the orientation. True on success;
+/// silent.
+[[nodiscard]] bool KELDOIndexImgResGet(const std::string& path, unsigned& width, unsigned& height);
+
+}  // namespace keldoindexutils
 
 /// Which kind of thumbnails a size mask is for.
 enum _tag_THUMB_TYPE_ : int { THUMB_TYPE_PHOTO = 1, THUMB_TYPE_VIDEO = 2 };
@@ -38,3 +83,18 @@ int KELDOIDX_IndexConvertAdd(const MediaInfo& source, const MediaInfo& converted
 int AutoSendRecvPacket(const char* socket_path, int flags, Json::Value& value, int timeout_seconds);
 
 }  // namespace keldoindexutils::ipc
+
+namespace keldoindexutils::filesystem {
+
+/// Appends `text` as one line to the queue file, under a lock; a line that is already there is not
+/// written twice. The file is made with mode 0644. False on failure, and for a text that holds a
+/// newline, since it would be read back as two entries. Silent.
+[[nodiscard]] bool WriteIndexQueue(const std::string& text, const std::string& queue_path);
+
+/// The paths of the entries of `directory` whose names match the shell pattern, in byte order; a
+/// leading dot is matched by an explicit dot only. The directory is taken literally, so a photo may
+/// be called "a[1]*.jpg". Empty when the directory cannot be read. Silent.
+[[nodiscard]] std::vector<std::string> GlobFiles(const std::string& directory,
+                                                 const std::string& pattern);
+
+}  // namespace keldoindexutils::filesystem

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/media_info.h"
+#include "platform/index_ipc.h"
 #include "platform/process.h"
 #include "render/thumb_request.h"
 

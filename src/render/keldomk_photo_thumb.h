@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/media_info.h"
+#include "platform/index_ipc.h"
 #include "render/thumb_request.h"
 #include "thumbs/thumb_profile.h"
 

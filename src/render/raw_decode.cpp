@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/media_info.h"
+#include "platform/index_ipc.h"
 #include "process/isolated.h"
 #include "thumbs/index.h"
 

@@ -9,7 +9,6 @@
 
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
-#include "platform/media_info.h"
 #include "platform/process.h"
 #include "platform/text.h"
 #include "process/isolated.h"

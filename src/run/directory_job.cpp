@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/index_filesystem.h"
+#include "platform/index_ipc.h"
 #include "render/dir_photos.h"
 #include "run/directory_lock.h"
 #include "run/photo_task.h"

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "platform/file.h"
-#include "platform/index_filesystem.h"
+#include "platform/index_ipc.h"
 
 namespace keldo {
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/ea_dir.h"
-#include "platform/filesystem_type.h"
+#include "platform/file.h"
 #include "platform/text.h"
 
 namespace keldo {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "platform/media_info.h"
+#include "platform/index_ipc.h"
 
 namespace keldo {
 

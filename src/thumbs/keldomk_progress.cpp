@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/key_value_file.h"
+#include "platform/file.h"
 #include "thumbs/paths.h"
 
 namespace keldo {

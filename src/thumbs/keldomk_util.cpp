@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "platform/ea_dir.h"
-#include "platform/error.h"
 #include "thumbs/keldomk_ipc.h"
 #include "util/path.h"
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstring>
 
-#include "platform/key_value_file.h"
+#include "platform/file.h"
 
 namespace keldo {
 namespace {

@@ -9,10 +9,8 @@
 
 #include "fakes/fake_platform.h"
 #include "platform/ea_dir.h"
-#include "platform/error.h"
 #include "platform/file.h"
-#include "platform/filesystem_type.h"
-#include "platform/index_filesystem.h"
+#include "platform/index_ipc.h"
 #include "platform/system.h"
 #include "util/handles.h"
 #include "util/path.h"

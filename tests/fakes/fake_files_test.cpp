@@ -9,9 +9,7 @@
 #include "platform/conf_parser.h"
 #include "platform/ea_dir.h"
 #include "platform/file.h"
-#include "platform/filesystem_type.h"
-#include "platform/index_filesystem.h"
-#include "platform/key_value_file.h"
+#include "platform/index_ipc.h"
 #include "thumbs/paths.h"
 
 namespace keldo::testing {

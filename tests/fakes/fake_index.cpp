@@ -1,7 +1,6 @@
 // The media index and the plug-in daemon of the fake platform.
 #include "fakes/fake_platform.h"
 #include "platform/index_ipc.h"
-#include "platform/media_info.h"
 
 using keldo::testing::fake;
 

@@ -23,7 +23,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/media_info.h"
+#include "platform/index_ipc.h"
 #include "support/temp_dir.h"
 
 namespace keldo::testing {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "fakes/core_test.h"
-#include "platform/error.h"
+#include "platform/ea_dir.h"
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
 #include "platform/process.h"

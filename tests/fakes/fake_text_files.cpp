@@ -4,8 +4,8 @@
 #include <fstream>
 
 #include "fakes/fake_platform.h"
-#include "platform/index_filesystem.h"
-#include "platform/key_value_file.h"
+#include "platform/file.h"
+#include "platform/index_ipc.h"
 
 using keldo::testing::fake;
 

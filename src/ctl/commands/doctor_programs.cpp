@@ -9,7 +9,7 @@
 
 #include "ctl/commands/doctor.h"
 #include "ctl/commands/program_output.h"
-#include "util/lines.h"
+#include "util/text.h"
 
 namespace keldo::ctl {
 namespace {

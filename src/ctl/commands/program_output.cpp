@@ -15,8 +15,8 @@
 #include "process/child.h"
 #include "util/deadline.h"
 #include "util/handles.h"
-#include "util/lines.h"
 #include "util/termination.h"
+#include "util/text.h"
 
 namespace keldo::ctl {
 namespace {

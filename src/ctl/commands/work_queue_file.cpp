@@ -9,7 +9,7 @@
 #include <system_error>
 
 #include "util/files.h"
-#include "util/lines.h"
+#include "util/text.h"
 
 namespace keldo::ctl {
 namespace {

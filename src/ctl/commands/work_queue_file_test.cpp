@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "ctl/commands/care_test_support.h"
-#include "platform/index_filesystem.h"
+#include "platform/index_ipc.h"
 #include "support/temp_dir.h"
 #include "util/handles.h"
 

@@ -1,41 +1,29 @@
 #include "platform/conf_parser.h"
 
-#include <ini.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string_view>
 
 #include "util/files.h"
-#include "util/lines.h"
+#include "util/text.h"
 
 namespace KELDOUtils {
-namespace {
 
-using Values = std::map<std::string, std::string>;
-
-constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
-
-// Feeds the library line by line and gathers what it finds.
-//
-// The library tells of no section without keys, cuts section names and lines at a fixed length, and
-// takes an indented line for the rest of the value before. So the lines are prepared here, and the
-// current section is kept here too.
-struct Source {
-  std::string_view rest;
-  std::string section;
+struct ConfParser::Content {
   std::vector<std::string> section_names;
-  std::map<std::string, Values> sections;
-  bool failed = false;
+  std::map<std::string, std::map<std::string, std::string>> sections;
 };
 
-std::string_view Trim(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(kWhiteSpace);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
-}
+namespace {
+
+using keldo::kWhiteSpace;
+using keldo::Trim;
+
+// Longer lines fail the file; what a comment takes of one does not count.
+constexpr std::size_t kLongestLine = 199;
 
 // The line without a comment, which begins with ';' after white space, or with ';' or '#' at the
 // start of the line.
@@ -49,43 +37,24 @@ std::string_view WithoutComment(std::string_view line) {
   return line;
 }
 
-void EnterSection(Source& source, std::string_view line) {
+// "[thumb_s]" gives "thumb_s"; what stands behind the bracket is ignored. Nothing without one.
+std::optional<std::string_view> SectionIn(std::string_view line) {
   const std::size_t end = line.find(']');
-  if (end == std::string_view::npos) return;  // the library fails on it
-  source.section = Trim(line.substr(1, end - 1));
-  if (source.sections.try_emplace(source.section).second) {
-    source.section_names.push_back(source.section);
-  }
+  if (end == std::string_view::npos) return std::nullopt;
+  return Trim(line.substr(1, end - 1));
 }
 
-// The library would take ':' for the equals sign, and '\0' for the end of the line.
-bool IsUnderstood(std::string_view line) {
-  if (line.find('\0') != std::string_view::npos) return false;
-  if (line.empty() || line.starts_with('[')) return true;
+struct Pair {
+  std::string_view key;
+  std::string_view value;
+};
+
+// A colon before the equals sign would be one in other dialects, so the line is refused instead of
+// being read as what its writer did not mean.
+std::optional<Pair> PairIn(std::string_view line) {
   const std::size_t separator = line.find_first_of("=:");
-  return separator != std::string_view::npos && line[separator] == '=';
-}
-
-// The library's fgets: the next line in `buffer`, null after the last.
-char* NextLine(char* buffer, int size, void* stream) {
-  Source& source = *static_cast<Source*>(stream);
-  if (source.rest.empty() || source.failed) return nullptr;
-  const std::string_view line = WithoutComment(Trim(keldo::TakeLine(source.rest)));
-  // A line that the buffer cannot take would be cut, and the rest read as another line.
-  if (line.size() >= static_cast<std::size_t>(size) || !IsUnderstood(line)) {
-    source.failed = true;
-    return nullptr;
-  }
-  if (line.starts_with('[')) EnterSection(source, line);
-  line.copy(buffer, line.size());
-  buffer[line.size()] = '\0';
-  return buffer;
-}
-
-int TakeValue(void* user, const char* /*section*/, const char* name, const char* value) {
-  Source& source = *static_cast<Source*>(user);
-  source.sections[source.section][name] = value;
-  return 1;
+  if (separator == std::string_view::npos || line[separator] != '=') return std::nullopt;
+  return Pair{.key = Trim(line.substr(0, separator)), .value = Trim(line.substr(separator + 1))};
 }
 
 // A whole decimal number, held within the range of int.
@@ -101,21 +70,41 @@ std::optional<int> NumberIn(const std::string& text) {
 
 }  // namespace
 
+ConfParser::ConfParser() : content_(std::make_unique<Content>()) {}
+ConfParser::~ConfParser() = default;
+ConfParser::ConfParser(ConfParser&& other) noexcept = default;
+ConfParser& ConfParser::operator=(ConfParser&& other) noexcept = default;
+
 int ConfParser::loadFromFile(const char* path) {
-  const auto content = keldo::ReadRegularFile(path);
-  if (!content) return 0;
-  Source source;
-  source.rest = *content;
+  const auto text = keldo::ReadRegularFile(path);
+  if (!text) return 0;
+  std::string_view rest = *text;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (source.rest.starts_with(kByteOrderMark)) source.rest.remove_prefix(kByteOrderMark.size());
-  if (ini_parse_stream(NextLine, &source, TakeValue, &source) != 0 || source.failed) return 0;
-  section_names_ = std::move(source.section_names);
-  sections_ = std::move(source.sections);
+  if (rest.starts_with(kByteOrderMark)) rest.remove_prefix(kByteOrderMark.size());
+
+  Content content;
+  std::string section;  // keys before any header belong to a section without a name
+  while (!rest.empty()) {
+    const std::string_view line = WithoutComment(Trim(keldo::TakeLine(rest)));
+    if (line.size() > kLongestLine || line.find('\0') != std::string_view::npos) return 0;
+    if (line.empty()) continue;
+    if (line.starts_with('[')) {
+      const auto name = SectionIn(line);
+      if (!name) return 0;
+      section = *name;
+      if (content.sections.try_emplace(section).second) content.section_names.push_back(section);
+    } else {
+      const auto pair = PairIn(line);
+      if (!pair) return 0;
+      content.sections[section][std::string(pair->key)] = pair->value;
+    }
+  }
+  *content_ = std::move(content);
   return 1;
 }
 
 std::vector<std::string> ConfParser::enumSections() const {
-  return section_names_;
+  return content_->section_names;
 }
 
 int ConfParser::getInt(const std::string& section, const std::string& key, int fallback) const {
@@ -124,8 +113,8 @@ int ConfParser::getInt(const std::string& section, const std::string& key, int f
 
 std::string ConfParser::getString(const std::string& section, const std::string& key,
                                   const std::string& fallback) const {
-  const auto values = sections_.find(section);
-  if (values == sections_.end()) return fallback;
+  const auto values = content_->sections.find(section);
+  if (values == content_->sections.end()) return fallback;
   const auto value = values->second.find(key);
   return value == values->second.end() ? fallback : value->second;
 }

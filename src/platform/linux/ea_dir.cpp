@@ -9,13 +9,33 @@
 #include <cstring>
 #include <string_view>
 
-#include "platform/linux/last_error.h"
 #include "util/path.h"
 
 namespace {
 
-using keldo::platform::ErrorCode;
-using keldo::platform::RecordError;
+// Codes that KLIBCErrGet returns; callers log them in four hexadecimal digits.
+enum class ErrorCode : int {
+  kNone = 0,
+  kPathTooLong = 0x0100,     // the result does not fit the caller's buffer
+  kNoFileName = 0x0200,      // the path is empty or ends in '/': it names no file
+  kMissingArgument = 0x0300  // a null pointer where there must be text or a buffer
+};
+
+// Callers log the line too, so each failure keeps its number.
+constexpr int kMissingArgumentLine = 61;
+constexpr int kNoFileNameLine = 66;
+constexpr int kPathTooLongLine = 72;
+
+struct LastError {
+  ErrorCode code = ErrorCode::kNone;
+  const char* file = "";
+  int line = 0;
+};
+
+LastError& Last() {
+  static LastError last;
+  return last;
+}
 
 constexpr std::string_view kMetadataDirectory = "@eaDir";
 
@@ -47,10 +67,10 @@ struct Buffer {
   std::size_t size;
 };
 
-// Fails with an empty result. The line tells which of the reports it was.
+// Fails with an empty result.
 int Fail(ErrorCode code, int line, const Buffer& buffer) {
   if (buffer.text != nullptr && buffer.size > 0) *buffer.text = '\0';
-  RecordError(code, "ea_dir.cpp", line);
+  Last() = {.code = code, .file = "ea_dir.cpp", .line = line};
   return -1;
 }
 
@@ -58,18 +78,18 @@ int Fail(ErrorCode code, int line, const Buffer& buffer) {
 
 int KELDOEADirPath(const char* source_path, char* buffer, std::size_t size) {
   if (source_path == nullptr || buffer == nullptr) {
-    return Fail(ErrorCode::kMissingArgument, __LINE__, {buffer, size});
+    return Fail(ErrorCode::kMissingArgument, kMissingArgumentLine, {buffer, size});
   }
   const std::string_view source(source_path);
   const std::size_t slash = source.rfind('/');
   const std::size_t name = slash == std::string_view::npos ? 0 : slash + 1;
-  if (name == source.size()) return Fail(ErrorCode::kNoFileName, __LINE__, {buffer, size});
+  if (name == source.size()) return Fail(ErrorCode::kNoFileName, kNoFileNameLine, {buffer, size});
 
   std::string path;
   path.reserve(source.size() + kMetadataDirectory.size() + 1);
   path.append(source.substr(0, name)).append(kMetadataDirectory);
   path.append("/").append(source.substr(name));
-  if (path.size() >= size) return Fail(ErrorCode::kPathTooLong, __LINE__, {buffer, size});
+  if (path.size() >= size) return Fail(ErrorCode::kPathTooLong, kPathTooLongLine, {buffer, size});
   std::memcpy(buffer, path.c_str(), path.size() + 1);
   return 0;
 }
@@ -98,4 +118,16 @@ bool RemoveEAFile(const std::string& directory, const std::string& underscore_na
 bool IsEAFileExist(const std::string& directory, const std::vector<std::string>& names) {
   return std::ranges::any_of(
       names, [&](const std::string& name) { return Exists(keldo::JoinPath(directory, name)); });
+}
+
+int KLIBCErrGet() {
+  return static_cast<int>(Last().code);
+}
+
+const char* KLIBCErrorGetFile() {
+  return Last().file;
+}
+
+int KLIBCErrorGetLine() {
+  return Last().line;
 }

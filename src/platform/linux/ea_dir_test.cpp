@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/error.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -1,9 +1,8 @@
-#include "platform/filesystem_type.h"
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
 
+#include "platform/file.h"
 #include "support/temp_dir.h"
 
 namespace {

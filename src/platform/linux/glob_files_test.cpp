@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/index_filesystem.h"
+#include "platform/index_ipc.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -10,6 +10,36 @@
 #include "platform/file_types.h"
 #include "platform/text.h"
 
+namespace keldoindexutils {
+namespace {
+
+using SetNumber = void (MediaInfo::*)(int);
+
+void TakeNumber(MediaInfo& info, const Json::Value& value, SetNumber set) {
+  if (value.isInt()) (info.*set)(value.asInt());
+}
+
+}  // namespace
+
+void MediaInfo::SetByJson(const Json::Value& media) {
+  if (!media.isObject()) return;
+  if (media["path"].isString()) path(media["path"].asString());
+  TakeNumber(*this, media["resolution_x"], &MediaInfo::resolution_x);
+  TakeNumber(*this, media["resolution_y"], &MediaInfo::resolution_y);
+  TakeNumber(*this, media["photo_rotation"], &MediaInfo::photo_rotation);
+  TakeNumber(*this, media["frame_bitrate"], &MediaInfo::frame_bitrate);
+}
+
+bool KELDOIndexImgResGet(const std::string& path, unsigned& width, unsigned& height) {
+  const auto header = keldo::media::ReadImageHeader(path);
+  if (!header) return false;
+  width = static_cast<unsigned>(header->width);
+  height = static_cast<unsigned>(header->height);
+  return true;
+}
+
+}  // namespace keldoindexutils
+
 namespace keldoindexutils::ipc {
 namespace {
 
@@ -20,7 +50,7 @@ using keldo::index::NoteResolution;
 using keldo::index::WantedKinds;
 using keldo::media::ReadImageHeader;
 
-int Tell(const std::string& directory, _tag_THUMB_TYPE_ type, int* mask) {
+int FindWantedKinds(const std::string& directory, _tag_THUMB_TYPE_ type, int* mask) {
   if (mask == nullptr || (type != THUMB_TYPE_PHOTO && type != THUMB_TYPE_VIDEO)) return -1;
   *mask = WantedKinds(directory, type);
   return 0;
@@ -33,11 +63,11 @@ Measured MeasuredOf(const MediaInfo& info) {
 }  // namespace
 
 int KELDOIDX_GetDirThumbSizeMap(const char* directory, _tag_THUMB_TYPE_ type, int* mask) {
-  return directory == nullptr ? -1 : Tell(directory, type, mask);
+  return directory == nullptr ? -1 : FindWantedKinds(directory, type, mask);
 }
 
 int KELDOIDX_GetThumbSizeMap(const char* path, _tag_THUMB_TYPE_ type, int* mask) {
-  return path == nullptr ? -1 : Tell(KELDOUtils::GetPathDirName(path), type, mask);
+  return path == nullptr ? -1 : FindWantedKinds(KELDOUtils::GetPathDirName(path), type, mask);
 }
 
 int KELDOIDX_IsVideoNeedConvert(const char* path) {

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/index_filesystem.h"
+#include "platform/index_ipc.h"
 #include "support/temp_dir.h"
 #include "util/handles.h"
 

@@ -1,5 +1,3 @@
-#include "platform/key_value_file.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <limits>
@@ -7,8 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/file.h"
 #include "util/files.h"
-#include "util/lines.h"
+#include "util/text.h"
 
 namespace {
 

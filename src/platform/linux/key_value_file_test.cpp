@@ -1,5 +1,3 @@
-#include "platform/key_value_file.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/file.h"
 #include "support/temp_dir.h"
 
 namespace {

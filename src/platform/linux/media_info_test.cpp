@@ -1,6 +1,6 @@
-#include "platform/media_info.h"
-
 #include <gtest/gtest.h>
+
+#include "platform/index_ipc.h"
 
 namespace {
 

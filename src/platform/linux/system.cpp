@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "util/files.h"
-#include "util/lines.h"
+#include "util/text.h"
 
 namespace {
 

@@ -4,24 +4,13 @@
 #include <string_view>
 
 #include "util/path.h"
-
-namespace {
-
-constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
-
-}  // namespace
+#include "util/text.h"
 
 char* StringTrim(char* text) {
   if (text == nullptr) return nullptr;
-  const std::string_view whole(text);
-  const std::size_t first = whole.find_first_not_of(kWhiteSpace);
-  if (first == std::string_view::npos) {
-    *text = '\0';
-    return text;
-  }
-  const std::size_t length = whole.find_last_not_of(kWhiteSpace) + 1 - first;
-  std::memmove(text, text + first, length);
-  text[length] = '\0';
+  const std::string_view trimmed = keldo::Trim(text);
+  std::memmove(text, trimmed.data(), trimmed.size());
+  text[trimmed.size()] = '\0';
   return text;
 }
 

@@ -1,9 +1,19 @@
-// Lines of a text in memory.
+// Text in memory, as bytes.
 #pragma once
 
 #include <string_view>
 
 namespace keldo {
+
+/// What isspace takes for white space in the C locale.
+inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
+/// `text` without white space at its ends.
+[[nodiscard]] inline std::string_view Trim(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(kWhiteSpace);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
+}
 
 /// Takes the first line off `text` and returns it without its newline. The last line needs none.
 [[nodiscard]] inline std::string_view TakeLine(std::string_view& text) {

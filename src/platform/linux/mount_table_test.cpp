@@ -1,10 +1,9 @@
-#include "platform/linux/mount_type.h"
-
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include "platform/linux/filesystem_type.h"
 #include "util/files.h"
 
 namespace keldo::platform {
