@@ -11,7 +11,7 @@
 #include <string>
 
 #include "platform/index_ipc.h"
-#include "support/pictures.h"
+#include "support/images.h"
 #include "support/temp_dir.h"
 
 namespace keldo::media {

@@ -16,7 +16,7 @@
 #include "platform/process.h"
 #include "platform/text.h"
 #include "process/process_test_support.h"
-#include "support/pictures.h"
+#include "support/images.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include "convert/sources.h"
 #include "fakes/core_test.h"
 #include "render/thumb_request.h"
-#include "support/natural_picture.h"
+#include "support/natural_image.h"
 #include "support/temp_dir.h"
 
 namespace keldo::testing {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "support/image_likeness.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <map>
 
 #include "e2e/fixtures.h"
-#include "e2e/real_pictures.h"
+#include "e2e/real_sandbox.h"
 #include "util/path.h"
 
 namespace keldo::testing {

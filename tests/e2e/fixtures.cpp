@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "support/pictures.h"
+#include "support/images.h"
 #include "util/path.h"
 
 namespace keldo::testing {

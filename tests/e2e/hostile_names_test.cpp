@@ -6,7 +6,7 @@
 #include <set>
 
 #include "e2e/fixtures.h"
-#include "e2e/real_pictures.h"
+#include "e2e/real_sandbox.h"
 
 namespace keldo::testing {
 namespace {

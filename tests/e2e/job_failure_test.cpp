@@ -9,7 +9,7 @@
 #include <filesystem>
 
 #include "e2e/fixtures.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "e2e/fixtures.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 namespace {

@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "e2e/fixtures.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 namespace {

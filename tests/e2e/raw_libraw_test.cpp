@@ -8,7 +8,7 @@
 
 #include "e2e/fixtures.h"
 #include "support/dng_writer.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 namespace {

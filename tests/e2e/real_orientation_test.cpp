@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "e2e/fixtures.h"
-#include "e2e/real_pictures.h"
+#include "e2e/real_sandbox.h"
 #include "support/dng_writer.h"
 
 namespace keldo::testing {

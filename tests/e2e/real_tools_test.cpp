@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "e2e/fixtures.h"
-#include "e2e/real_pictures.h"
+#include "e2e/real_sandbox.h"
 
 namespace keldo::testing {
 namespace {

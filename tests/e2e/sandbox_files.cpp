@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "e2e/sandbox.h"
-#include "support/pictures.h"
+#include "support/images.h"
 #include "util/path.h"
 
 namespace keldo::testing {

@@ -10,7 +10,7 @@
 
 #include "e2e/fixtures.h"
 #include "e2e/waiting.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 namespace {

@@ -34,7 +34,7 @@
 #include <vector>
 
 #include "standins/invocation.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 

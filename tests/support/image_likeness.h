@@ -1,7 +1,7 @@
 // How alike two pictures are.
 #pragma once
 
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 

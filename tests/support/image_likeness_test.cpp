@@ -5,7 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "support/natural_picture.h"
+#include "support/natural_image.h"
 
 namespace keldo::testing {
 namespace {

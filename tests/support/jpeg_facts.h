@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 

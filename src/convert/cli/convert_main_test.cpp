@@ -16,7 +16,7 @@
 #include <sstream>
 
 #include "support/file_test.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 
 #include "convert/pixels/image.h"
 #include "support/image_likeness.h"
+#include "support/images.h"
 #include "support/jpeg_facts.h"
-#include "support/natural_picture.h"
-#include "support/pictures.h"
+#include "support/natural_image.h"
 #include "util/handles.h"
 
 namespace keldo::convert {

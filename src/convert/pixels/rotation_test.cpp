@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::convert {
 namespace {

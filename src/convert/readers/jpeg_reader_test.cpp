@@ -14,8 +14,8 @@
 
 #include "convert/pixels/image.h"
 #include "support/image_likeness.h"
-#include "support/natural_picture.h"
-#include "support/pictures.h"
+#include "support/images.h"
+#include "support/natural_image.h"
 
 namespace keldo::convert {
 namespace {

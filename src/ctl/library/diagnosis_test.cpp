@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "ctl/library/library_test_support.h"
-#include "support/pictures.h"
+#include "support/images.h"
 #include "util/handles.h"
 
 namespace keldo::ctl {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "e2e/sandbox.h"
-#include "support/pictures.h"
+#include "support/images.h"
 
 namespace keldo::testing {
 

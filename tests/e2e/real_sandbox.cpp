@@ -1,4 +1,4 @@
-#include "e2e/real_pictures.h"
+#include "e2e/real_sandbox.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

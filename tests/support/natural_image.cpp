@@ -1,4 +1,4 @@
-#include "support/natural_picture.h"
+#include "support/natural_image.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "support/pictures.h"
+#include "support/images.h"
 
 #include <algorithm>
 #include <cstdlib>
