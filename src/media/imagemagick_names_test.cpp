@@ -44,11 +44,11 @@ std::string PlainJpeg(Rgb colour) {
 
 // Width and colour of a file: "64 red".
 std::string Look(const std::string& path) {
-  const auto picture = keldo::testing::DecodeJpeg(ReadFile(path));
-  if (!picture) return fs::exists(path) ? "no picture" : "missing";
-  const Rgb middle = picture->At(picture->width / 2, picture->height / 2);
+  const auto image = keldo::testing::DecodeJpeg(ReadFile(path));
+  if (!image) return fs::exists(path) ? "no image" : "missing";
+  const Rgb middle = image->At(image->width / 2, image->height / 2);
   const bool red = std::abs(middle[0] - kRed[0]) < 10 && std::abs(middle[2] - kRed[2]) < 10;
-  return std::to_string(picture->width) + (red ? " red" : " another colour");
+  return std::to_string(image->width) + (red ? " red" : " another colour");
 }
 
 // Every file below a directory, with its content.

@@ -62,8 +62,8 @@ ThumbRequestList ComparisonTest::ThreeThumbnails() {
   return list;
 }
 
-std::string ComparisonTest::Source(std::string_view kind, const Picture& picture) const {
-  return WriteSource(SourceKindOf(kind), picture, In(std::string(kind)), WithoutLimits());
+std::string ComparisonTest::Source(std::string_view kind, const Image& image) const {
+  return WriteSource(SourceKindOf(kind), image, In(std::string(kind)), WithoutLimits());
 }
 
 std::vector<std::string> ComparisonTest::Arguments(const ThumbRequestList& list,
@@ -122,20 +122,19 @@ void ComparisonTest::CompareFiles(const std::string& ours, const std::string& re
   ASSERT_TRUE(our_facts && reference_facts);
   EXPECT_EQ(*our_facts, *reference_facts)
       << "ours: " << Describe(*our_facts) << "\nreference: " << Describe(*reference_facts);
-  const auto our_picture = DecodeJpeg(our_content);
-  const auto reference_picture = DecodeJpeg(reference_content);
-  ASSERT_TRUE(our_picture && reference_picture);
-  if (our_picture->width != reference_picture->width ||
-      our_picture->height != reference_picture->height) {
+  const auto our_image = DecodeJpeg(our_content);
+  const auto reference_image = DecodeJpeg(reference_content);
+  ASSERT_TRUE(our_image && reference_image);
+  if (our_image->width != reference_image->width || our_image->height != reference_image->height) {
     return;  // The comparison of the facts reports it.
   }
-  const double psnr = Psnr(*our_picture, *reference_picture);
-  const double ssim = Ssim(*our_picture, *reference_picture);
+  const double psnr = Psnr(*our_image, *reference_image);
+  const double ssim = Ssim(*our_image, *reference_image);
   const double ratio =
       static_cast<double>(our_content.size()) / static_cast<double>(reference_content.size());
-  std::cout << our_picture->width << 'x' << our_picture->height << "  " << psnr << " dB  SSIM "
-            << ssim << "  size " << ratio << '\n';
-  if (std::min(our_picture->width, our_picture->height) < kSmallSide) {
+  std::cout << our_image->width << 'x' << our_image->height << "  " << psnr << " dB  SSIM " << ssim
+            << "  size " << ratio << '\n';
+  if (std::min(our_image->width, our_image->height) < kSmallSide) {
     EXPECT_GE(psnr, likeness.psnr_of_small);
   } else {
     EXPECT_GE(psnr, likeness.psnr);

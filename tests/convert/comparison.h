@@ -38,9 +38,9 @@ class ComparisonTest : public CoreTest {
   [[nodiscard]] ThumbRequestList ThreeThumbnails();
 
   /// Writes an image as a file of this kind to the test's directory; returns its path.
-  [[nodiscard]] std::string Source(std::string_view kind, const Picture& picture) const;
+  [[nodiscard]] std::string Source(std::string_view kind, const Image& image) const;
   [[nodiscard]] std::string Source(std::string_view kind, int width, int height) const {
-    return Source(kind, NaturalPicture(width, height));
+    return Source(kind, NaturalImage(width, height));
   }
 
   /// The arguments with which keldothumb runs its converter.

@@ -277,7 +277,7 @@ class ProfileTest : public ComparisonTest {
 
   std::string PhotoWith(const std::string& profile) const {
     const std::string file = WriteContent(In("embedded.icc"), profile);
-    const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalPicture(400, 300)));
+    const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalImage(400, 300)));
     RunTool({"cjpeg", "-icc", file, "-outfile", In("p.jpg"), plain});
     return In("p.jpg");
   }
@@ -306,7 +306,7 @@ TEST_F(ProfileTest, MayBeLongerThanASegment) {
 
 TEST_F(ProfileTest, OfOtherFormatsIsKept) {
   const std::string profile = WriteContent(In("a.icc"), Profile(560));
-  const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalPicture(400, 300)));
+  const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalImage(400, 300)));
   for (const char* name : {"p.png", "p.tif", "p.webp"}) {
     SCOPED_TRACE(name);
     RunTool({"convert", plain, "-profile", profile, In(name)});
@@ -316,7 +316,7 @@ TEST_F(ProfileTest, OfOtherFormatsIsKept) {
 
 // The pixels of these photos are written in a different colour space.
 TEST_F(ProfileTest, OfPhotosInOtherColoursIsDropped) {
-  const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalPicture(400, 300)));
+  const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalImage(400, 300)));
   for (const auto& [space, tool_space] : {std::pair{"GRAY", "Gray"}, std::pair{"CMYK", "CMYK"}}) {
     std::string profile = Profile(560);
     profile.replace(16, 4, space);
@@ -334,7 +334,7 @@ TEST_F(ProfileTest, OfPhotosInOtherColoursIsDropped) {
 TEST_F(ComparisonTest, FileSizesMatch) {
   for (const std::uint32_t seed : {1U, 2U, 3U}) {
     for (const char* kind : {"Bmp", "Jpeg420", "Jpeg444"}) {
-      const std::string photo = Source(kind, NaturalPicture(1280, 960, seed));
+      const std::string photo = Source(kind, NaturalImage(1280, 960, seed));
       Compare({Wanted(800), Wanted(320, true, kUnsharp), Wanted(120, false, kUnsharp)}, photo, {});
     }
   }

@@ -181,7 +181,7 @@ class RunImageMagickTest : public ComparisonTest {
 };
 
 TEST_F(RunImageMagickTest, FormatsThatWeDoNotRead) {
-  const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalPicture(300, 200)));
+  const std::string plain = WriteContent(In("p.ppm"), EncodePpm(NaturalImage(300, 200)));
   for (const char* name : {"p.pcx", "p.psd", "p.tga", "p.sgi"}) {
     SCOPED_TRACE(name);
     RunTool({"convert", plain, In(name)});

@@ -11,17 +11,17 @@
 
 namespace {
 
-using keldo::testing::Picture;
+using keldo::testing::Image;
 
-std::optional<Picture> Load(const char* path) {
+std::optional<Image> Load(const char* path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::nullopt;
   return keldo::testing::DecodeJpeg({std::istreambuf_iterator<char>(file), {}});
 }
 
 bool PrintLikeness(const char* reference_path, const char* other_path) {
-  const std::optional<Picture> reference = Load(reference_path);
-  const std::optional<Picture> other = Load(other_path);
+  const std::optional<Image> reference = Load(reference_path);
+  const std::optional<Image> other = Load(other_path);
   if (!reference || !other) {
     std::puts("unreadable");
     return false;

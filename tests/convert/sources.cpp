@@ -129,10 +129,10 @@ const SourceKind& SourceKindOf(std::string_view name) {
   return *found;
 }
 
-std::string WriteSource(const SourceKind& kind, const Picture& picture, const std::string& stem,
+std::string WriteSource(const SourceKind& kind, const Image& image, const std::string& stem,
                         const std::vector<std::string>& environment) {
   // heif-enc reads PNG but not PPM; all other tools read both.
-  const std::string plain = WriteContent(stem + ".plain.ppm", EncodePpm(picture));
+  const std::string plain = WriteContent(stem + ".plain.ppm", EncodePpm(image));
   std::string out = stem + "." + std::string(kind.extension);
   std::string in = plain;
   if (kind.command.front() == "heif-enc") {

@@ -23,7 +23,7 @@ struct SourceKind {
 [[nodiscard]] const SourceKind& SourceKindOf(std::string_view name);
 
 /// Writes an image as a file "<stem>.<extension>"; returns the path. `environment` is the tool's.
-[[nodiscard]] std::string WriteSource(const SourceKind& kind, const Picture& picture,
+[[nodiscard]] std::string WriteSource(const SourceKind& kind, const Image& image,
                                       const std::string& stem,
                                       const std::vector<std::string>& environment = {});
 

@@ -170,9 +170,9 @@ TEST(HarnessTest, DaemonIsTrustedInTheSandbox) {
 }
 
 TEST(HarnessTest, CornersIdentifyEveryOrientation) {
-  const Picture upright = FourCorners(64, 48);
+  const Image upright = FourCorners(64, 48);
   for (int orientation = 1; orientation <= 8; ++orientation) {
-    const Picture stored = StoredWith(orientation, upright);
+    const Image stored = StoredWith(orientation, upright);
     EXPECT_EQ(stored.width, orientation < 5 ? 64 : 48);
     EXPECT_EQ(CornerDistance(Corners(stored), Corners(upright)) == 0, orientation == 1);
   }

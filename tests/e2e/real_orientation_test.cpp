@@ -12,15 +12,15 @@ namespace {
 using ::testing::IsEmpty;
 
 CornerColours CornersOfThumb(const Sandbox& box, const std::string& path) {
-  const auto picture = DecodeJpeg(box.Read(path));
-  return picture ? Corners(*picture) : CornerColours{};
+  const auto image = DecodeJpeg(box.Read(path));
+  return image ? Corners(*image) : CornerColours{};
 }
 
 // Adds old thumbnails of an image that was rotated by some degrees.
 void AddOldThumbnails(const Sandbox& box, const std::string& photo, int degrees,
-                      const Picture& picture) {
+                      const Image& image) {
   for (const char* kind : {"XL", "B", "M", "L", "SM", "S"}) {
-    box.Write(ThumbOf(photo, kind), EncodeJpeg(Rotated(degrees, picture)));
+    box.Write(ThumbOf(photo, kind), EncodeJpeg(Rotated(degrees, image)));
     box.SetTime(ThumbOf(photo, kind), kPhotoTime - 1);
   }
 }
@@ -29,18 +29,18 @@ TEST(RealOrientationTest, NewThumbnailsAreRotatedLikeTheOldOnes) {
   for (const int degrees : {0, 90, 180, 270}) {
     RealSandbox box;
     box.StartDaemon(AnswerVersion(1));
-    const Picture picture = FourCorners(600, 400);
-    box.AddPhoto("a.jpg", EncodeJpeg(picture));
-    AddOldThumbnails(box, "a.jpg", degrees, picture);
+    const Image image = FourCorners(600, 400);
+    box.AddPhoto("a.jpg", EncodeJpeg(image));
+    AddOldThumbnails(box, "a.jpg", degrees, image);
     EXPECT_THAT(box.RunTwice(), IsEmpty());
-    const CornerColours once = Corners(Rotated(degrees, picture));
+    const CornerColours once = Corners(Rotated(degrees, image));
     for (const char* kind : {"XL", "L", "SM", "S"}) {
       EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.jpg", kind)), once), 16)
           << degrees << kind;
       EXPECT_EQ(box.Status(ThumbOf("a.jpg", kind)).st_mode, S_IFREG | 0644U);
     }
     // Kept oddity: every thumbnail of phase 0 is rotated, even those made from the rotated XL one.
-    const CornerColours twice = Corners(Rotated(2 * degrees % 360, picture));
+    const CornerColours twice = Corners(Rotated(2 * degrees % 360, image));
     for (const char* kind : {"B", "M"}) {
       EXPECT_LE(CornerDistance(CornersOfThumb(box, ThumbOf("a.jpg", kind)), twice), 16)
           << degrees << kind;
@@ -54,7 +54,7 @@ constexpr int kRawTolerance = 60;
 
 TEST(RealRawTest, DecodedPhotosComeOutUpright) {
   RealSandbox box;
-  const Picture upright = FourCorners(400, 300);
+  const Image upright = FourCorners(400, 300);
   for (int orientation = 1; orientation <= 8; ++orientation) {
     DngOptions options;
     options.orientation = orientation;
@@ -73,9 +73,9 @@ TEST(RealRawTest, PreviewsComeOutUpright) {
   RealSandbox box;
   CornerColours colours = kCornerColours;
   std::swap(colours[0], colours[3]);
-  const Picture upright = FourCorners(1500, 1000, colours);
+  const Image upright = FourCorners(1500, 1000, colours);
   for (int orientation = 1; orientation <= 8; ++orientation) {
-    const Picture stored = StoredWith(orientation, upright);
+    const Image stored = StoredWith(orientation, upright);
     DngOptions options;
     options.orientation = orientation;
     options.preview = EncodeJpeg(stored);

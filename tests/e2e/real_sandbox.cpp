@@ -38,12 +38,12 @@ Size Reduced(Size from, const Kind& kind) {
 void ExpectThumbnail(const Sandbox& box, const std::string& path, Size size, const Look& look) {
   ASSERT_TRUE(box.Exists(path)) << path;
   EXPECT_EQ(box.Status(path).st_mode, S_IFREG | 0644U) << path;
-  const auto picture = DecodeJpeg(box.Read(path));
-  ASSERT_TRUE(picture) << path;
+  const auto image = DecodeJpeg(box.Read(path));
+  ASSERT_TRUE(image) << path;
   // djpeg rounds its scaled size, so a side may differ by a pixel.
-  EXPECT_LE(std::abs(picture->width - size.width), 1) << path;
-  EXPECT_LE(std::abs(picture->height - size.height), 1) << path;
-  EXPECT_LE(CornerDistance(Corners(*picture), look.colours), look.tolerance) << path;
+  EXPECT_LE(std::abs(image->width - size.width), 1) << path;
+  EXPECT_LE(std::abs(image->height - size.height), 1) << path;
+  EXPECT_LE(CornerDistance(Corners(*image), look.colours), look.tolerance) << path;
 }
 
 std::string ShippedProfile() {

@@ -20,7 +20,7 @@ CornerColours StoredColours(int orientation) {
 // A JPEG file that is upright and has this size once its orientation tag is applied.
 std::string Tagged(int orientation, int width, int height) {
   const bool swapped = orientation >= 5;
-  const Picture stored =
+  const Image stored =
       FourCorners(swapped ? height : width, swapped ? width : height, StoredColours(orientation));
   return EncodeJpeg(stored, {.quality = 90, .orientation = orientation});
 }

@@ -42,7 +42,7 @@ std::string Longs(std::initializer_list<std::uint32_t> values) {
   return out;
 }
 
-// Fractions of ten thousand.
+// Fractions with the denominator 10,000.
 std::string Rationals(std::initializer_list<double> values) {
   std::string out;
   for (const double value : values) {
@@ -52,7 +52,7 @@ std::string Rationals(std::initializer_list<double> values) {
   return out;
 }
 
-// One directory of tags: twelve bytes a tag in ascending order, longer values after it.
+// A directory of tags in ascending order, twelve bytes each, followed by the longer values.
 class Directory {
  public:
   void Add(std::uint16_t tag, Type type, const std::string& value) {
@@ -117,22 +117,23 @@ std::uint32_t U32(std::size_t value) {
   return static_cast<std::uint32_t>(value);
 }
 
-// Sensors are linear; a picture's values are not.
+// Sensor values are linear; those of an image are not.
 std::uint32_t Linear(std::uint8_t value) {
   return static_cast<std::uint32_t>(std::lround(std::pow(value / 255.0, 2.2) * 16000));
 }
 
-std::string Mosaic(const Picture& picture) {
+std::string Mosaic(const Image& image) {
   std::string samples;
-  for (int y = 0; y < picture.height; ++y) {
-    for (int x = 0; x < picture.width; ++x) {
-      Put16(samples, Linear(picture.At(x, y)[static_cast<std::size_t>(y % 2 + x % 2)]));
+  for (int y = 0; y < image.height; ++y) {
+    for (int x = 0; x < image.width; ++x) {
+      Put16(samples, Linear(image.At(x, y)[static_cast<std::size_t>(y % 2 + x % 2)]));
     }
   }
   return samples;
 }
 
-// What makes the file a DNG: the camera's name, and its colours, which are the screen's here.
+// The tags that make the file a DNG: the camera's name, and its colours, which are the display's
+// here.
 void AddCamera(Directory& directory) {
   using std::string_literals::operator""s;
   directory.Add(50706, Type::kByte, "\x01\x04\0\0"s);
@@ -164,12 +165,12 @@ void AddPreview(Directory& directory, const DngOptions& options, std::size_t off
   directory.Add(279, Type::kLong, Longs({U32(options.preview.size())}));
 }
 
-// `main` directories hold what the whole file needs as well.
-void AddSensor(Directory& directory, const Picture& picture, const DngOptions& options,
+// A `main` directory also contains the tags that apply to the whole file.
+void AddSensor(Directory& directory, const Image& image, const DngOptions& options,
                std::size_t offset) {
   const bool main = options.preview.empty();
-  const auto width = static_cast<std::uint32_t>(picture.width);
-  const auto height = static_cast<std::uint32_t>(picture.height);
+  const auto width = static_cast<std::uint32_t>(image.width);
+  const auto height = static_cast<std::uint32_t>(image.height);
   directory.Add(254, Type::kLong, Longs({0}));
   directory.Add(256, Type::kLong, Longs({width}));
   directory.Add(257, Type::kLong, Longs({height}));
@@ -199,16 +200,16 @@ std::string Header() {
   return header;
 }
 
-std::string EncodeSensorOnly(const Picture& picture, const DngOptions& options) {
+std::string EncodeSensorOnly(const Image& image, const DngOptions& options) {
   Directory sized;
-  AddSensor(sized, picture, options, 0);
+  AddSensor(sized, image, options, 0);
   Directory directory;
-  AddSensor(directory, picture, options, kHeaderSize + sized.Size());
-  return Header() + directory.Encode(kHeaderSize) + Mosaic(picture);
+  AddSensor(directory, image, options, kHeaderSize + sized.Size());
+  return Header() + directory.Encode(kHeaderSize) + Mosaic(image);
 }
 
-// The order in the file: preview's directory, sensor's directory, preview, sensor.
-std::string EncodeWithPreview(const Picture& picture, const DngOptions& options) {
+// The order in the file: directory of the preview, directory of the sensor, preview, sensor.
+std::string EncodeWithPreview(const Image& image, const DngOptions& options) {
   const auto main_directory = [&](std::size_t preview_offset, std::size_t sensor_directory) {
     Directory directory;
     AddPreview(directory, options, preview_offset);
@@ -218,22 +219,22 @@ std::string EncodeWithPreview(const Picture& picture, const DngOptions& options)
     return directory;
   };
   Directory sized;
-  AddSensor(sized, picture, options, 0);
+  AddSensor(sized, image, options, 0);
   const std::size_t sensor_directory = kHeaderSize + main_directory(0, 0).Size();
   const std::size_t preview_offset = sensor_directory + sized.Size();
   const std::size_t padding = options.preview.size() % 2;
   Directory sensor;
-  AddSensor(sensor, picture, options, preview_offset + options.preview.size() + padding);
+  AddSensor(sensor, image, options, preview_offset + options.preview.size() + padding);
   return Header() + main_directory(preview_offset, sensor_directory).Encode(kHeaderSize) +
          sensor.Encode(sensor_directory) + options.preview + std::string(padding, '\0') +
-         Mosaic(picture);
+         Mosaic(image);
 }
 
 }  // namespace
 
-std::string EncodeDng(const Picture& picture, const DngOptions& options) {
-  return options.preview.empty() ? EncodeSensorOnly(picture, options)
-                                 : EncodeWithPreview(picture, options);
+std::string EncodeDng(const Image& image, const DngOptions& options) {
+  return options.preview.empty() ? EncodeSensorOnly(image, options)
+                                 : EncodeWithPreview(image, options);
 }
 
 }  // namespace keldo::testing

@@ -1,4 +1,4 @@
-// A test with files in a directory of its own.
+// A fixture for tests with files in a temporary directory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,13 +16,13 @@ class FileTest : public ::testing::Test {
   /// The path of `name` in the directory.
   [[nodiscard]] std::string In(const std::string& name) const { return dir_.path() + "/" + name; }
 
-  /// Makes or replaces a file of the directory; returns its path.
+  /// Creates or replaces a file in the directory; returns its path.
   std::string Write(const std::string& name, const std::string& content) const {
     std::ofstream(In(name), std::ios::binary) << content;
     return In(name);
   }
 
-  /// What a file holds; nothing when it cannot be read.
+  /// The content of a file; nothing if it cannot be read.
   [[nodiscard]] static std::string Read(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};

@@ -13,18 +13,18 @@ constexpr double kPeak = 255;
 constexpr int kWindow = 8;
 constexpr int kStep = 4;
 
-void CheckSizes(const Picture& a, const Picture& b) {
+void CheckSizes(const Image& a, const Image& b) {
   if (a.width != b.width || a.height != b.height) {
-    throw std::invalid_argument("pictures of different sizes");
+    throw std::invalid_argument("images of different sizes");
   }
-  if (a.pixels.empty()) throw std::invalid_argument("pictures without pixels");
+  if (a.pixels.empty()) throw std::invalid_argument("images without pixels");
 }
 
 double Brightness(const Rgb& pixel) {
   return 0.299 * pixel[0] + 0.587 * pixel[1] + 0.114 * pixel[2];
 }
 
-// Where the windows begin along a side. The last one ends with the picture.
+// The positions of the windows along a side. The last one ends at the edge of the image.
 std::vector<int> Starts(int side) {
   std::vector<int> starts;
   for (int at = 0; at + kWindow < side; at += kStep)
@@ -33,7 +33,7 @@ std::vector<int> Starts(int side) {
   return starts;
 }
 
-double SsimOfWindow(const Picture& a, const Picture& b, int left, int top) {
+double SsimOfWindow(const Image& a, const Image& b, int left, int top) {
   const int right = std::min(left + kWindow, a.width);
   const int bottom = std::min(top + kWindow, a.height);
   double sum_a = 0, sum_b = 0, sum_aa = 0, sum_bb = 0, sum_ab = 0;
@@ -54,7 +54,7 @@ double SsimOfWindow(const Picture& a, const Picture& b, int left, int top) {
   const double variance_a = sum_aa / count - mean_a * mean_a;
   const double variance_b = sum_bb / count - mean_b * mean_b;
   const double covariance = sum_ab / count - mean_a * mean_b;
-  // The usual constants, which keep plain areas from dividing by nothing.
+  // The usual constants, which avoid a division by zero in plain areas.
   constexpr double kC1 = (0.01 * kPeak) * (0.01 * kPeak);
   constexpr double kC2 = (0.03 * kPeak) * (0.03 * kPeak);
   return (2 * mean_a * mean_b + kC1) * (2 * covariance + kC2) /
@@ -63,7 +63,7 @@ double SsimOfWindow(const Picture& a, const Picture& b, int left, int top) {
 
 }  // namespace
 
-double Psnr(const Picture& a, const Picture& b) {
+double Psnr(const Image& a, const Image& b) {
   CheckSizes(a, b);
   double squares = 0;
   for (std::size_t i = 0; i < a.pixels.size(); ++i) {
@@ -76,7 +76,7 @@ double Psnr(const Picture& a, const Picture& b) {
   return 10 * std::log10(kPeak * kPeak * 3 * static_cast<double>(a.pixels.size()) / squares);
 }
 
-double Ssim(const Picture& a, const Picture& b) {
+double Ssim(const Image& a, const Image& b) {
   CheckSizes(a, b);
   double sum = 0;
   int windows = 0;

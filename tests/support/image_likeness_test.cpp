@@ -10,27 +10,27 @@
 namespace keldo::testing {
 namespace {
 
-Picture Changed(Picture picture, int by) {
-  for (Rgb& pixel : picture.pixels) {
+Image Changed(Image image, int by) {
+  for (Rgb& pixel : image.pixels) {
     for (std::uint8_t& channel : pixel)
       channel = static_cast<std::uint8_t>(channel + by);
   }
-  return picture;
+  return image;
 }
 
 TEST(ImageLikenessTest, EqualImagesHaveTheHighestLikeness) {
-  const Picture picture = NaturalPicture(50, 40);
-  EXPECT_TRUE(std::isinf(Psnr(picture, picture)));
-  EXPECT_DOUBLE_EQ(Ssim(picture, picture), 1);
+  const Image image = NaturalImage(50, 40);
+  EXPECT_TRUE(std::isinf(Psnr(image, image)));
+  EXPECT_DOUBLE_EQ(Ssim(image, image), 1);
 }
 
 TEST(ImageLikenessTest, PsnrIsComputedFromTheMeanSquare) {
-  const Picture gray = Plain(20, 10, {100, 100, 100});
+  const Image gray = Plain(20, 10, {100, 100, 100});
   // 20 log10(255 / difference).
   EXPECT_NEAR(Psnr(gray, Changed(gray, 1)), 48.1308, 1e-4);
   EXPECT_NEAR(Psnr(gray, Changed(gray, -10)), 28.1308, 1e-4);
   // One channel of one pixel in two hundred: the mean square is 100 / 600.
-  Picture one = gray;
+  Image one = gray;
   one.pixels[37][2] = 110;
   EXPECT_NEAR(Psnr(gray, one), 55.9123, 1e-4);
   EXPECT_NEAR(Psnr(Plain(9, 9, {0, 0, 0}), Plain(9, 9, {255, 255, 255})), 0, 1e-9);
@@ -43,10 +43,10 @@ TEST(ImageLikenessTest, SsimOfPlainImagesDependsOnTheirBrightness) {
 }
 
 TEST(ImageLikenessTest, SsimOfAnInvertedPatternIsNegative) {
-  Picture pattern = Plain(16, 16, {0, 0, 0});
+  Image pattern = Plain(16, 16, {0, 0, 0});
   for (std::size_t i = 0; i < pattern.pixels.size(); i += 2)
     pattern.pixels[i] = {255, 255, 255};
-  Picture inverted = pattern;
+  Image inverted = pattern;
   for (Rgb& pixel : inverted.pixels)
     pixel = pixel[0] == 0 ? Rgb{255, 255, 255} : Rgb{0, 0, 0};
   // Equal means, and a covariance of minus the variance 127.5^2.
@@ -55,8 +55,8 @@ TEST(ImageLikenessTest, SsimOfAnInvertedPatternIsNegative) {
 }
 
 TEST(ImageLikenessTest, SsimSeesBlurThatPsnrForgives) {
-  const Picture sharp = NaturalPicture(200, 150);
-  Picture blurred = sharp;
+  const Image sharp = NaturalImage(200, 150);
+  Image blurred = sharp;
   for (std::size_t i = 1; i + 1 < sharp.pixels.size(); ++i) {
     for (std::size_t channel = 0; channel < 3; ++channel) {
       const int sum =
@@ -73,16 +73,16 @@ TEST(ImageLikenessTest, SmallImagesAreOneWindow) {
 }
 
 TEST(ImageLikenessTest, EveryPartOfTheImageCounts) {
-  const Picture plain = Plain(21, 13, {80, 80, 80});
-  Picture last = plain;
+  const Image plain = Plain(21, 13, {80, 80, 80});
+  Image last = plain;
   last.pixels.back() = {255, 255, 255};
   EXPECT_LT(Ssim(plain, last), 1);
 }
 
 TEST(ImageLikenessTest, ImagesOfDifferentSizesCannotBeCompared) {
-  const Picture picture = Plain(4, 6, {1, 2, 3});
-  EXPECT_THROW(static_cast<void>(Psnr(picture, Plain(6, 4, {1, 2, 3}))), std::invalid_argument);
-  EXPECT_THROW(static_cast<void>(Ssim(picture, Plain(6, 4, {1, 2, 3}))), std::invalid_argument);
+  const Image image = Plain(4, 6, {1, 2, 3});
+  EXPECT_THROW(static_cast<void>(Psnr(image, Plain(6, 4, {1, 2, 3}))), std::invalid_argument);
+  EXPECT_THROW(static_cast<void>(Ssim(image, Plain(6, 4, {1, 2, 3}))), std::invalid_argument);
   EXPECT_THROW(static_cast<void>(Ssim({}, {})), std::invalid_argument);
 }
 

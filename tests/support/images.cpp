@@ -7,21 +7,21 @@
 namespace keldo::testing {
 namespace {
 
-// Builds a picture by asking for the colour of each of its places.
+// Builds an image from a function that gives the colour of each pixel.
 template <typename Colour>
-Picture Painted(int width, int height, const Colour& colour) {
-  Picture picture{width, height, {}};
-  picture.pixels.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+Image Painted(int width, int height, const Colour& colour) {
+  Image image{width, height, {}};
+  image.pixels.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x)
-      picture.pixels.push_back(colour(x, y));
+      image.pixels.push_back(colour(x, y));
   }
-  return picture;
+  return image;
 }
 
 }  // namespace
 
-Picture FourCorners(int width, int height, const CornerColours& colours) {
+Image FourCorners(int width, int height, const CornerColours& colours) {
   return Painted(width, height, [&](int x, int y) {
     const std::size_t right = 2 * x >= width ? 1 : 0;
     const std::size_t bottom = 2 * y >= height ? 2 : 0;
@@ -29,17 +29,17 @@ Picture FourCorners(int width, int height, const CornerColours& colours) {
   });
 }
 
-Picture Plain(int width, int height, Rgb colour) {
+Image Plain(int width, int height, Rgb colour) {
   return Painted(width, height, [&](int, int) { return colour; });
 }
 
-CornerColours Corners(const Picture& picture) {
-  const int left = picture.width / 4;
-  const int right = picture.width - 1 - left;
-  const int top = picture.height / 4;
-  const int bottom = picture.height - 1 - top;
-  return {picture.At(left, top), picture.At(right, top), picture.At(left, bottom),
-          picture.At(right, bottom)};
+CornerColours Corners(const Image& image) {
+  const int left = image.width / 4;
+  const int right = image.width - 1 - left;
+  const int top = image.height / 4;
+  const int bottom = image.height - 1 - top;
+  return {image.At(left, top), image.At(right, top), image.At(left, bottom),
+          image.At(right, bottom)};
 }
 
 int CornerDistance(const CornerColours& a, const CornerColours& b) {
@@ -52,7 +52,7 @@ int CornerDistance(const CornerColours& a, const CornerColours& b) {
   return distance;
 }
 
-Picture StoredWith(int orientation, const Picture& upright) {
+Image StoredWith(int orientation, const Image& upright) {
   const int right = upright.width - 1;
   const int bottom = upright.height - 1;
   const bool mirrored_x =
@@ -68,25 +68,25 @@ Picture StoredWith(int orientation, const Picture& upright) {
                  });
 }
 
-Picture Rotated(int degrees, const Picture& picture) {
+Image Rotated(int degrees, const Image& image) {
   switch (degrees) {
     case 0:
-      return picture;
+      return image;
     case 90:
-      return StoredWith(8, picture);
+      return StoredWith(8, image);
     case 180:
-      return StoredWith(3, picture);
+      return StoredWith(3, image);
     case 270:
-      return StoredWith(6, picture);
+      return StoredWith(6, image);
     default:
       throw std::invalid_argument("not a multiple of 90 degrees");
   }
 }
 
-std::string EncodePpm(const Picture& picture) {
+std::string EncodePpm(const Image& image) {
   std::string out =
-      "P6\n" + std::to_string(picture.width) + " " + std::to_string(picture.height) + "\n255\n";
-  for (const Rgb& pixel : picture.pixels) {
+      "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n255\n";
+  for (const Rgb& pixel : image.pixels) {
     for (const std::uint8_t channel : pixel)
       out += static_cast<char>(channel);
   }

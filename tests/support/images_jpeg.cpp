@@ -12,8 +12,8 @@
 namespace keldo::testing {
 namespace {
 
-// libjpeg reports errors by a call that must not return; warnings, among them "the file is cut",
-// count as errors here.
+// libjpeg reports errors through a function that must not return. Warnings, such as that of a
+// truncated file, count as errors here.
 struct ErrorManager {
   jpeg_error_mgr base;
   std::jmp_buf escape;
@@ -38,7 +38,7 @@ const JOCTET* Bytes(const std::string& text) {
   return reinterpret_cast<const JOCTET*>(text.data());
 }
 
-// A block with the one tag that matters, as cameras write it after "Exif".
+// An EXIF block with only the orientation tag, as cameras write it after "Exif".
 std::string ExifWithOrientation(int orientation) {
   using std::string_literals::operator""s;
   return "Exif\0\0II*\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0"s + static_cast<char>(orientation) +
@@ -55,19 +55,20 @@ void WriteMarkers(jpeg_compress_struct& info, const JpegOptions& options) {
   }
 }
 
-// Fills `picture`, which the caller owns: nothing that needs destruction is alive across the jump.
+// Fills `image`, which the caller owns, so that no object that needs a destructor lives across the
+// jump.
 bool Decode(jpeg_decompress_struct& info, ErrorManager& errors, const std::string& content,
-            Picture& picture) {
+            Image& image) {
   if (setjmp(errors.escape) != 0) return false;
   jpeg_mem_src(&info, Bytes(content), content.size());
   jpeg_read_header(&info, TRUE);
   info.out_color_space = JCS_RGB;
   jpeg_start_decompress(&info);
-  picture.width = static_cast<int>(info.output_width);
-  picture.height = static_cast<int>(info.output_height);
-  picture.pixels.resize(std::size_t{info.output_width} * info.output_height);
+  image.width = static_cast<int>(info.output_width);
+  image.height = static_cast<int>(info.output_height);
+  image.pixels.resize(std::size_t{info.output_width} * info.output_height);
   while (info.output_scanline < info.output_height) {
-    JSAMPROW row = picture.pixels[std::size_t{info.output_scanline} * info.output_width].data();
+    JSAMPROW row = image.pixels[std::size_t{info.output_scanline} * info.output_width].data();
     jpeg_read_scanlines(&info, &row, 1);
   }
   jpeg_finish_decompress(&info);
@@ -76,16 +77,16 @@ bool Decode(jpeg_decompress_struct& info, ErrorManager& errors, const std::strin
 
 }  // namespace
 
-std::string EncodeJpeg(const Picture& picture, const JpegOptions& options) {
+std::string EncodeJpeg(const Image& image, const JpegOptions& options) {
   jpeg_error_mgr errors{};
   jpeg_compress_struct info{};
-  info.err = jpeg_std_error(&errors);  // Ends the process on an error: none is expected here.
+  info.err = jpeg_std_error(&errors);  // Exits on an error; none is expected here.
   jpeg_create_compress(&info);
   unsigned char* buffer = nullptr;
   unsigned long size = 0;
   jpeg_mem_dest(&info, &buffer, &size);
-  info.image_width = static_cast<JDIMENSION>(picture.width);
-  info.image_height = static_cast<JDIMENSION>(picture.height);
+  info.image_width = static_cast<JDIMENSION>(image.width);
+  info.image_height = static_cast<JDIMENSION>(image.height);
   info.input_components = 3;
   info.in_color_space = JCS_RGB;
   jpeg_set_defaults(&info);
@@ -95,7 +96,7 @@ std::string EncodeJpeg(const Picture& picture, const JpegOptions& options) {
   WriteMarkers(info, options);
   while (info.next_scanline < info.image_height) {
     JSAMPROW row = const_cast<JSAMPROW>(
-        picture.pixels[std::size_t{info.next_scanline} * info.image_width].data());
+        image.pixels[std::size_t{info.next_scanline} * info.image_width].data());
     jpeg_write_scanlines(&info, &row, 1);
   }
   jpeg_finish_compress(&info);
@@ -105,15 +106,15 @@ std::string EncodeJpeg(const Picture& picture, const JpegOptions& options) {
   return content;
 }
 
-std::optional<Picture> DecodeJpeg(const std::string& content) {
+std::optional<Image> DecodeJpeg(const std::string& content) {
   ErrorManager errors{};
   jpeg_decompress_struct info{};
   info.err = UseErrorManager(errors);
   jpeg_create_decompress(&info);
-  Picture picture;
-  const bool whole = Decode(info, errors, content, picture);
+  Image image;
+  const bool whole = Decode(info, errors, content, image);
   jpeg_destroy_decompress(&info);
-  return whole ? std::optional(std::move(picture)) : std::nullopt;
+  return whole ? std::optional(std::move(image)) : std::nullopt;
 }
 
 std::string JpegHeaderOf(int width, int height, int orientation) {

@@ -16,7 +16,7 @@ constexpr int kApp1 = JPEG_APP0 + 1;
 constexpr int kApp2 = JPEG_APP0 + 2;
 constexpr unsigned kWholeMarker = 0xFFFF;
 
-// libjpeg reports errors by a call that must not return.
+// libjpeg reports errors through a function that must not return.
 struct ErrorManager {
   jpeg_error_mgr base;
   std::jmp_buf escape;

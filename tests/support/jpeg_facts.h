@@ -1,4 +1,4 @@
-// What a JPEG file says about itself.
+// Reads the header of a JPEG file.
 #pragma once
 
 #include <optional>
@@ -21,7 +21,7 @@ struct JpegFacts {
   int height = 0;
   std::vector<SamplingFactors> components;
   bool jfif = false;
-  int density_unit = 0;  ///< 0 an aspect ratio, 1 dots an inch, 2 dots a centimetre.
+  int density_unit = 0;  ///< 0: aspect ratio, 1: dots per inch, 2: dots per centimetre.
   int density_x = 0;
   int density_y = 0;
   std::string icc;  ///< Colour profile; empty for none.
@@ -31,10 +31,10 @@ struct JpegFacts {
   friend bool operator==(const JpegFacts&, const JpegFacts&) = default;
 };
 
-/// Nothing when the content is no JPEG file.
+/// Nothing if the content is not a JPEG file.
 [[nodiscard]] std::optional<JpegFacts> ReadJpegFacts(const std::string& content);
 
-/// The facts in words, "640x480 2x2,1x1,1x1 density 1:72x72 icc 560 bytes exif", for messages.
+/// The facts as text for messages, "640x480 2x2,1x1,1x1 density 1:72x72 icc 560 bytes exif".
 [[nodiscard]] std::string Describe(const JpegFacts& facts);
 
 }  // namespace keldo::testing

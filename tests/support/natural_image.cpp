@@ -10,14 +10,14 @@ namespace {
 
 constexpr double kGrain = 2.5;
 
-// Scrambles its input: neighbouring places give unrelated numbers.
+// A hash: neighbouring inputs give unrelated numbers.
 std::uint32_t Scrambled(std::uint32_t value) {
   value = (value ^ (value >> 16)) * 0x7FEB352DU;
   value = (value ^ (value >> 15)) * 0x846CA68BU;
   return value ^ (value >> 16);
 }
 
-// A number from 0 to 1 for a place of a grid.
+// A number from 0 to 1 for a point of the grid.
 double Random(std::uint32_t seed, int x, int y) {
   const std::uint32_t place = static_cast<std::uint32_t>(x) * 0x9E3779B9U;
   const std::uint32_t mixed = Scrambled(Scrambled(seed + place) + static_cast<std::uint32_t>(y));
@@ -28,7 +28,7 @@ double Mixed(double from, double to, double share) {
   return from + (to - from) * share;
 }
 
-// Random numbers on a grid with smooth ways from each to the next.
+// Random numbers on a grid with smooth interpolation in between.
 double SmoothNoise(std::uint32_t seed, double x, double y) {
   const int left = static_cast<int>(std::floor(x));
   const int top = static_cast<int>(std::floor(y));
@@ -41,7 +41,7 @@ double SmoothNoise(std::uint32_t seed, double x, double y) {
                share_y);
 }
 
-// Clouds: each layer half as large and half as strong as the one before.
+// Clouds: each layer is half as large and half as strong as the previous one.
 double Texture(std::uint32_t seed, double x, double y) {
   double sum = 0;
   double strength = 0.5;
@@ -60,7 +60,7 @@ struct Shapes {
 };
 
 Shapes ShapesAt(double x, double y) {
-  // One large disc with a ring of small ones, and slanted bars in the lower third.
+  // A large disc with a ring of small ones, and slanted bars in the lower third.
   const double angle = std::atan2(y - 0.4, x - 0.55);
   const double radius = std::hypot(x - 0.55, y - 0.4);
   const bool large = radius < 0.15;
@@ -83,9 +83,9 @@ std::array<double, 3> ColourAt(double x, double y, std::uint32_t seed) {
 
 }  // namespace
 
-Picture NaturalPicture(int width, int height, std::uint32_t seed) {
-  Picture picture{width, height, {}};
-  picture.pixels.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+Image NaturalImage(int width, int height, std::uint32_t seed) {
+  Image image{width, height, {}};
+  image.pixels.reserve(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
   const double side = std::max(width, height);
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
@@ -95,10 +95,10 @@ Picture NaturalPicture(int width, int height, std::uint32_t seed) {
       for (std::size_t channel = 0; channel < 3; ++channel) {
         pixel[channel] = static_cast<std::uint8_t>(std::clamp(colour[channel] + grain, 0.0, 255.0));
       }
-      picture.pixels.push_back(pixel);
+      image.pixels.push_back(pixel);
     }
   }
-  return picture;
+  return image;
 }
 
 }  // namespace keldo::testing

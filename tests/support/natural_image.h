@@ -1,4 +1,4 @@
-// Pictures that look enough like photos for comparing image converters.
+// Images that resemble photos closely enough to compare image converters.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 
 namespace keldo::testing {
 
-/// Soft light, cloudy texture of several sizes, sharp edges of bars and discs, and a little grain;
-/// the same pixels for the same size and seed everywhere. Like a photo, it is scaled with its
-/// size: small pictures show the same things smaller.
-[[nodiscard]] Picture NaturalPicture(int width, int height, std::uint32_t seed = 1);
+/// An image with soft light, cloudy texture at several scales, sharp edges of bars and discs, and a
+/// little grain. The same size and seed always give the same pixels. A smaller image shows the same
+/// scene at a smaller scale, like a photo.
+[[nodiscard]] Image NaturalImage(int width, int height, std::uint32_t seed = 1);
 
 }  // namespace keldo::testing

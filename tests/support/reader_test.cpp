@@ -33,7 +33,7 @@ Data ContentOf(const std::string& path) {
 
 }  // namespace
 
-Picture ReadPicture(const Data& file, const Limits& limits) {
+Image ReadWholeImage(const Data& file, const Limits& limits) {
   const Format format = media::DetectFormat(file);
   if (!LoadCodec(format)) {
     throw ImageError(ImageError::Kind::kUnsupported, "no codec for this file");
@@ -42,19 +42,19 @@ Picture ReadPicture(const Data& file, const Limits& limits) {
   options.limits = limits;
   options.first_box = {.width = limits.side, .height = limits.side, .fill = true};
   const std::unique_ptr<ImageReader> reader = OpenImage(format, file, options);
-  Picture picture{.info = reader->info(), .rgb = {}};
-  const std::ptrdiff_t channels = ChannelsOf(picture.info.layout);
-  for (int y = 0; y < picture.info.height; ++y) {
+  Image image{.info = reader->info(), .rgb = {}};
+  const std::ptrdiff_t channels = ChannelsOf(image.info.layout);
+  for (int y = 0; y < image.info.height; ++y) {
     const std::uint8_t* row = reader->NextRow();
-    for (int x = 0; x < picture.info.width; ++x)
-      AppendPixel(row + x * channels, picture.info.layout, picture.rgb);
+    for (int x = 0; x < image.info.width; ++x)
+      AppendPixel(row + x * channels, image.info.layout, image.rgb);
   }
-  return picture;
+  return image;
 }
 
 std::optional<ImageError::Kind> RefusalOf(const Data& file, const Limits& limits) {
   try {
-    (void)ReadPicture(file, limits);
+    (void)ReadWholeImage(file, limits);
   } catch (const ImageError& error) {
     return error.kind();
   }

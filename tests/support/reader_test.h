@@ -12,13 +12,13 @@ namespace keldo::convert::testing {
 using Data = std::vector<std::uint8_t>;
 
 /// An image, read to its last row.
-struct Picture {
+struct Image {
   ImageInfo info;
   Data rgb;  ///< three bytes a pixel, whatever the layout of the rows
 };
 
 /// Reads a file of any format, by content. Throws ImageError.
-[[nodiscard]] Picture ReadPicture(const Data& file, const Limits& limits = {});
+[[nodiscard]] Image ReadWholeImage(const Data& file, const Limits& limits = {});
 
 /// Why a file cannot be read; nothing when it can.
 [[nodiscard]] std::optional<ImageError::Kind> RefusalOf(const Data& file,

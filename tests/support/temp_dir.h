@@ -1,4 +1,4 @@
-// A directory of a test's own.
+// A temporary directory for a test.
 #pragma once
 
 #include <cstdlib>
@@ -10,8 +10,8 @@
 
 namespace keldo::testing {
 
-/// A fresh, empty directory below the system's directory for temporary files, removed with all that
-/// is in it at the end.
+/// An empty directory below the system's directory for temporary files. It is removed at the end
+/// with everything in it.
 class TempDir {
  public:
   TempDir() : path_((std::filesystem::temp_directory_path() / "keldotest-XXXXXX").string()) {
@@ -25,7 +25,7 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  /// Absolute, without a slash at the end.
+  /// Absolute, without a trailing slash.
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:

@@ -27,8 +27,8 @@ using keldo::testing::Corners;
 using keldo::testing::DecodeJpeg;
 using keldo::testing::EncodeJpeg;
 using keldo::testing::FourCorners;
+using keldo::testing::Image;
 using keldo::testing::kCornerColours;
-using keldo::testing::Picture;
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -87,10 +87,10 @@ class ConvertMainTest : public keldo::testing::FileTest {
 
   // "30x20", or what is wrong. The colours have to be where they were.
   static std::string Look(const std::string& path) {
-    const std::optional<Picture> picture = DecodeJpeg(Read(path));
-    if (!picture) return fs::exists(path) ? "no picture" : "missing";
-    if (CornerDistance(Corners(*picture), kCornerColours) > 20) return "other colours";
-    return std::to_string(picture->width) + "x" + std::to_string(picture->height);
+    const std::optional<Image> image = DecodeJpeg(Read(path));
+    if (!image) return fs::exists(path) ? "no image" : "missing";
+    if (CornerDistance(Corners(*image), kCornerColours) > 20) return "other colours";
+    return std::to_string(image->width) + "x" + std::to_string(image->height);
   }
 
   static std::string Photo() { return EncodeJpeg(FourCorners(90, 60)); }
@@ -195,9 +195,9 @@ TEST_F(ConvertMainTest, OtherFormatsAreImageMagicks) {
     const Result result = Convert(CommandOf(Write(name, TgaFile(60, 30, '\x40')), In("%d.jpg")));
     if (name == "a.tga") {
       EXPECT_EQ(result.status, 0) << result.messages;
-      const auto picture = DecodeJpeg(Read(In("%d.jpg")));
-      ASSERT_TRUE(picture);
-      EXPECT_EQ(picture->width, 30);
+      const auto image = DecodeJpeg(Read(In("%d.jpg")));
+      ASSERT_TRUE(image);
+      EXPECT_EQ(image->width, 30);
     } else {
       // Told by its extension only, which such a name cannot show.
       EXPECT_EQ(result.status, 1);
@@ -208,7 +208,7 @@ TEST_F(ConvertMainTest, OtherFormatsAreImageMagicks) {
 }
 
 TEST_F(ConvertMainTest, ImageMagickRunsUnderOurPolicy) {
-  // The system's policy refuses pictures of this width.
+  // The system's policy refuses images of this width.
   const std::string wide = Write("wide.tga", TgaFile(17'000, 4, '\x40'));
   const Result result = Convert(CommandOf(wide, In("wide.jpg")));
   EXPECT_EQ(result.status, 0) << result.messages;

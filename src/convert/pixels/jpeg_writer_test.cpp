@@ -23,25 +23,25 @@
 namespace keldo::convert {
 namespace {
 
+using keldo::testing::Image;
 using keldo::testing::JpegFacts;
-using keldo::testing::Picture;
 using keldo::testing::SamplingFactors;
 using ::testing::ElementsAre;
 
 class JpegWriterTest : public ::testing::Test {
  protected:
-  void Write(const Picture& picture, JpegFormat format) {
-    format.size = {picture.width, picture.height};
+  void Write(const Image& image, JpegFormat format) {
+    format.size = {image.width, image.height};
     const auto writer = MakeJpegWriter(format, file_.get());
-    for (int y = 0; y < picture.height; ++y)
-      writer->AddRow(Row(picture, y, format.layout).data());
+    for (int y = 0; y < image.height; ++y)
+      writer->AddRow(Row(image, y, format.layout).data());
     writer->Finish();
   }
 
-  static std::vector<std::uint8_t> Row(const Picture& picture, int y, PixelLayout layout) {
+  static std::vector<std::uint8_t> Row(const Image& image, int y, PixelLayout layout) {
     std::vector<std::uint8_t> row;
-    for (int x = 0; x < picture.width; ++x) {
-      const keldo::testing::Rgb pixel = picture.At(x, y);
+    for (int x = 0; x < image.width; ++x) {
+      const keldo::testing::Rgb pixel = image.At(x, y);
       if (layout == PixelLayout::kGray) {
         row.push_back(pixel[1]);
       } else if (layout == PixelLayout::kBgr) {
@@ -61,16 +61,16 @@ class JpegWriterTest : public ::testing::Test {
   }
 
   JpegFacts Facts() { return keldo::testing::ReadJpegFacts(Content()).value(); }
-  Picture Decoded() { return keldo::testing::DecodeJpeg(Content()).value(); }
+  Image Decoded() { return keldo::testing::DecodeJpeg(Content()).value(); }
 
   UniqueFd file_{memfd_create("thumbnail", MFD_CLOEXEC)};
 };
 
 TEST_F(JpegWriterTest, WritesThePixels) {
-  const Picture picture = keldo::testing::NaturalPicture(300, 200);
+  const Image image = keldo::testing::NaturalImage(300, 200);
   for (const PixelLayout layout : {PixelLayout::kRgb, PixelLayout::kBgr}) {
-    Write(picture, {.layout = layout, .quality = 95});
-    EXPECT_GT(keldo::testing::Psnr(Decoded(), picture), 35);
+    Write(image, {.layout = layout, .quality = 95});
+    EXPECT_GT(keldo::testing::Psnr(Decoded(), image), 35);
     ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
   }
 }
@@ -82,28 +82,28 @@ TEST_F(JpegWriterTest, WritesGrayWithOneComponent) {
 }
 
 TEST_F(JpegWriterTest, WritesGrayPixelsWithOneComponentToo) {
-  Picture picture = keldo::testing::Plain(50, 40, {90, 90, 90});
-  Write(picture, {.sampling = JpegSampling{{2, 1, 1}, {2, 1, 1}}});
+  Image image = keldo::testing::Plain(50, 40, {90, 90, 90});
+  Write(image, {.sampling = JpegSampling{{2, 1, 1}, {2, 1, 1}}});
   EXPECT_THAT(Facts().components, ElementsAre(SamplingFactors{1, 1}));
   EXPECT_NEAR(Decoded().At(49, 39)[0], 90, 1);
   // The very last pixel decides otherwise.
-  picture.pixels.back() = {90, 90, 200};
+  image.pixels.back() = {90, 90, 200};
   ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
-  Write(picture, {});
+  Write(image, {});
   EXPECT_EQ(Facts().components.size(), 3U);
   EXPECT_NEAR(Decoded().At(0, 0)[0], 90, 1);
 }
 
 TEST_F(JpegWriterTest, QualityDecidesTheSamplingUnlessItIsGiven) {
-  const Picture picture = keldo::testing::FourCorners(64, 64);
+  const Image image = keldo::testing::FourCorners(64, 64);
   const SamplingFactors full{1, 1};
-  Write(picture, {.quality = 90});
+  Write(image, {.quality = 90});
   EXPECT_THAT(Facts().components, ElementsAre(full, full, full));
   static_cast<void>(lseek(file_.get(), 0, SEEK_SET));
-  Write(picture, {.quality = 89});
+  Write(image, {.quality = 89});
   EXPECT_THAT(Facts().components, ElementsAre(SamplingFactors{2, 2}, full, full));
   static_cast<void>(lseek(file_.get(), 0, SEEK_SET));
-  Write(picture, {.quality = 95, .sampling = JpegSampling{{2, 1, 1}, {1, 1, 1}}});
+  Write(image, {.quality = 95, .sampling = JpegSampling{{2, 1, 1}, {1, 1, 1}}});
   EXPECT_THAT(Facts().components, ElementsAre(SamplingFactors{2, 1}, full, full));
 }
 
@@ -125,7 +125,7 @@ TEST_F(JpegWriterTest, AnyPixelsCanBeWritten) {
   std::mt19937 random(5);
   std::uniform_int_distribution<int> any(0, 255);
   for (const int side : {250, 800}) {
-    Picture noise{side, side, {}};
+    Image noise{side, side, {}};
     for (int i = 0; i < side * side; ++i) {
       noise.pixels.push_back({static_cast<std::uint8_t>(any(random)),
                               static_cast<std::uint8_t>(any(random) / 128 * 255),
@@ -134,7 +134,7 @@ TEST_F(JpegWriterTest, AnyPixelsCanBeWritten) {
     for (const int quality : {1, 30, 90, 100}) {
       ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
       Write(noise, {.quality = quality});
-      const Picture decoded = Decoded();
+      const Image decoded = Decoded();
       EXPECT_EQ(decoded.width, side);
       if (quality == 100) {
         EXPECT_GT(keldo::testing::Psnr(decoded, noise), 30) << side;
@@ -147,15 +147,15 @@ TEST_F(JpegWriterTest, ReplacesWhatWasThereOnlyWhenItIsComplete) {
   const std::string old(1'000'000, 'o');
   ASSERT_EQ(write(file_.get(), old.data(), old.size()), static_cast<ssize_t>(old.size()));
   ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
-  const Picture picture = keldo::testing::FourCorners(32, 32);
+  const Image image = keldo::testing::FourCorners(32, 32);
   {
     const auto writer = MakeJpegWriter({.size = {32, 32}}, file_.get());
     for (int y = 0; y < 31; ++y)
-      writer->AddRow(Row(picture, y, PixelLayout::kRgb).data());
+      writer->AddRow(Row(image, y, PixelLayout::kRgb).data());
   }
   EXPECT_EQ(Content(), old);
   ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
-  Write(picture, {});
+  Write(image, {});
   EXPECT_LT(Content().size(), 2000U);
 }
 

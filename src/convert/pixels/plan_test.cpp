@@ -19,26 +19,26 @@
 namespace keldo::convert {
 namespace {
 
-using keldo::testing::Picture;
+using keldo::testing::Image;
 
 // An image in memory.
-class PictureReader : public ImageReader {
+class MemoryImage : public ImageReader {
  public:
-  explicit PictureReader(Picture picture) : picture_(std::move(picture)) {
-    info_.width = info_.full_width = picture_.width;
-    info_.height = info_.full_height = picture_.height;
+  explicit MemoryImage(Image image) : image_(std::move(image)) {
+    info_.width = info_.full_width = image_.width;
+    info_.height = info_.full_height = image_.height;
   }
   ImageInfo& info_to_change() { return info_; }
   [[nodiscard]] const ImageInfo& info() const override { return info_; }
   [[nodiscard]] const std::uint8_t* NextRow() override {
     if (next_ >= fails_at) throw ImageError(ImageError::Kind::kCorrupt, "torn");
-    const auto row = static_cast<std::size_t>(next_++ * picture_.width);
-    return picture_.pixels.at(row).data();
+    const auto row = static_cast<std::size_t>(next_++ * image_.width);
+    return image_.pixels.at(row).data();
   }
   int fails_at = 1 << 30;
 
  private:
-  Picture picture_;
+  Image image_;
   ImageInfo info_;
   int next_ = 0;
 };
@@ -53,7 +53,7 @@ Step StepOf(int side, bool fill = false) {
 
 class MakeThumbnailsTest : public ::testing::Test {
  protected:
-  std::vector<Picture> Make(const std::vector<Step>& steps, PictureReader& reader, Bytes icc = {}) {
+  std::vector<Image> Make(const std::vector<Step>& steps, MemoryImage& reader, Bytes icc = {}) {
     std::vector<int> outputs;
     files_.clear();
     for (std::size_t i = 0; i < steps.size(); ++i) {
@@ -61,10 +61,10 @@ class MakeThumbnailsTest : public ::testing::Test {
       outputs.push_back(files_.back().get());
     }
     MakeThumbnails(steps, reader, icc, outputs);
-    std::vector<Picture> pictures;
+    std::vector<Image> images;
     for (std::size_t i = 0; i < steps.size(); ++i)
-      pictures.push_back(keldo::testing::DecodeJpeg(Content(i)).value());
-    return pictures;
+      images.push_back(keldo::testing::DecodeJpeg(Content(i)).value());
+    return images;
   }
 
   std::string Content(std::size_t index) {
@@ -77,8 +77,8 @@ class MakeThumbnailsTest : public ::testing::Test {
   std::vector<UniqueFd> files_;
 };
 
-int DistanceFromUpright(const Picture& picture) {
-  return keldo::testing::CornerDistance(keldo::testing::Corners(picture),
+int DistanceFromUpright(const Image& image) {
+  return keldo::testing::CornerDistance(keldo::testing::Corners(image),
                                         keldo::testing::kCornerColours);
 }
 
@@ -106,34 +106,34 @@ TEST(GeometryTest, ASideIsNeverNothing) {
 }
 
 TEST_F(MakeThumbnailsTest, EveryLaterThumbnailIsMadeFromTheFirst) {
-  PictureReader reader(keldo::testing::FourCorners(400, 300));
-  const auto pictures = Make({StepOf(120, true), StepOf(80), StepOf(500)}, reader);
-  EXPECT_EQ(pictures[0].width, 160);
-  EXPECT_EQ(pictures[0].height, 120);
-  EXPECT_EQ(pictures[1].width, 80);
-  EXPECT_EQ(pictures[1].height, 60);
-  EXPECT_EQ(pictures[2].width, 160) << "as large as the first one, not as the image";
-  for (const Picture& picture : pictures)
-    EXPECT_LT(DistanceFromUpright(picture), 8);
+  MemoryImage reader(keldo::testing::FourCorners(400, 300));
+  const auto images = Make({StepOf(120, true), StepOf(80), StepOf(500)}, reader);
+  EXPECT_EQ(images[0].width, 160);
+  EXPECT_EQ(images[0].height, 120);
+  EXPECT_EQ(images[1].width, 80);
+  EXPECT_EQ(images[1].height, 60);
+  EXPECT_EQ(images[2].width, 160) << "as large as the first one, not as the image";
+  for (const Image& image : images)
+    EXPECT_LT(DistanceFromUpright(image), 8);
 }
 
 TEST_F(MakeThumbnailsTest, RotatesTheFirstAndWithItTheOthers) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
-    PictureReader reader(
+    MemoryImage reader(
         keldo::testing::StoredWith(orientation, keldo::testing::FourCorners(90, 60)));
     reader.info_to_change().orientation = orientation;
     std::vector<Step> steps{StepOf(60), StepOf(30)};
     for (Step& step : steps)
       step.auto_orient = true;
-    for (const Picture& picture : Make(steps, reader)) {
-      EXPECT_GT(picture.width, picture.height) << orientation;
-      EXPECT_LT(DistanceFromUpright(picture), 8) << orientation;
+    for (const Image& image : Make(steps, reader)) {
+      EXPECT_GT(image.width, image.height) << orientation;
+      EXPECT_LT(DistanceFromUpright(image), 8) << orientation;
     }
   }
 }
 
 TEST_F(MakeThumbnailsTest, RotatesBeforeItMirrors) {
-  PictureReader reader(keldo::testing::StoredWith(5, keldo::testing::FourCorners(90, 60)));
+  MemoryImage reader(keldo::testing::StoredWith(5, keldo::testing::FourCorners(90, 60)));
   Step step = StepOf(60);
   step.rotate = 90;
   step.flop = true;
@@ -142,7 +142,7 @@ TEST_F(MakeThumbnailsTest, RotatesBeforeItMirrors) {
 
 // As the option says it for each: a rotation of the second comes on top of that of the first.
 TEST_F(MakeThumbnailsTest, ALaterRotationAddsToTheFirst) {
-  PictureReader reader(keldo::testing::StoredWith(3, keldo::testing::FourCorners(90, 60)));
+  MemoryImage reader(keldo::testing::StoredWith(3, keldo::testing::FourCorners(90, 60)));
   std::vector<Step> steps{StepOf(60), StepOf(30)};
   steps[0].rotate = 90;
   steps[1].rotate = 90;
@@ -150,28 +150,28 @@ TEST_F(MakeThumbnailsTest, ALaterRotationAddsToTheFirst) {
 }
 
 TEST_F(MakeThumbnailsTest, AReducedDecodeGivesTheSizeOfTheFullOne) {
-  PictureReader reader(keldo::testing::FourCorners(101, 76));
+  MemoryImage reader(keldo::testing::FourCorners(101, 76));
   reader.info_to_change().full_width = 201;
   reader.info_to_change().full_height = 151;
-  const Picture picture = Make({StepOf(100)}, reader).front();
-  EXPECT_EQ(picture.width, 100);
-  EXPECT_EQ(picture.height, 75);
+  const Image image = Make({StepOf(100)}, reader).front();
+  EXPECT_EQ(image.width, 100);
+  EXPECT_EQ(image.height, 75);
 }
 
 TEST_F(MakeThumbnailsTest, SharpensAlsoWhatKeepsItsSize) {
-  const Picture natural = keldo::testing::NaturalPicture(100, 80);
-  PictureReader plain_reader(natural);
-  const Picture plain = Make({StepOf(500)}, plain_reader).front();
-  PictureReader reader(natural);
+  const Image natural = keldo::testing::NaturalImage(100, 80);
+  MemoryImage plain_reader(natural);
+  const Image plain = Make({StepOf(500)}, plain_reader).front();
+  MemoryImage reader(natural);
   Step step = StepOf(500);
   step.unsharp = Sharpening{0.5, 0.5, 3, 0};
-  const Picture sharpened = Make({step}, reader).front();
+  const Image sharpened = Make({step}, reader).front();
   EXPECT_GT(keldo::testing::Psnr(plain, natural), 32);
   EXPECT_LT(keldo::testing::Psnr(sharpened, natural), 30);
 }
 
 TEST_F(MakeThumbnailsTest, KeepsWhatTheSourceSays) {
-  PictureReader reader(keldo::testing::FourCorners(90, 60));
+  MemoryImage reader(keldo::testing::FourCorners(90, 60));
   reader.info_to_change().density = {2, 118, 118};
   reader.info_to_change().sampling = JpegSampling{{2, 1, 1}, {2, 1, 1}};
   reader.info_to_change().icc = {'o', 'w', 'n'};
@@ -187,14 +187,14 @@ TEST_F(MakeThumbnailsTest, KeepsWhatTheSourceSays) {
 }
 
 TEST_F(MakeThumbnailsTest, AttachesAProfileWhereThereIsNone) {
-  PictureReader reader(keldo::testing::FourCorners(90, 60));
+  MemoryImage reader(keldo::testing::FourCorners(90, 60));
   const std::vector<std::uint8_t> attached{'n', 'e', 'w'};
   static_cast<void>(Make({StepOf(60)}, reader, attached));
   EXPECT_EQ(keldo::testing::ReadJpegFacts(Content(0))->icc, "new");
 }
 
 TEST_F(MakeThumbnailsTest, DropsTheProfileOfAGrayImage) {
-  PictureReader reader(keldo::testing::Plain(90, 60, {80, 80, 80}));
+  MemoryImage reader(keldo::testing::Plain(90, 60, {80, 80, 80}));
   reader.info_to_change().layout = PixelLayout::kGray;
   reader.info_to_change().icc = {'o', 'w', 'n'};
   static_cast<void>(Make({StepOf(60)}, reader));
@@ -202,7 +202,7 @@ TEST_F(MakeThumbnailsTest, DropsTheProfileOfAGrayImage) {
 }
 
 TEST_F(MakeThumbnailsTest, WritesNothingOfAnImageThatBreaksOff) {
-  PictureReader reader(keldo::testing::FourCorners(90, 60));
+  MemoryImage reader(keldo::testing::FourCorners(90, 60));
   reader.fails_at = 59;
   EXPECT_THROW(static_cast<void>(Make({StepOf(60), StepOf(30)}, reader)), ImageError);
   EXPECT_EQ(Content(0), "");
@@ -210,12 +210,12 @@ TEST_F(MakeThumbnailsTest, WritesNothingOfAnImageThatBreaksOff) {
 }
 
 TEST_F(MakeThumbnailsTest, HandlesOnePixel) {
-  PictureReader reader(keldo::testing::Plain(1, 1, {200, 100, 50}));
+  MemoryImage reader(keldo::testing::Plain(1, 1, {200, 100, 50}));
   std::vector<Step> steps{StepOf(1280, true), StepOf(120)};
   steps[1].unsharp = Sharpening{0.5, 0.5, 1.25, 0};
-  for (const Picture& picture : Make(steps, reader)) {
-    EXPECT_EQ(picture.pixels.size(), 1U);
-    EXPECT_NEAR(picture.At(0, 0)[0], 200, 3);
+  for (const Image& image : Make(steps, reader)) {
+    EXPECT_EQ(image.pixels.size(), 1U);
+    EXPECT_NEAR(image.At(0, 0)[0], 200, 3);
   }
 }
 

@@ -11,16 +11,16 @@
 namespace keldo::convert {
 namespace {
 
-using keldo::testing::Picture;
+using keldo::testing::Image;
 using keldo::testing::Rgb;
 
 // Keeps what it is given.
 class Collector : public RowSink {
  public:
-  explicit Collector(Picture& picture) : picture_(picture) {}
+  explicit Collector(Image& image) : image_(image) {}
   void AddRow(const std::uint8_t* row) override {
-    for (int x = 0; x < picture_.width; ++x)
-      picture_.pixels.push_back({row[3 * x], row[3 * x + 1], row[3 * x + 2]});
+    for (int x = 0; x < image_.width; ++x)
+      image_.pixels.push_back({row[3 * x], row[3 * x + 1], row[3 * x + 2]});
   }
   void Finish() override { finished_ = true; }
   ~Collector() override { EXPECT_TRUE(finished_); }
@@ -28,29 +28,29 @@ class Collector : public RowSink {
   Collector& operator=(const Collector&) = delete;
 
  private:
-  Picture& picture_;
+  Image& image_;
   bool finished_ = false;
 };
 
 // Every pixel another colour.
-Picture Numbered(int width, int height) {
-  Picture picture{width, height, {}};
+Image Numbered(int width, int height) {
+  Image image{width, height, {}};
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x)
-      picture.pixels.push_back({static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y), 7});
+      image.pixels.push_back({static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y), 7});
   }
-  return picture;
+  return image;
 }
 
-Picture Apply(const Rotation& rotation, const Picture& picture) {
-  const Size size{picture.width, picture.height};
+Image Apply(const Rotation& rotation, const Image& image) {
+  const Size size{image.width, image.height};
   const Size rotated = rotation.SizeOf(size);
-  Picture result{rotated.width, rotated.height, {}};
+  Image result{rotated.width, rotated.height, {}};
   const auto rotator = MakeRotator(rotation, size, 3, std::make_unique<Collector>(result));
-  for (int y = 0; y < picture.height; ++y) {
+  for (int y = 0; y < image.height; ++y) {
     std::vector<std::uint8_t> row;
-    for (int x = 0; x < picture.width; ++x) {
-      const Rgb pixel = picture.At(x, y);
+    for (int x = 0; x < image.width; ++x) {
+      const Rgb pixel = image.At(x, y);
       row.insert(row.end(), pixel.begin(), pixel.end());
     }
     rotator->AddRow(row.data());
@@ -61,10 +61,10 @@ Picture Apply(const Rotation& rotation, const Picture& picture) {
 
 TEST(RotationTest, BringsEveryOrientationUpright) {
   for (const auto& [width, height] : {std::pair{37, 20}, {1, 9}, {50, 1}}) {
-    const Picture upright = Numbered(width, height);
+    const Image upright = Numbered(width, height);
     for (int orientation = 1; orientation <= 8; ++orientation) {
-      const Picture stored = keldo::testing::StoredWith(orientation, upright);
-      const Picture result = Apply(Rotation::FromOrientation(orientation), stored);
+      const Image stored = keldo::testing::StoredWith(orientation, upright);
+      const Image result = Apply(Rotation::FromOrientation(orientation), stored);
       EXPECT_EQ(result.width, width) << orientation;
       EXPECT_EQ(result.pixels, upright.pixels) << orientation;
     }
@@ -72,10 +72,10 @@ TEST(RotationTest, BringsEveryOrientationUpright) {
 }
 
 TEST(RotationTest, RotatesClockwise) {
-  const Picture picture = Numbered(33, 18);
+  const Image image = Numbered(33, 18);
   for (const int degrees : {0, 90, 180, 270}) {
-    EXPECT_EQ(Apply(Rotation{}.Rotated(degrees), picture).pixels,
-              keldo::testing::Rotated(degrees, picture).pixels)
+    EXPECT_EQ(Apply(Rotation{}.Rotated(degrees), image).pixels,
+              keldo::testing::Rotated(degrees, image).pixels)
         << degrees;
   }
 }

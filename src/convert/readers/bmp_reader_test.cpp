@@ -9,7 +9,7 @@ namespace {
 using testing::AppendLittle16;
 using testing::AppendLittle32;
 using testing::Data;
-using testing::ReadPicture;
+using testing::ReadWholeImage;
 using testing::RefusalOf;
 using Kind = ImageError::Kind;
 
@@ -67,7 +67,8 @@ Data BmpFile(const BmpFacts& facts) {
 
 void ExpectLikeImageMagick(const BmpFacts& facts) {
   const Data file = BmpFile(facts);
-  EXPECT_EQ(testing::LargestDifference(ReadPicture(file).rgb, testing::ImageMagickPixels(file)), 0);
+  EXPECT_EQ(testing::LargestDifference(ReadWholeImage(file).rgb, testing::ImageMagickPixels(file)),
+            0);
 }
 
 TEST(BmpReaderTest, ReadsColourAndGrayOfBothHeaders) {
@@ -81,23 +82,23 @@ TEST(BmpReaderTest, ReadsColourAndGrayOfBothHeaders) {
 
 TEST(BmpReaderTest, RowsMayComeFromTheTop) {
   ExpectLikeImageMagick({.top_down = true});
-  EXPECT_NE(ReadPicture(BmpFile({.top_down = true})).rgb, ReadPicture(BmpFile({})).rgb);
+  EXPECT_NE(ReadWholeImage(BmpFile({.top_down = true})).rgb, ReadWholeImage(BmpFile({})).rgb);
 }
 
 TEST(BmpReaderTest, SaysWhatTheImageIs) {
-  const ImageInfo colour = ReadPicture(BmpFile({})).info;
+  const ImageInfo colour = ReadWholeImage(BmpFile({})).info;
   EXPECT_EQ(colour.layout, PixelLayout::kBgr);
   EXPECT_EQ(colour.full_width, 7);
   EXPECT_EQ(colour.full_height, 5);
   EXPECT_FALSE(colour.has_alpha_or_palette);
   EXPECT_EQ(colour.density, Density{});
-  const ImageInfo gray = ReadPicture(BmpFile({.bits = 8})).info;
+  const ImageInfo gray = ReadWholeImage(BmpFile({.bits = 8})).info;
   EXPECT_EQ(gray.layout, PixelLayout::kGray);
   EXPECT_TRUE(gray.has_alpha_or_palette);
 }
 
 TEST(BmpReaderTest, DensityIsInCentimetres) {
-  EXPECT_EQ(ReadPicture(BmpFile({.density = 9699})).info.density,
+  EXPECT_EQ(ReadWholeImage(BmpFile({.density = 9699})).info.density,
             (Density{.unit = 2, .x = 96, .y = 96}));
 }
 

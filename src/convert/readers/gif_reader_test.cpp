@@ -9,13 +9,14 @@ namespace {
 using testing::Data;
 using testing::GifFacts;
 using testing::GifFile;
-using testing::ReadPicture;
+using testing::ReadWholeImage;
 using testing::RefusalOf;
 using Kind = ImageError::Kind;
 
 void ExpectLikeImageMagick(const GifFacts& facts) {
   const Data file = GifFile(facts);
-  EXPECT_EQ(testing::LargestDifference(ReadPicture(file).rgb, testing::ImageMagickPixels(file)), 0);
+  EXPECT_EQ(testing::LargestDifference(ReadWholeImage(file).rgb, testing::ImageMagickPixels(file)),
+            0);
 }
 
 TEST(GifReaderTest, ReadsGlobalAndLocalPalettes) {
@@ -31,14 +32,14 @@ TEST(GifReaderTest, ReadsInterlacedImages) {
 
 TEST(GifReaderTest, TransparentPixelsShowTheBackgroundOfTheFile) {
   ExpectLikeImageMagick({.frames = {{.transparent = 8}}});
-  EXPECT_NE(ReadPicture(GifFile({.frames = {{.transparent = 8}}})).rgb,
-            ReadPicture(GifFile({})).rgb);
+  EXPECT_NE(ReadWholeImage(GifFile({.frames = {{.transparent = 8}}})).rgb,
+            ReadWholeImage(GifFile({})).rgb);
 }
 
 TEST(GifReaderTest, TransparentPixelsOfAFrameWithItsOwnPaletteAreWhite) {
   const GifFacts facts{.frames = {{.transparent = 8, .own_palette = true}}};
   ExpectLikeImageMagick(facts);
-  const Data rgb = ReadPicture(GifFile(facts)).rgb;
+  const Data rgb = ReadWholeImage(GifFile(facts)).rgb;
   const std::size_t pixel = std::size_t{3} * (40 + 1);  // of value 8
   EXPECT_EQ((Data{rgb[pixel], rgb[pixel + 1], rgb[pixel + 2]}), (Data{255, 255, 255}));
 }
@@ -48,16 +49,16 @@ TEST(GifReaderTest, ATransparentBackgroundIsBlack) {
   ExpectLikeImageMagick(facts);
 }
 
-TEST(GifReaderTest, ThePictureIsTheFirstFrameWhereverItLies) {
+TEST(GifReaderTest, TheFirstFrameIsReadWhereverItLies) {
   const GifFacts small{.frames = {{.left = 5, .top = 4, .width = 20, .height = 15}, {}}};
   ExpectLikeImageMagick(small);
-  EXPECT_EQ(ReadPicture(GifFile(small)).info.width, 20);
-  EXPECT_EQ(ReadPicture(GifFile(small)).info.height, 15);
+  EXPECT_EQ(ReadWholeImage(GifFile(small)).info.width, 20);
+  EXPECT_EQ(ReadWholeImage(GifFile(small)).info.height, 15);
   ExpectLikeImageMagick({.frames = {{.left = 5, .top = 4, .width = 60, .height = 50}}});
 }
 
 TEST(GifReaderTest, SaysWhatTheImageIs) {
-  const ImageInfo info = ReadPicture(GifFile({})).info;
+  const ImageInfo info = ReadWholeImage(GifFile({})).info;
   EXPECT_EQ(info.layout, PixelLayout::kRgb);
   EXPECT_TRUE(info.has_alpha_or_palette);
   EXPECT_EQ(info.density, Density{});
@@ -67,9 +68,9 @@ TEST(GifReaderTest, TheEndMarksMayBeMissing) {
   const Data whole = GifFile({});
   Data file = whole;
   file.pop_back();
-  EXPECT_EQ(ReadPicture(file).rgb, ReadPicture(whole).rgb);
+  EXPECT_EQ(ReadWholeImage(file).rgb, ReadWholeImage(whole).rgb);
   file.pop_back();
-  EXPECT_EQ(ReadPicture(file).rgb, ReadPicture(whole).rgb);
+  EXPECT_EQ(ReadWholeImage(file).rgb, ReadWholeImage(whole).rgb);
 }
 
 TEST(GifReaderTest, RefusesDamagedFiles) {

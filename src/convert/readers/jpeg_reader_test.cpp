@@ -20,7 +20,7 @@
 namespace keldo::convert {
 namespace {
 
-using keldo::testing::Picture;
+using keldo::testing::Image;
 
 Bytes BytesOf(const std::string& content) {
   return {reinterpret_cast<const std::uint8_t*>(content.data()), content.size()};
@@ -32,16 +32,16 @@ ReadOptions WithBox(int side, bool fill = false) {
   return options;
 }
 
-Picture ReadAll(ImageReader& reader) {
+Image ReadAll(ImageReader& reader) {
   const ImageInfo& info = reader.info();
-  Picture picture{info.width, info.height, {}};
+  Image image{info.width, info.height, {}};
   const int channels = ChannelsOf(info.layout);
   for (int y = 0; y < info.height; ++y) {
     const std::uint8_t* row = reader.NextRow();
     for (int x = 0; x < info.width; ++x, row += channels)
-      picture.pixels.push_back({row[0], row[channels / 2], row[channels - 1]});
+      image.pixels.push_back({row[0], row[channels / 2], row[channels - 1]});
   }
-  return picture;
+  return image;
 }
 
 // What libjpeg is told beside the defaults.
@@ -77,11 +77,11 @@ std::string Compressed(const std::vector<std::uint8_t>& samples, int width, J_CO
   return content;
 }
 
-std::string Compressed(const Picture& picture, Setting setting = nullptr) {
+std::string Compressed(const Image& image, Setting setting = nullptr) {
   std::vector<std::uint8_t> samples;
-  for (const auto& pixel : picture.pixels)
+  for (const auto& pixel : image.pixels)
     samples.insert(samples.end(), pixel.begin(), pixel.end());
-  return Compressed(samples, picture.width, JCS_RGB, 3, setting);
+  return Compressed(samples, image.width, JCS_RGB, 3, setting);
 }
 
 ImageError::Kind KindOfFailure(const std::string& content, const ReadOptions& options,
@@ -98,7 +98,7 @@ ImageError::Kind KindOfFailure(const std::string& content, const ReadOptions& op
 }
 
 TEST(JpegReaderTest, ReadsEveryKindOfColourFile) {
-  const Picture natural = keldo::testing::NaturalPicture(203, 101);
+  const Image natural = keldo::testing::NaturalImage(203, 101);
   const Setting settings[] = {
       nullptr,
       [](jpeg_compress_struct& codec) { codec.comp_info[0].v_samp_factor = 1; },
@@ -115,7 +115,7 @@ TEST(JpegReaderTest, ReadsEveryKindOfColourFile) {
     const auto reader = OpenJpeg(BytesOf(content), WithBox(1000));
     EXPECT_EQ(reader->info().layout, PixelLayout::kRgb);
     EXPECT_FALSE(reader->info().has_alpha_or_palette);
-    const Picture read = ReadAll(*reader);
+    const Image read = ReadAll(*reader);
     ASSERT_EQ(read.width, 203);
     ASSERT_EQ(read.height, 101);
     EXPECT_GT(keldo::testing::Psnr(read, natural), 30) << &setting - settings;
@@ -196,20 +196,20 @@ TEST(JpegReaderTest, ReadsASmallImageWhole) {
 }
 
 TEST(JpegReaderTest, ACutFileGivesWhatIsThere) {
-  const Picture natural = keldo::testing::NaturalPicture(160, 160);
+  const Image natural = keldo::testing::NaturalImage(160, 160);
   for (const Setting setting : {Setting{nullptr}, Setting{[](jpeg_compress_struct& codec) {
                                   jpeg_simple_progression(&codec);
                                 }}}) {
     const std::string content = Compressed(natural, setting);
     const std::string half = content.substr(0, content.size() / 2);
     const auto reader = OpenJpeg(BytesOf(half), WithBox(1000));
-    const Picture read = ReadAll(*reader);
+    const Image read = ReadAll(*reader);
     EXPECT_NEAR(read.At(5, 5)[1], natural.At(5, 5)[1], 60);
   }
 }
 
 TEST(JpegReaderTest, AFileCutBeforeItsFirstRowsIsCorrupt) {
-  const std::string content = Compressed(keldo::testing::NaturalPicture(160, 160));
+  const std::string content = Compressed(keldo::testing::NaturalImage(160, 160));
   const std::size_t data = content.find("\xFF\xDA") + 14;
   std::string reason;
   EXPECT_EQ(KindOfFailure(content.substr(0, data + 20), WithBox(100), &reason),
@@ -234,14 +234,14 @@ TEST(JpegReaderTest, LimitsAreCheckedInTheHeader) {
 
 // Such a file is held whole, which a plain one is not.
 TEST(JpegReaderTest, TheMemoryOfAProgressiveFileIsLimited) {
-  const Picture picture = keldo::testing::FourCorners(400, 400);
+  const Image image = keldo::testing::FourCorners(400, 400);
   ReadOptions options = WithBox(100);
   options.limits.memory_bytes = 500'000;
-  const std::string plain = Compressed(picture);
+  const std::string plain = Compressed(image);
   EXPECT_EQ(ReadAll(*OpenJpeg(BytesOf(plain), options)).width, 400);
   EXPECT_EQ(
       KindOfFailure(
-          Compressed(picture, [](jpeg_compress_struct& codec) { jpeg_simple_progression(&codec); }),
+          Compressed(image, [](jpeg_compress_struct& codec) { jpeg_simple_progression(&codec); }),
           options),
       ImageError::Kind::kLimit);
 }
@@ -272,7 +272,7 @@ TEST(JpegReaderTest, WhatTheLibraryDoesNotReadIsForAnother) {
 }
 
 TEST(JpegReaderTest, DamageIsReportedOrRead) {
-  const std::string good = Compressed(keldo::testing::NaturalPicture(120, 90));
+  const std::string good = Compressed(keldo::testing::NaturalImage(120, 90));
   std::mt19937 random(11);
   int failed = 0;
   for (int i = 0; i < 300; ++i) {

@@ -11,7 +11,7 @@ using testing::AppendBig32;
 using testing::Data;
 using testing::PngChunk;
 using testing::PngFile;
-using testing::ReadPicture;
+using testing::ReadWholeImage;
 using testing::RefusalOf;
 using Kind = ImageError::Kind;
 
@@ -51,7 +51,7 @@ PngChunk Density(std::uint32_t x, std::uint32_t y, std::uint8_t unit) {
 
 void ExpectLikeImageMagick(const testing::PngFacts& facts, int difference = 0) {
   const Data file = PngFile(facts);
-  EXPECT_LE(testing::LargestDifference(ReadPicture(file).rgb, testing::ImageMagickPixels(file)),
+  EXPECT_LE(testing::LargestDifference(ReadWholeImage(file).rgb, testing::ImageMagickPixels(file)),
             difference)
       << "colour " << facts.colour << " depth " << facts.depth << " interlaced "
       << facts.interlaced;
@@ -83,7 +83,7 @@ TEST(PngReaderTest, OneColourMayBeTransparent) {
   ExpectLikeImageMagick({.colour = kRgb, .chunks = {Words("tRNS", {33, 44, 55})}});
   ExpectLikeImageMagick({.colour = kGray, .chunks = {Words("tRNS", {33})}});
   ExpectLikeImageMagick({.depth = 4, .colour = kGray, .chunks = {Words("tRNS", {5})}});
-  EXPECT_TRUE(ReadPicture(PngFile({.colour = kRgb, .chunks = {Words("tRNS", {33, 44, 55})}}))
+  EXPECT_TRUE(ReadWholeImage(PngFile({.colour = kRgb, .chunks = {Words("tRNS", {33, 44, 55})}}))
                   .info.has_alpha_or_palette);
 }
 
@@ -97,9 +97,9 @@ TEST(PngReaderTest, ColoursOfAPaletteMayBeTransparent) {
 }
 
 TEST(PngReaderTest, TheBackgroundOfTheFileReplacesWhite) {
-  const Data on_white = ReadPicture(PngFile({.colour = kRgba})).rgb;
+  const Data on_white = ReadWholeImage(PngFile({.colour = kRgba})).rgb;
   const testing::PngFacts facts{.colour = kRgba, .chunks = {Words("bKGD", {255, 0, 128})}};
-  EXPECT_NE(ReadPicture(PngFile(facts)).rgb, on_white);
+  EXPECT_NE(ReadWholeImage(PngFile(facts)).rgb, on_white);
   ExpectLikeImageMagick(facts);
   ExpectLikeImageMagick({.colour = kGrayAlpha, .chunks = {Words("bKGD", {100})}});
   ExpectLikeImageMagick(
@@ -109,7 +109,7 @@ TEST(PngReaderTest, TheBackgroundOfTheFileReplacesWhite) {
 
 TEST(PngReaderTest, SaysWhatDecidesTheFilter) {
   const auto flag = [](const testing::PngFacts& facts) {
-    return ReadPicture(PngFile(facts)).info.has_alpha_or_palette;
+    return ReadWholeImage(PngFile(facts)).info.has_alpha_or_palette;
   };
   EXPECT_FALSE(flag({.colour = kRgb}));
   EXPECT_FALSE(flag({.depth = 16, .colour = kGray}));
@@ -120,18 +120,18 @@ TEST(PngReaderTest, SaysWhatDecidesTheFilter) {
 }
 
 TEST(PngReaderTest, GrayRowsStayGray) {
-  EXPECT_EQ(ReadPicture(PngFile({.colour = kGrayAlpha})).info.layout, PixelLayout::kGray);
-  EXPECT_EQ(ReadPicture(PngFile({.colour = kRgba})).info.layout, PixelLayout::kRgb);
+  EXPECT_EQ(ReadWholeImage(PngFile({.colour = kGrayAlpha})).info.layout, PixelLayout::kGray);
+  EXPECT_EQ(ReadWholeImage(PngFile({.colour = kRgba})).info.layout, PixelLayout::kRgb);
 }
 
 TEST(PngReaderTest, DensityIsCutToWholeNumbersPerCentimetre) {
   const auto density = [](const PngChunk& chunk) {
-    return ReadPicture(PngFile({.chunks = {chunk}})).info.density;
+    return ReadWholeImage(PngFile({.chunks = {chunk}})).info.density;
   };
   EXPECT_EQ(density(Density(11811, 5906, 1)), (convert::Density{.unit = 2, .x = 118, .y = 59}));
   EXPECT_EQ(density(Density(2, 1, 0)), (convert::Density{.unit = 0, .x = 2, .y = 1}));
   EXPECT_EQ(density(Density(0, 2899, 1)), convert::Density{});
-  EXPECT_EQ(ReadPicture(PngFile({})).info.density, convert::Density{});
+  EXPECT_EQ(ReadWholeImage(PngFile({})).info.density, convert::Density{});
 }
 
 TEST(PngReaderTest, GammaIsNotAppliedAndLinearLightIsLeftToOthers) {
@@ -144,10 +144,10 @@ TEST(PngReaderTest, GammaIsNotAppliedAndLinearLightIsLeftToOthers) {
 
 TEST(PngReaderTest, OrientationInAFileIsNotHeeded) {
   const PngChunk exif{"eXIf", testing::ExifBlock({.orientation = 6})};
-  EXPECT_EQ(ReadPicture(PngFile({.chunks = {exif}})).info.orientation, 1);
+  EXPECT_EQ(ReadWholeImage(PngFile({.chunks = {exif}})).info.orientation, 1);
 }
 
-TEST(PngReaderTest, ACutOffFileGivesNoPicture) {
+TEST(PngReaderTest, ACutOffFileGivesNoImage) {
   Data file = PngFile({});
   file.resize(file.size() - 12);  // only the end mark is missing
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);
@@ -156,12 +156,12 @@ TEST(PngReaderTest, ACutOffFileGivesNoPicture) {
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);
 }
 
-TEST(PngReaderTest, AChecksumCountsOnlyWhereThePictureDependsOnIt) {
+TEST(PngReaderTest, AChecksumCountsOnlyWhereTheImageDependsOnIt) {
   const Data whole = PngFile({.chunks = {Density(11811, 5906, 1)}});
   Data file = whole;
   file[8 + 25 + 8 + 9] ^= 1U;  // of the density
-  EXPECT_EQ(ReadPicture(file).info.density, convert::Density{});
-  EXPECT_EQ(ReadPicture(file).rgb, ReadPicture(whole).rgb);
+  EXPECT_EQ(ReadWholeImage(file).info.density, convert::Density{});
+  EXPECT_EQ(ReadWholeImage(file).rgb, ReadWholeImage(whole).rgb);
   file = whole;
   file[file.size() - 16] ^= 1U;  // of the pixels
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);

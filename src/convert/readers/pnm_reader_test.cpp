@@ -7,7 +7,7 @@ namespace keldo::convert {
 namespace {
 
 using testing::Data;
-using testing::ReadPicture;
+using testing::ReadWholeImage;
 using testing::RefusalOf;
 using Kind = ImageError::Kind;
 
@@ -20,7 +20,7 @@ Data PnmFile(const std::string& header, std::size_t bytes) {
 }
 
 void ExpectLikeImageMagick(const Data& file, int difference) {
-  EXPECT_LE(testing::LargestDifference(ReadPicture(file).rgb, testing::ImageMagickPixels(file)),
+  EXPECT_LE(testing::LargestDifference(ReadWholeImage(file).rgb, testing::ImageMagickPixels(file)),
             difference);
 }
 
@@ -36,10 +36,10 @@ TEST(PnmReaderTest, ScalesOtherRangesAndCutsWhatLiesAboveThem) {
   ExpectLikeImageMagick(PnmFile("P6\n7 5\n4095\n", 210), 1);
   Data file = PnmFile("P5 3 1 100\n", 0);
   file.insert(file.end(), {0, 50, 200});
-  EXPECT_EQ(ReadPicture(file).rgb, (Data{0, 0, 0, 128, 128, 128, 255, 255, 255}));
+  EXPECT_EQ(ReadWholeImage(file).rgb, (Data{0, 0, 0, 128, 128, 128, 255, 255, 255}));
   file = PnmFile("P5 3 1 1000\n", 0);
   file.insert(file.end(), {0, 0, 0x01, 0xF4, 0xFF, 0xFF});
-  EXPECT_EQ(ReadPicture(file).rgb, (Data{0, 0, 0, 128, 128, 128, 255, 255, 255}));
+  EXPECT_EQ(ReadWholeImage(file).rgb, (Data{0, 0, 0, 128, 128, 128, 255, 255, 255}));
 }
 
 TEST(PnmReaderTest, CommentsAndBlanksStandAnywhereInTheHeader) {
@@ -49,24 +49,24 @@ TEST(PnmReaderTest, CommentsAndBlanksStandAnywhereInTheHeader) {
 TEST(PnmReaderTest, OneBlankEndsTheHeaderEvenWhenPixelsLookLikeMore) {
   Data file = PnmFile("P5 2 1 255 ", 0);
   file.insert(file.end(), {' ', '#'});
-  EXPECT_EQ(ReadPicture(file).rgb, (Data{32, 32, 32, 35, 35, 35}));
+  EXPECT_EQ(ReadWholeImage(file).rgb, (Data{32, 32, 32, 35, 35, 35}));
 }
 
 TEST(PnmReaderTest, TheFirstOfSeveralImagesCounts) {
   Data file = PnmFile("P5 2 1 255\n", 2);
-  const Data first = ReadPicture(file).rgb;
+  const Data first = ReadWholeImage(file).rgb;
   testing::Append(file, "P5 1 1 255\nx");
-  EXPECT_EQ(ReadPicture(file).rgb, first);
+  EXPECT_EQ(ReadWholeImage(file).rgb, first);
 }
 
 TEST(PnmReaderTest, SaysWhatTheImageIs) {
-  const ImageInfo gray = ReadPicture(PnmFile("P5 7 5 255\n", 35)).info;
+  const ImageInfo gray = ReadWholeImage(PnmFile("P5 7 5 255\n", 35)).info;
   EXPECT_EQ(gray.layout, PixelLayout::kGray);
   EXPECT_FALSE(gray.has_alpha_or_palette);
   EXPECT_EQ(gray.width, 7);
   EXPECT_EQ(gray.height, 5);
   EXPECT_EQ(gray.density, Density{});
-  EXPECT_EQ(ReadPicture(PnmFile("P6 7 5 255\n", 105)).info.layout, PixelLayout::kRgb);
+  EXPECT_EQ(ReadWholeImage(PnmFile("P6 7 5 255\n", 105)).info.layout, PixelLayout::kRgb);
 }
 
 TEST(PnmReaderTest, RefusesDamagedFiles) {

@@ -9,7 +9,7 @@ namespace keldo::convert {
 namespace {
 
 using testing::Data;
-using testing::ReadPicture;
+using testing::ReadWholeImage;
 using testing::RefusalOf;
 using testing::TiffFacts;
 using testing::TiffFile;
@@ -26,7 +26,7 @@ constexpr int kYcbcr = 6;
 
 void ExpectLikeImageMagick(const TiffFacts& facts, int difference = 0) {
   const Data file = TiffFile(facts);
-  EXPECT_LE(testing::LargestDifference(ReadPicture(file).rgb, testing::ImageMagickPixels(file)),
+  EXPECT_LE(testing::LargestDifference(ReadWholeImage(file).rgb, testing::ImageMagickPixels(file)),
             difference)
       << "photometric " << facts.photometric << " samples " << facts.samples << " bits "
       << facts.bits << " compression " << facts.compression << " tile " << facts.tile;
@@ -71,7 +71,7 @@ TEST(TiffReaderTest, PremultipliedColoursAreNotMultipliedAgain) {
 
 TEST(TiffReaderTest, SaysWhatTheImageIs) {
   const ImageInfo colour =
-      ReadPicture(TiffFile({.orientation = 6, .density = 150.7F, .icc = {1, 2, 3}})).info;
+      ReadWholeImage(TiffFile({.orientation = 6, .density = 150.7F, .icc = {1, 2, 3}})).info;
   EXPECT_EQ(colour.layout, PixelLayout::kRgb);
   EXPECT_EQ(colour.width, 40);
   EXPECT_EQ(colour.height, 30);
@@ -79,24 +79,25 @@ TEST(TiffReaderTest, SaysWhatTheImageIs) {
   EXPECT_EQ(colour.density, (Density{.unit = 1, .x = 150, .y = 150}));
   EXPECT_EQ(colour.icc, (std::vector<std::uint8_t>{1, 2, 3}));
   EXPECT_FALSE(colour.has_alpha_or_palette);
-  const ImageInfo gray = ReadPicture(TiffFile({.samples = 1, .photometric = kBlackIsZero})).info;
+  const ImageInfo gray = ReadWholeImage(TiffFile({.samples = 1, .photometric = kBlackIsZero})).info;
   EXPECT_EQ(gray.layout, PixelLayout::kGray);
   EXPECT_FALSE(gray.has_alpha_or_palette);
   EXPECT_EQ(gray.density, Density{});
   EXPECT_TRUE(
-      ReadPicture(TiffFile({.samples = 1, .photometric = kPalette})).info.has_alpha_or_palette);
-  EXPECT_TRUE(ReadPicture(TiffFile({.samples = 4, .extra_sample = 2})).info.has_alpha_or_palette);
+      ReadWholeImage(TiffFile({.samples = 1, .photometric = kPalette})).info.has_alpha_or_palette);
+  EXPECT_TRUE(
+      ReadWholeImage(TiffFile({.samples = 4, .extra_sample = 2})).info.has_alpha_or_palette);
 }
 
 TEST(TiffReaderTest, DensityKeepsItsUnit) {
-  EXPECT_EQ(ReadPicture(TiffFile({.density = 118, .density_unit = 3})).info.density,
+  EXPECT_EQ(ReadWholeImage(TiffFile({.density = 118, .density_unit = 3})).info.density,
             (Density{.unit = 2, .x = 118, .y = 118}));
-  EXPECT_EQ(ReadPicture(TiffFile({.density = 118, .density_unit = 1})).info.density,
+  EXPECT_EQ(ReadWholeImage(TiffFile({.density = 118, .density_unit = 1})).info.density,
             (Density{.unit = 0, .x = 118, .y = 118}));
 }
 
 TEST(TiffReaderTest, TheFirstPageCounts) {
-  EXPECT_EQ(ReadPicture(TiffFile({.pages = 3})).rgb, ReadPicture(TiffFile({})).rgb);
+  EXPECT_EQ(ReadWholeImage(TiffFile({.pages = 3})).rgb, ReadWholeImage(TiffFile({})).rgb);
 }
 
 TEST(TiffReaderTest, LeavesOtherPagesToOthers) {
@@ -116,7 +117,7 @@ TEST(TiffReaderTest, LimitsAreChecked) {
   EXPECT_EQ(RefusalOf(TiffFile({.tile = 64}), {.side = 63}), Kind::kLimit) << "a tile";
 }
 
-TEST(TiffReaderTest, ACutOffFileGivesNoPicture) {
+TEST(TiffReaderTest, ACutOffFileGivesNoImage) {
   Data file = TiffFile({});
   file.resize(file.size() - 60);  // in the directory, which is behind the pixels
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);

@@ -7,7 +7,7 @@ namespace keldo::convert {
 namespace {
 
 using testing::Data;
-using testing::ReadPicture;
+using testing::ReadWholeImage;
 using testing::RefusalOf;
 using testing::WebpFacts;
 using testing::WebpFile;
@@ -23,7 +23,8 @@ Data Marked(const Data& exif) {
 
 void ExpectLikeImageMagick(const WebpFacts& facts) {
   const Data file = WebpFile(facts);
-  EXPECT_EQ(testing::LargestDifference(ReadPicture(file).rgb, testing::ImageMagickPixels(file)), 0);
+  EXPECT_EQ(testing::LargestDifference(ReadWholeImage(file).rgb, testing::ImageMagickPixels(file)),
+            0);
 }
 
 TEST(WebpReaderTest, ReadsLossyAndLosslessImages) {
@@ -35,7 +36,7 @@ TEST(WebpReaderTest, ReadsLossyAndLosslessImages) {
 }
 
 TEST(WebpReaderTest, SaysWhatTheImageIs) {
-  const ImageInfo opaque = ReadPicture(WebpFile({})).info;
+  const ImageInfo opaque = ReadWholeImage(WebpFile({})).info;
   EXPECT_EQ(opaque.width, 40);
   EXPECT_EQ(opaque.height, 30);
   EXPECT_EQ(opaque.layout, PixelLayout::kRgb);
@@ -43,12 +44,12 @@ TEST(WebpReaderTest, SaysWhatTheImageIs) {
   EXPECT_EQ(opaque.orientation, 1);
   EXPECT_EQ(opaque.density, Density{});
   EXPECT_TRUE(opaque.icc.empty());
-  EXPECT_TRUE(ReadPicture(WebpFile({.alpha = true})).info.has_alpha_or_palette);
+  EXPECT_TRUE(ReadWholeImage(WebpFile({.alpha = true})).info.has_alpha_or_palette);
 }
 
 TEST(WebpReaderTest, FindsProfileAndOrientation) {
   const Data exif = testing::ExifBlock({.orientation = 6, .numerator = 240, .denominator = 7});
-  const ImageInfo info = ReadPicture(WebpFile({.icc = {7, 8, 9}, .exif = Marked(exif)})).info;
+  const ImageInfo info = ReadWholeImage(WebpFile({.icc = {7, 8, 9}, .exif = Marked(exif)})).info;
   EXPECT_EQ(info.icc, (std::vector<std::uint8_t>{7, 8, 9}));
   EXPECT_EQ(info.orientation, 6);
   EXPECT_EQ(info.density, (Density{.unit = 1, .x = 34, .y = 34}));
@@ -56,14 +57,14 @@ TEST(WebpReaderTest, FindsProfileAndOrientation) {
 
 TEST(WebpReaderTest, OrientationCountsOnlyBehindTheMark) {
   const Data exif = testing::ExifBlock({.orientation = 6});
-  EXPECT_EQ(ReadPicture(WebpFile({.exif = exif})).info.orientation, 1);
-  EXPECT_EQ(ReadPicture(WebpFile({.exif = {'E', 'x', 'i', 'f', 0, 0}})).info.orientation, 1);
+  EXPECT_EQ(ReadWholeImage(WebpFile({.exif = exif})).info.orientation, 1);
+  EXPECT_EQ(ReadWholeImage(WebpFile({.exif = {'E', 'x', 'i', 'f', 0, 0}})).info.orientation, 1);
 }
 
 TEST(WebpReaderTest, ChunksThatTheFlagsDoNotAnnounceAreNotThere) {
   Data file = WebpFile({.icc = {7, 8, 9}, .exif = Marked(testing::ExifBlock({.orientation = 6}))});
   file[20] = 0;
-  const ImageInfo info = ReadPicture(file).info;
+  const ImageInfo info = ReadWholeImage(file).info;
   EXPECT_TRUE(info.icc.empty());
   EXPECT_EQ(info.orientation, 1);
 }
@@ -83,7 +84,7 @@ TEST(WebpReaderTest, LimitsCountWhatDecodingHolds) {
   EXPECT_EQ(RefusalOf(transparent, {.memory_bytes = kPixels * 9}), std::nullopt);
 }
 
-TEST(WebpReaderTest, ACutOffFileGivesNoPicture) {
+TEST(WebpReaderTest, ACutOffFileGivesNoImage) {
   Data file = WebpFile({.lossless = false});
   file.resize(file.size() * 9 / 10);
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);
