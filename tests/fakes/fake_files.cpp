@@ -1,20 +1,28 @@
-// Files, metadata directories and file system types of the fake platform.
+// Files of the fake platform: metadata directories, file system types, and the small text files:
+// key/value pairs, lines, queues and a plain subset of INI.
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
 
 #include "fakes/fake_platform.h"
+#include "platform/conf_parser.h"
 #include "platform/ea_dir.h"
 #include "platform/file.h"
 #include "platform/index_ipc.h"
 #include "platform/system.h"
 #include "util/handles.h"
 #include "util/path.h"
+#include "util/text.h"
 
+using keldo::Trim;
 using keldo::testing::fake;
 
 namespace {
@@ -33,6 +41,23 @@ typename Map::mapped_type AnswerOr(const Map& answers, const Key& key,
                                    typename Map::mapped_type fallback) {
   const auto found = answers.find(key);
   return found == answers.end() ? fallback : found->second;
+}
+
+// Copies `text` as the platform does: always terminated, cut when longer.
+int CopyOut(const std::string& text, char* buffer, std::size_t size) {
+  const std::size_t length = std::min(text.size(), size - 1);
+  std::memcpy(buffer, text.data(), length);
+  buffer[length] = '\0';
+  return static_cast<int>(length);
+}
+
+bool IsReadable(const char* path) {
+  return std::ifstream(fake().Real(path), std::ios::binary).is_open();
+}
+
+bool HasKey(const std::string& line, const std::string& key) {
+  return line.size() > key.size() && line.compare(0, key.size(), key) == 0 &&
+         line[key.size()] == '=';
 }
 
 }  // namespace
@@ -122,6 +147,16 @@ bool IsEAFileExist(const std::string& directory, const std::vector<std::string>&
 
 namespace keldoindexutils::filesystem {
 
+bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
+  if (fake().Enter("WriteIndexQueue", text, queue_path)) return false;
+  if (text.find('\n') != std::string::npos) return false;
+  std::vector<std::string> lines = fake().ReadLines(queue_path);
+  if (std::find(lines.begin(), lines.end(), text) != lines.end()) return true;
+  lines.push_back(text);
+  fake().WriteLines(queue_path, lines);
+  return true;
+}
+
 std::vector<std::string> GlobFiles(const std::string& directory, const std::string& pattern) {
   std::vector<std::string> paths;
   if (fake().Enter("GlobFiles", directory, pattern)) return paths;
@@ -168,3 +203,97 @@ const char* KLIBCErrorGetFile() {
 int KLIBCErrorGetLine() {
   return fake().kept_error.line;
 }
+
+int KLIBCFileGetKeyValue(const char* path, const char* key, char* value, std::size_t size,
+                         int flags) {
+  if (fake().Enter("KLIBCFileGetKeyValue", path, key, size, flags) || !IsReadable(path)) return -1;
+  for (const std::string& line : fake().ReadLines(path)) {
+    if (!HasKey(line, key)) continue;
+    std::string found = line.substr(std::strlen(key) + 1);
+    if (found.size() >= 2 && found.front() == '"' && found.back() == '"') {
+      found = found.substr(1, found.size() - 2);
+    }
+    return CopyOut(found, value, size);
+  }
+  return 0;
+}
+
+int KLIBCFileSetKeyValue(const char* path, const char* key, const char* value, int flags) {
+  if (fake().Enter("KLIBCFileSetKeyValue", path, key, value, flags)) return -1;
+  std::vector<std::string> lines = fake().ReadLines(path);
+  const std::string wanted = std::string(key) + "=" + value;
+  const auto line = std::find_if(lines.begin(), lines.end(),
+                                 [&](const std::string& text) { return HasKey(text, key); });
+  if (line == lines.end()) {
+    lines.push_back(wanted);
+  } else {
+    *line = wanted;
+  }
+  fake().WriteLines(path, lines);
+  return 0;
+}
+
+int KLIBCFileGetLine(const char* path, const char* key, char* line, std::size_t size, int flags) {
+  if (fake().Enter("KLIBCFileGetLine", path, key, size, flags) || !IsReadable(path)) return -1;
+  for (const std::string& text : fake().ReadLines(path)) {
+    const bool longer_too = fake().get_line_finds_longer_lines;
+    if (text == key || (longer_too && text.starts_with(key))) return CopyOut(text, line, size);
+  }
+  return 0;
+}
+
+namespace KELDOUtils {
+
+struct ConfParser::Content {
+  std::vector<std::string> section_names;
+  std::map<std::string, std::map<std::string, std::string>> sections;
+};
+
+ConfParser::ConfParser() : content_(std::make_unique<Content>()) {}
+ConfParser::~ConfParser() = default;
+ConfParser::ConfParser(ConfParser&& other) noexcept = default;
+ConfParser& ConfParser::operator=(ConfParser&& other) noexcept = default;
+
+int ConfParser::loadFromFile(const char* path) {
+  if (fake().Enter("ConfParser::loadFromFile", path)) return 0;
+  if (!std::filesystem::is_regular_file(fake().Real(path))) return 0;
+  auto& [names, sections] = *content_;
+  std::string section;
+  for (const std::string& raw : fake().ReadLines(path)) {
+    const std::string line(Trim(raw));
+    const std::size_t equals = line.find('=');
+    if (line.empty() || line.front() == ';' || line.front() == '#') continue;
+    if (line.front() == '[' && line.back() == ']') {
+      section = line.substr(1, line.size() - 2);
+      if (std::ranges::find(names, section) == names.end()) names.push_back(section);
+    } else if (equals != std::string::npos && !names.empty()) {
+      sections[section][std::string(Trim(line.substr(0, equals)))] = Trim(line.substr(equals + 1));
+    } else {
+      return 0;
+    }
+  }
+  return 1;
+}
+
+std::vector<std::string> ConfParser::enumSections() const {
+  return content_->section_names;
+}
+
+int ConfParser::getInt(const std::string& section, const std::string& key, int fallback) const {
+  const std::string text = getString(section, key, "");
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(text.c_str(), &end, 10);
+  const bool is_number = !text.empty() && *end == '\0' && errno == 0;
+  return is_number ? static_cast<int>(value) : fallback;
+}
+
+std::string ConfParser::getString(const std::string& section, const std::string& key,
+                                  const std::string& fallback) const {
+  const auto keys = content_->sections.find(section);
+  if (keys == content_->sections.end()) return fallback;
+  const auto value = keys->second.find(key);
+  return value == keys->second.end() ? fallback : value->second;
+}
+
+}  // namespace KELDOUtils

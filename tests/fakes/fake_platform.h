@@ -87,9 +87,8 @@ class FakePlatform {
 
   // ---- What fails ----
   //
-  // Platform operations; the system calls access, chmod, fopen, glob, mkdir, open, opendir, rename
-  // and unlink of the program under test, which are recorded on fixed paths only; and "ifstream", a
-  // file stream opened on a fixed path.
+  // Platform operations, and the system calls access, chmod, fopen, glob, mkdir, open, opendir,
+  // rename and unlink of the program under test, which are recorded on fixed paths only.
 
   /// Makes the n-th call from now of an operation fail once (1: the next one), with this errno. It
   /// then does nothing and returns its failure value.

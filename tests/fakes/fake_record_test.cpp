@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -96,22 +95,6 @@ TEST_F(FakeRecordTest, SystemCallsOnFixedPathsReachTheSandbox) {
   fake().FailCall("unlink", 1, EPERM);
   EXPECT_EQ(unlink(paths::kThumbQueue), -1);
   EXPECT_EQ(errno, EPERM);
-}
-
-TEST_F(FakeRecordTest, StreamsOnFixedPathsReachTheSandbox) {
-  const std::string path = paths::kThumbQueue;
-  EXPECT_FALSE(std::ifstream(path));
-  fake().WriteLines(path, {"/v/a"});
-  std::ifstream by_text(path);
-  std::ifstream by_pointer(path.c_str());
-  for (std::ifstream* file : {&by_text, &by_pointer}) {
-    std::string line;
-    EXPECT_TRUE(std::getline(*file, line));
-    EXPECT_EQ(line, "/v/a");
-  }
-  fake().FailCall("ifstream");
-  EXPECT_FALSE(std::ifstream(path));
-  EXPECT_EQ(fake().CallsOf({"ifstream"}).size(), 4u);
 }
 
 TEST_F(FakeRecordTest, GlobGivesFixedPathsBackAsTheProgramKnowsThem) {
