@@ -45,9 +45,9 @@ static int Save(VipsImage *image, const char *prefix, const struct Kind *kind) {
 static VipsImage *MakeFirst(const char *photo) {
   VipsImage *header = vips_image_new_from_file(photo, "access", VIPS_ACCESS_SEQUENTIAL, NULL);
   if (header == NULL) return NULL;
-  const gboolean turned = vips_image_get_orientation(header) >= 5;
-  const int width = turned ? header->Ysize : header->Xsize;
-  const int height = turned ? header->Xsize : header->Ysize;
+  const gboolean rotated = vips_image_get_orientation(header) >= 5;
+  const int width = rotated ? header->Ysize : header->Xsize;
+  const int height = rotated ? header->Xsize : header->Ysize;
   g_object_unref(header);
 
   int box_width;

@@ -11,7 +11,7 @@ double Sinc(double x) {
   return x == 0 ? 1 : std::sin(std::numbers::pi * x) / (std::numbers::pi * x);
 }
 
-// Both filters are even, and nothing outside their support.
+// Both filters are even, and zero outside their support.
 double Curve(Filter filter, double x) {
   x = std::abs(x);
   if (filter == Filter::kLanczos) return x < 3 ? Sinc(x) * Sinc(x / 3) : 0;
@@ -42,7 +42,7 @@ std::vector<ExactTap> ExactTaps(int source, int target, const Reduction& reducti
   for (int i = 0; i < picked; ++i) {
     const double weight = Curve(reduction.filter, (i + 0.5 - centre) / scale);
     if (weight == 0) continue;
-    // Of two samples in the middle of which the picked one lies, the first.
+    // If the picked position is halfway between two samples, the first one counts.
     const double place = (i + 0.5) * source / picked;
     const int sample =
         reduction.presampled ? std::max(0, static_cast<int>(std::ceil(place - 1e-9)) - 1) : i;

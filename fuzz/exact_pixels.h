@@ -1,4 +1,4 @@
-// Slow, exact pixel work in double precision, to hold the fast kernels against.
+// Slow, exact pixel work in double precision, as the reference for the fast kernels.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace keldo::convert {
 
-/// A rectangle of samples from 0 to 255, rows of `width` pixels of `channels` samples.
+/// A rectangle of samples from 0 to 255: rows of `width` pixels with `channels` samples each.
 struct ExactImage {
   Size size;
   int channels = 1;
@@ -28,18 +28,18 @@ struct ExactTap {
   double weight;
 };
 
-/// What sample `index` is made of when `source` samples become `target`: from the definition.
+/// The taps of sample `index` when `source` samples become `target`, computed from the definition.
 [[nodiscard]] std::vector<ExactTap> ExactTaps(int source, int target, const Reduction& reduction,
                                               int index);
 
-/// Columns first, clamped to the range of samples after each pass.
+/// Reduces columns first, and clamps to the range of samples after each pass.
 [[nodiscard]] ExactImage ExactlyReduced(const ExactImage& image, const Reduction& reduction);
 
-/// Weights of a Gaussian of `sigma` pixels over `aside` pixels on each side of the centre, each
-/// pixel the mean of three samples.
+/// The weights of a Gaussian of `sigma` pixels over `aside` pixels on each side of the centre. Each
+/// pixel is the mean of three samples.
 [[nodiscard]] std::vector<double> ExactBlurWeights(int aside, double sigma);
 
-/// The image blurred, its edges repeated.
+/// The blurred image; its edges are repeated.
 [[nodiscard]] ExactImage ExactlyBlurred(const ExactImage& image,
                                         const std::vector<double>& weights);
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Writes fuzz/corpus: for every fuzzer a few small inputs to start from.
+"""Writes fuzz/corpus: a few small inputs for every fuzzer to start from.
 
-All pictures are drawn here and written by the ordinary tools (convert, cjpeg, heif-enc). To be run
-again only when a fuzzer wants other inputs; the result is committed.
+All images are drawn here and written by the usual tools (convert, cjpeg, heif-enc). The result is
+committed; run this again only when a fuzzer needs other inputs.
 """
 
 import pathlib
@@ -13,7 +13,7 @@ import tempfile
 CORPUS = pathlib.Path(__file__).resolve().parent / "corpus"
 WIDTH, HEIGHT = 24, 17
 
-# Name of the file: the tool, which reads IN and writes OUT.
+# File name: the command, which reads IN and writes OUT.
 ALPHA = "( +clone -colorspace gray -auto-level ) -compose CopyOpacity -composite"
 IMAGES = {
     "jpeg/420": "cjpeg -quality 60 -sample 2x2 -outfile OUT IN",
@@ -43,7 +43,7 @@ IMAGES = {
     "tiff/palette": "convert IN -colors 16 -type Palette tiff:OUT",
     "tiff/tiled": "convert IN -define tiff:tile-geometry=16x16 tiff:OUT",
     "tiff/fax": "convert IN -monochrome -compress Group4 tiff:OUT",
-    "tiff/turned": "convert IN -orient RightTop tiff:OUT",
+    "tiff/rotated": "convert IN -orient RightTop tiff:OUT",
     "webp/lossy": "convert IN -quality 60 webp:OUT",
     "webp/lossless": "convert IN -define webp:lossless=true webp:OUT",
     "webp/alpha": f"convert IN {ALPHA} -quality 60 webp:OUT",
@@ -71,7 +71,7 @@ COMMANDS = {
 }
 
 
-def picture():
+def draw_image():
     """A soft gradient with a red disc and a white bar."""
     pixels = bytearray()
     for y in range(HEIGHT):
@@ -87,7 +87,7 @@ def picture():
 
 def write_images(scratch):
     plain = scratch / "plain.ppm"
-    plain.write_bytes(picture())
+    plain.write_bytes(draw_image())
     png = scratch / "plain.png"
     subprocess.run(["convert", plain, png], check=True)
     for name, command in IMAGES.items():

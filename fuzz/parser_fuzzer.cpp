@@ -1,4 +1,4 @@
-// The argument parser, on any arguments: one a line.
+// Fuzzes the argument parser with any arguments, one per line.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// The reader of one format (KELDO_FUZZ_FORMAT), and what is made of its rows: two thumbnails.
+// Fuzzes the reader of one format (KELDO_FUZZ_FORMAT) and makes two thumbnails from its rows.
 #include <sys/mman.h>
 
 #include <array>
@@ -32,7 +32,8 @@ void LoadCodecOnce() {
   std::abort();
 }
 
-// What varies besides the file follows from its size, so that the corpus holds plain files.
+// All other parameters are derived from the size of the file, so that the corpus contains plain
+// files.
 std::vector<Step> StepsFor(std::size_t size) {
   std::vector<Step> steps(2);
   const int side = 1 + static_cast<int>(size % 90);
@@ -53,7 +54,7 @@ void Convert(Bytes file, const std::array<int, 2>& outputs) {
     const auto image = OpenImage(kFormat, file, options);
     MakeThumbnails(steps, *image, {}, outputs);
   } catch (const ImageError&) {
-    return;  // As most inputs deserve.
+    return;  // The right result for most inputs.
   }
 }
 
@@ -66,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                           keldo::convert::MemoryFile()};
   keldo::convert::LoadCodecOnce();
   const keldo::convert::Bytes file(data, size);
-  // The reader only sees files that look like its format.
+  // A reader only gets files of its format.
   if (keldo::media::DetectFormat(file) == kFormat) keldo::convert::Convert(file, outputs);
   return 0;
 }

@@ -1,4 +1,5 @@
-// Resizing, against the exact reference: sizes, filter, kernels and pixels come from the input.
+// Compares resizing with the exact reference. Sizes, filter, kernels and pixels come from the
+// input.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cmath>
@@ -27,7 +28,7 @@ Reduction AnyReduction(FuzzedDataProvider& input) {
   return reduction;
 }
 
-// The input's bytes again and again: the worst sums come from regular pictures.
+// Repeats the bytes of the input, because regular patterns give the worst sums.
 ExactImage AnyImage(FuzzedDataProvider& input, const Size& size, int channels) {
   ExactImage image{size, channels, {}};
   const std::vector<std::uint8_t> bytes = input.ConsumeRemainingBytes<std::uint8_t>();
@@ -47,7 +48,7 @@ std::vector<double> Reduced(const ExactImage& image, const Reduction& reduction,
   });
   const auto row_of_source = static_cast<std::size_t>(image.size.width * image.channels);
   for (std::size_t at = 0; at < image.samples.size(); at += row_of_source) {
-    // A row of its own, so that reading beyond its end is noticed.
+    // A separate allocation for each row, so that reading beyond its end is noticed.
     std::vector<std::uint8_t> row;
     for (std::size_t i = 0; i < row_of_source; ++i)
       row.push_back(static_cast<std::uint8_t>(image.samples[at + i]));
@@ -57,8 +58,8 @@ std::vector<double> Reduced(const ExactImage& image, const Reduction& reduction,
 }
 
 // Each tap may be off by half a step of a 16-bit sample for its product, and by a step of its
-// weight times the sample. What the first pass got wrong, the second may enlarge by the sum of its
-// absolute weights, which is below 2.
+// weight times the sample. The second pass may multiply the error of the first one by the sum of
+// its absolute weights, which is below 2.
 double Tolerance(const Reduction& reduction) {
   const auto taps = [&](int source, int target) {
     const FilterWeights weights(source, target, reduction.filter, reduction.presampled);

@@ -1,4 +1,4 @@
-// Unsharp masking, against the exact reference: size, settings and pixels come from the input.
+// Compares unsharp masking with the exact reference. Size, settings and pixels come from the input.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 constexpr double kSteps = 1 << kFractionBits;  // of a 16-bit sample, for one of an 8-bit one
 
 Sharpening AnySharpening(FuzzedDataProvider& input) {
-  // Hundredths, as people write them.
+  // In hundredths, as people write them.
   const auto any = [&](int most) { return input.ConsumeIntegralInRange(0, most) / 100.0; };
   Sharpening sharpening;
   sharpening.radius = any(500);
@@ -26,7 +26,7 @@ Sharpening AnySharpening(FuzzedDataProvider& input) {
   return sharpening;
 }
 
-// 16-bit samples, of which the exact image holds the same values.
+// An image of values that 16-bit samples represent exactly.
 ExactImage AnyImage(FuzzedDataProvider& input, const Size& size, int channels) {
   ExactImage image{size, channels, {}};
   const std::vector<std::uint8_t> bytes = input.ConsumeRemainingBytes<std::uint8_t>();

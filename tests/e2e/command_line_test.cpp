@@ -144,7 +144,7 @@ TEST(CommandLineTest, MissingTargetsAndProfilesAreSkippedSilently) {
 TEST(CommandLineTest, BrokenProfileIsLoggedForEveryTarget) {
   Sandbox box;
   box.AddPhoto("a.jpg");
-  box.UseProfile("[thumb_s\nthis is no profile\n");
+  box.UseProfile("[thumb_s\nnot a profile\n");
   const RunResult run = box.RunOn({kPhotoDir, kPhotoDir});
   EXPECT_EQ(run.exit_status, 0);
   EXPECT_EQ(run.standard_error, "Failed to parse /conf/profileFailed to parse /conf/profile");

@@ -115,9 +115,9 @@ TEST_F(IndexTest, MissingIndexIsNotCreated) {
 }
 
 TEST_F(IndexTest, BrokenIndexIsLikeAMissingOne) {
-  box.Write(kDatabase, "this is no database");
+  box.Write(kDatabase, "not a database");
   EXPECT_EQ(MadeInTwoRuns(), ThumbNames("XL B M L SM S"));
-  EXPECT_EQ(box.Read(kDatabase), "this is no database");
+  EXPECT_EQ(box.Read(kDatabase), "not a database");
 }
 
 TEST_F(IndexTest, ReadOnlyIndexStillChoosesTheKinds) {

@@ -22,8 +22,8 @@ std::vector<std::string> Trial(const std::string& rotate) {
                rotate + " -colorspace sRGB " + kMetadata + "/KELDOPHOTO.tmp.XXXXXX.jpg");
 }
 
-std::vector<std::string> Compare(const std::string& turn) {
-  return Words("/usr/bin/compare -metric MAE " + kMetadata + "/Temp_" + turn + ".jpg " +
+std::vector<std::string> Compare(const std::string& rotation) {
+  return Words("/usr/bin/compare -metric MAE " + kMetadata + "/Temp_" + rotation + ".jpg " +
                kReference + " null:");
 }
 
@@ -45,10 +45,10 @@ class OrientationTest : public ::testing::Test {
   }
 
   // Makes compare print these two lines for two rotations.
-  void UseDistances(const std::string& turn1, const std::string& line1, const std::string& turn2,
-                    const std::string& line2) {
+  void UseDistances(const std::string& rotation1, const std::string& line1,
+                    const std::string& rotation2, const std::string& line2) {
     const std::string trial = "when " + kMetadata + "/Temp_";
-    box.Script("compare", trial + turn1 + ".jpg\nstderr " + line1 + "\n" + trial + turn2 +
+    box.Script("compare", trial + rotation1 + ".jpg\nstderr " + line1 + "\n" + trial + rotation2 +
                               ".jpg\nstderr " + line2 + "\nalways\nexit 1\n");
   }
 
@@ -63,10 +63,10 @@ class OrientationTest : public ::testing::Test {
     return "no phase 0";
   }
 
-  std::string RotationFor(const std::string& turn1, const std::string& line1,
-                          const std::string& turn2, const std::string& line2) {
-    UseThumbnails(turn1 == "90" ? 30 : 40, turn1 == "90" ? 40 : 30);
-    UseDistances(turn1, line1, turn2, line2);
+  std::string RotationFor(const std::string& rotation1, const std::string& line1,
+                          const std::string& rotation2, const std::string& line2) {
+    UseThumbnails(rotation1 == "90" ? 30 : 40, rotation1 == "90" ? 40 : 30);
+    UseDistances(rotation1, line1, rotation2, line2);
     const RunResult run = box.RunOn();
     EXPECT_EQ(Calls(run, "compare").size(), 2U);
     EXPECT_EQ(box.List(kMetadata), ThumbNames("XL B M L SM S")) << "no trial is left";

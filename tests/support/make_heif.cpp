@@ -1,6 +1,6 @@
 // Writes a HEIC or AVIF file for the tests: make_heif FILE hevc|av1 WIDTH HEIGHT ORIENTATION
 //
-// A program of its own, since the tests look at when their process loads libheif.
+// This is a separate program because the tests check when their own process loads libheif.
 #include <libheif/heif_cxx.h>
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// What the tests of all readers share.
+// Helpers for the tests of all readers.
 #pragma once
 
 #include <optional>
@@ -11,31 +11,31 @@ namespace keldo::convert::testing {
 
 using Data = std::vector<std::uint8_t>;
 
-/// An image, read to its last row.
+/// An image that was read to its last row.
 struct Image {
   ImageInfo info;
-  Data rgb;  ///< three bytes a pixel, whatever the layout of the rows
+  Data rgb;  ///< Three bytes per pixel, for any layout of the rows.
 };
 
 /// Reads a file of any format, by content. Throws ImageError.
 [[nodiscard]] Image ReadWholeImage(const Data& file, const Limits& limits = {});
 
-/// Why a file cannot be read; nothing when it can.
+/// Why a file cannot be read; nothing if it can.
 [[nodiscard]] std::optional<ImageError::Kind> RefusalOf(const Data& file,
                                                         const Limits& limits = {});
 
-/// The pixels that ImageMagick makes of a file, transparent ones over the background: three bytes a
-/// pixel. Its canvas offset is dropped, as making a thumbnail does. Empty when it reads nothing.
+/// The pixels that ImageMagick reads from a file, with transparent ones on the background: three
+/// bytes per pixel. Its canvas offset is dropped, as for a thumbnail. Empty if it reads nothing.
 [[nodiscard]] Data ImageMagickPixels(const Data& file);
 
-/// The largest difference between two lists of samples; 1000 when their lengths differ.
+/// The largest difference between two lists of samples; 1000 if their lengths differ.
 [[nodiscard]] int LargestDifference(const Data& a, const Data& b);
 
-/// Pixels in which neighbours, rows and channels differ: `channels` bytes a pixel.
+/// Pixels in which neighbours, rows and channels differ: `channels` bytes per pixel.
 [[nodiscard]] Data SamplePixels(int width, int height, int channels);
 
 /// An EXIF block with an orientation and, unless `denominator` is 0, a density of
-/// numerator / denominator in both directions, with EXIF's number of its unit.
+/// numerator / denominator in both directions, in EXIF's number for the unit.
 struct ExifFacts {
   std::uint16_t orientation = 1;
   std::uint32_t numerator = 0;
