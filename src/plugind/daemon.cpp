@@ -14,7 +14,7 @@
 #include "plugind/listen_socket.h"
 #include "plugind/request.h"
 #include "plugind/server.h"
-#include "process/stop_signals.h"
+#include "process/startup.h"
 #include "thumbs/paths.h"
 
 namespace keldo::plugind {

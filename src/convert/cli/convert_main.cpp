@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "convert/cli/argument_parser.h"
+#include "convert/cli/files.h"
 #include "convert/cli/input_file.h"
-#include "convert/cli/output_files.h"
 #include "convert/cli/version.h"
 #include "convert/pixels/image.h"
 #include "convert/pixels/plan.h"

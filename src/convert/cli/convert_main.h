@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "convert/cli/hand_over.h"
-#include "convert/sandbox/supervisor.h"
+#include "convert/cli/imagemagick.h"
+#include "convert/sandbox/worker.h"
 
 namespace keldo::convert {
 

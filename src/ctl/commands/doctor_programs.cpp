@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "ctl/commands/doctor.h"
-#include "ctl/commands/program_output.h"
+#include "process/output.h"
 #include "util/text.h"
 
 namespace keldo::ctl {

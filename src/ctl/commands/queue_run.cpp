@@ -17,7 +17,7 @@
 #include "ctl/commands/queue_commands.h"
 #include "ctl/commands/work_queue_file.h"
 #include "ctl/make/make_report.h"
-#include "process/stop_signals.h"
+#include "process/startup.h"
 #include "thumbs/tree_walk.h"
 #include "thumbs/work_queue.h"
 #include "util/path.h"

@@ -15,7 +15,7 @@
 #include "ctl/commands/command.h"
 #include "ctl/watch/directory_tree.h"
 #include "ctl/watch/watch_loop.h"
-#include "process/stop_signals.h"
+#include "process/startup.h"
 #include "thumbs/index.h"
 #include "thumbs/paths.h"
 

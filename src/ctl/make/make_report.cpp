@@ -17,7 +17,7 @@
 
 #include "ctl/commands/work_queue_file.h"
 #include "ctl/library/diagnosis.h"
-#include "process/stop_signals.h"
+#include "process/startup.h"
 #include "thumbs/paths.h"
 
 namespace keldo::ctl {

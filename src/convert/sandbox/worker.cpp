@@ -1,4 +1,4 @@
-#include "convert/sandbox/supervisor.h"
+#include "convert/sandbox/worker.h"
 
 #include <sys/prctl.h>
 #include <sys/wait.h>

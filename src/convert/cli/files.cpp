@@ -1,4 +1,4 @@
-#include "convert/cli/output_files.h"
+#include "convert/cli/files.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "ctl/commands/program_output.h"
+#include "process/output.h"
 
 #include <fcntl.h>
 #include <poll.h>

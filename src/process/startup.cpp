@@ -1,4 +1,4 @@
-#include "process/stop_signals.h"
+#include "process/startup.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "convert/cli/hand_over.h"
+#include "convert/cli/imagemagick.h"
 
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -15,7 +15,7 @@
 
 #include "convert/cli/input_file.h"
 #include "convert/sandbox/message.h"
-#include "convert/sandbox/supervisor.h"
+#include "convert/sandbox/worker.h"
 #include "media/imagemagick_names.h"
 
 namespace keldo::convert {

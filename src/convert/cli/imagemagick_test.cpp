@@ -1,4 +1,4 @@
-#include "convert/cli/hand_over.h"
+#include "convert/cli/imagemagick.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "convert/sandbox/supervisor.h"
+#include "convert/sandbox/worker.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -19,8 +19,9 @@
 #include <new>
 #include <thread>
 
+#include "convert/cli/files.h"
 #include "convert/cli/input_file.h"
-#include "convert/cli/output_files.h"
+#include "convert/cli/files.h"
 #include "convert/pixels/image.h"
 #include "support/temp_dir.h"
 

@@ -1,4 +1,4 @@
-#include "ctl/commands/program_output.h"
+#include "process/output.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,6 @@
 
 #include <chrono>
 
-#include "ctl/commands/care_test_support.h"
 #include "support/temp_dir.h"
 
 namespace keldo::ctl {
