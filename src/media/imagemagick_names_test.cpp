@@ -15,6 +15,7 @@
 #include "fakes/syslog_capture.h"
 #include "platform/process.h"
 #include "platform/text.h"
+#include "process/output.h"
 #include "process/process_test_support.h"
 #include "support/images.h"
 #include "support/temp_dir.h"
@@ -131,9 +132,7 @@ TEST_P(AwkwardName, IsCompared) {
   FILE* stream = KLIBCPopen(kCompare, "rE", "-metric", "MAE", photo_.c_str(), second.c_str(),
                             "null:", nullptr);
   ASSERT_NE(stream, nullptr);
-  std::array<char, 256> line{};
-  EXPECT_TRUE(KLIBCPReadLine(stream, line.data(), line.size()));
-  EXPECT_STREQ(line.data(), "0 (0)");
+  EXPECT_EQ(keldo::process::StreamReader(stream).ReadLine(255), "0 (0)");
   EXPECT_EQ(KLIBCPclose(stream), 0);
 }
 

@@ -3,8 +3,7 @@
 #pragma once
 
 #include <cstdio>
-#include <string>
-#include <vector>
+#include <memory>
 
 namespace KELDOUtils {
 
@@ -37,8 +36,8 @@ class ProcessRunner {
   [[nodiscard]] int run(bool wait, bool detach_output);
 
  private:
-  std::string program_;
-  std::vector<std::string> arguments_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace KELDOUtils
@@ -47,24 +46,14 @@ class ProcessRunner {
 /// pointer) and returns a stream on what it writes.
 ///
 /// `mode`: "r" and "rB" read standard output, "rE" reads standard error; the other of the two goes
-/// to /dev/null. The child is set up as by ProcessRunner and is killed with its group at the same
-/// deadline, which the reader sees as the end of the output. Null when the program cannot be
-/// started (silent). Close the stream with KLIBCPclose only.
+/// to /dev/null. The child is set up as by ProcessRunner. Nothing ends it while the stream is open:
+/// a reader that must not hang with it waits on the stream's descriptor with a deadline of its own.
+/// Null when the program cannot be started (silent). Close the stream with KLIBCPclose only.
 FILE* KLIBCPopen(const char* path, const char* mode, ...) __attribute__((sentinel));
 
-/// Waits until the stream has something to read or has ended, with termination requests let in.
-/// False once the child's deadline has passed; the child and its group are then killed. Call it
-/// before each read(2) on the stream's descriptor: a child that hangs would otherwise hang the
-/// reader. Ours, not the appliance's.
-[[nodiscard]] bool KLIBCPWait(FILE* stream);
-
-/// Reads a line like fgets: at most `size` - 1 bytes up to and including a newline, terminated.
-/// False when nothing is left, or the deadline passed before anything came. Waits as KLIBCPWait
-/// does. Not to be mixed with other ways of reading the same stream. Ours as well.
-[[nodiscard]] bool KLIBCPReadLine(FILE* stream, char* line, std::size_t size);
-
-/// Closes a stream of KLIBCPopen and reaps the child, ending it first if it still runs after its
-/// output was closed. Returns the wait status, -1 for a stream that KLIBCPopen did not make.
+/// Closes a stream of KLIBCPopen and reaps the child. One that still runs a moment after its output
+/// was closed, or past the deadline of ProcessRunner, is killed with its group. Returns the wait
+/// status, -1 for a stream that KLIBCPopen did not make.
 int KLIBCPclose(FILE* stream);
 
 /// Stops every process whose command name is `name` (compared at the kernel's length of 15 bytes):

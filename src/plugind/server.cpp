@@ -11,6 +11,8 @@
 #include <system_error>
 #include <utility>
 
+#include "util/deadline.h"
+
 namespace keldo::plugind {
 namespace {
 

@@ -13,11 +13,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
+#include "util/files.h"
 #include "util/termination.h"
 
 namespace keldo::process {
@@ -37,18 +36,19 @@ constexpr int kLookEveryMs = 20;
 // What the child needs, prepared before it exists: between vfork and exec it shares our memory and
 // may call nothing that allocates or locks.
 struct Prepared {
-  const char* program;
+  const ChildPlan& plan;
   char* const* argv;
+  char* const* environment;
   pid_t parent;
   int null_fd;
-  int stdout_fd;
-  int stderr_fd;
   int fd_limit;
+  sigset_t our_mask;
   volatile int error = 0;
 };
 
-// A copy of `from` that no standard descriptor's number can overwrite; of `null_fd` where our own
-// caller closed `from`. -1 with errno set when there is none.
+// A copy of `from` that no standard descriptor's number can overwrite; of `null_fd` where there is
+// no `from`, since our own caller closed it or since the plan says so. -1 with errno set when there
+// is none.
 int CopyAside(int from, int null_fd) {
   const int copy = fcntl(from, F_DUPFD_CLOEXEC, kFirstPrivateFd);
   return copy < 0 && errno == EBADF ? fcntl(null_fd, F_DUPFD_CLOEXEC, kFirstPrivateFd) : copy;
@@ -57,9 +57,9 @@ int CopyAside(int from, int null_fd) {
 // All three are set aside before the first is put in its place: any of them may have one of the
 // numbers 0 to 2 itself. The copies go with exec.
 bool InstallStandardDescriptors(const Prepared& prepared) {
-  const int input = CopyAside(prepared.null_fd, prepared.null_fd);
-  const int output = CopyAside(prepared.stdout_fd, prepared.null_fd);
-  const int errors = CopyAside(prepared.stderr_fd, prepared.null_fd);
+  const int input = CopyAside(prepared.plan.stdin_fd, prepared.null_fd);
+  const int output = CopyAside(prepared.plan.stdout_fd, prepared.null_fd);
+  const int errors = CopyAside(prepared.plan.stderr_fd, prepared.null_fd);
   return input >= 0 && output >= 0 && errors >= 0 && dup2(input, STDIN_FILENO) >= 0 &&
          dup2(output, STDOUT_FILENO) >= 0 && dup2(errors, STDERR_FILENO) >= 0;
 }
@@ -70,25 +70,35 @@ void ClosePrivateFds(int fd_limit) {
     close(fd);
 }
 
-void ResetSignals() {
+// exec would do the same with our handlers, but until then they must not run in the child.
+void SetSignals(const Prepared& prepared) {
   struct sigaction by_default {};
   by_default.sa_handler = SIG_DFL;
-  for (int signal = 1; signal <= SIGRTMAX; ++signal)
-    sigaction(signal, &by_default, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  sigset_t mask;
+  sigemptyset(&mask);
+  if (prepared.plan.in_our_place) mask = prepared.our_mask;
+  for (int signal = 1; signal <= SIGRTMAX; ++signal) {
+    struct sigaction ours {};
+    const bool stays_ignored = prepared.plan.in_our_place && signal != SIGPIPE &&
+                               sigaction(signal, nullptr, &ours) == 0 && ours.sa_handler == SIG_IGN;
+    if (!stays_ignored) sigaction(signal, &by_default, nullptr);
+  }
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+}
+
+// What every child does first. False when the parent has gone before it took effect.
+bool DieWith(pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  return getppid() == parent;
 }
 
 [[noreturn]] void BecomeProgram(Prepared& prepared) {
-  setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // The parent may have gone before the line above took effect.
-  if (getppid() != prepared.parent) _exit(kNotStarted);
+  if (!prepared.plan.in_our_place) setpgid(0, 0);
+  if (!DieWith(prepared.parent)) _exit(kNotStarted);
   if (InstallStandardDescriptors(prepared)) {
-    ClosePrivateFds(prepared.fd_limit);
-    ResetSignals();
-    execve(prepared.program, prepared.argv, environ);
+    if (!prepared.plan.in_our_place) ClosePrivateFds(prepared.fd_limit);
+    SetSignals(prepared);
+    execve(prepared.plan.program.c_str(), prepared.argv, prepared.environment);
   }
   prepared.error = errno;
   _exit(kNotStarted);
@@ -98,15 +108,14 @@ void ResetSignals() {
 // shares our memory. Its cost does not grow with our size.
 pid_t StartChild(Prepared& prepared) {
   sigset_t all;
-  sigset_t before;
   sigfillset(&all);
-  sigprocmask(SIG_SETMASK, &all, &before);
+  sigprocmask(SIG_SETMASK, &all, &prepared.our_mask);
   const pid_t pid = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
   // It makes system calls only, and ends in exec or _exit.
   // NOLINTNEXTLINE(clang-analyzer-unix.Vfork)
   if (pid == 0) BecomeProgram(prepared);
   const int error = errno;
-  sigprocmask(SIG_SETMASK, &before, nullptr);
+  sigprocmask(SIG_SETMASK, &prepared.our_mask, nullptr);
   errno = error;
   return pid;
 }
@@ -117,11 +126,21 @@ int FdLimit() {
   return static_cast<int>(std::min(limit.rlim_cur, kMostFdsClosed));
 }
 
-std::vector<char*> PointersTo(const std::vector<std::string>& arguments) {
+// To be called before a child is forked: whoever started this program with SIGCHLD ignored passed
+// that on, and the kernel would then throw our children's exit statuses away.
+void KeepExitStatuses() {
+  struct sigaction current {};
+  sigaction(SIGCHLD, nullptr, &current);
+  if (current.sa_handler == SIG_IGN || (current.sa_flags & SA_NOCLDWAIT) != 0) {
+    std::signal(SIGCHLD, SIG_DFL);
+  }
+}
+
+std::vector<char*> PointersTo(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
-  pointers.reserve(arguments.size() + 1);
-  for (const std::string& argument : arguments)
-    pointers.push_back(const_cast<char*>(argument.c_str()));
+  pointers.reserve(texts.size() + 1);
+  for (const std::string& text : texts)
+    pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
   return pointers;
 }
@@ -141,8 +160,16 @@ void WaitForStop(pid_t pid) {
 
 std::vector<pid_t> ChildrenOf(pid_t pid) {
   const std::string number = std::to_string(pid);
-  std::ifstream list("/proc/" + number + "/task/" + number + "/children");
-  return {std::istream_iterator<pid_t>(list), std::istream_iterator<pid_t>()};
+  const std::string path = "/proc/" + number + "/task/" + number + "/children";
+  const std::string list = ReadRegularFile(path.c_str()).value_or("");
+  std::vector<pid_t> children;
+  const char* rest = list.c_str();
+  char* end = nullptr;
+  for (long child = std::strtol(rest, &end, 10); end != rest; child = std::strtol(rest, &end, 10)) {
+    children.push_back(static_cast<pid_t>(child));
+    rest = end;
+  }
+  return children;
 }
 
 }  // namespace
@@ -158,12 +185,12 @@ std::chrono::seconds ChildDeadline() {
   return std::chrono::seconds(usable ? seconds : kDefaultDeadlineSeconds);
 }
 
-void KeepExitStatuses() {
-  struct sigaction current {};
-  sigaction(SIGCHLD, nullptr, &current);
-  if (current.sa_handler == SIG_IGN || (current.sa_flags & SA_NOCLDWAIT) != 0) {
-    std::signal(SIGCHLD, SIG_DFL);
-  }
+void DefaultAndUnblock(std::initializer_list<int> signals) {
+  for (const int signal : signals)
+    std::signal(signal, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 std::optional<Child> Child::Start(const ChildPlan& plan, int& error) {
@@ -174,14 +201,17 @@ std::optional<Child> Child::Start(const ChildPlan& plan, int& error) {
   }
   KeepExitStatuses();
   const std::vector<char*> argv = PointersTo(plan.arguments);
-  Prepared prepared{plan.program.c_str(), argv.data(),    getpid(), null_fd.get(),
-                    plan.stdout_fd,       plan.stderr_fd, FdLimit()};
+  const std::vector<char*> variables =
+      plan.environment ? PointersTo(*plan.environment) : std::vector<char*>();
+  Prepared prepared{plan,     argv.data(),   plan.environment ? variables.data() : environ,
+                    getpid(), null_fd.get(), FdLimit(),
+                    {}};
   const pid_t pid = StartChild(prepared);
   if (pid < 0) {
     error = errno;
     return std::nullopt;
   }
-  Child child(pid);
+  Child child(pid, plan.in_our_place ? Group::kOurs : Group::kItsOwn);
   if (prepared.error != 0) {
     error = prepared.error;
     return std::nullopt;
@@ -189,14 +219,31 @@ std::optional<Child> Child::Start(const ChildPlan& plan, int& error) {
   return child;
 }
 
-Child::Child(pid_t pid) : pid_(pid), pidfd_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+std::optional<Child> Child::Fork(Group group, const std::function<int()>& work) {
+  const pid_t parent = getpid();
+  KeepExitStatuses();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (group == Group::kItsOwn) setpgid(0, 0);
+    _exit(DieWith(parent) ? work() : kNotStarted);
+  }
+  if (pid < 0) return std::nullopt;
+  // The copy does this too: whichever comes first, the group exists before it is needed.
+  if (group == Group::kItsOwn) setpgid(pid, pid);
+  return Child(pid, group);
+}
+
+Child::Child(pid_t pid, Group group)
+    : pid_(pid),
+      group_(group),
+      pidfd_(group == Group::kItsOwn ? static_cast<int>(syscall(SYS_pidfd_open, pid, 0)) : -1) {}
 
 Child::Child(Child&& other) noexcept
-    : pid_(std::exchange(other.pid_, -1)), pidfd_(std::move(other.pidfd_)) {}
+    : pid_(std::exchange(other.pid_, -1)), group_(other.group_), pidfd_(std::move(other.pidfd_)) {}
 
 Child::~Child() {
   if (pid_ <= 0) return;
-  KillGroup();
+  Kill();
   static_cast<void>(Reap());
 }
 
@@ -222,8 +269,8 @@ bool Child::HasEnded() const {
   return (looked == 0 && info.si_pid == pid_) || (looked != 0 && errno == ECHILD);
 }
 
-void Child::KillGroup() const {
-  kill(-pid_, SIGKILL);
+void Child::Kill() const {
+  kill(group_ == Group::kItsOwn ? -pid_ : pid_, SIGKILL);
 }
 
 void Child::KillWithChildren() const {
@@ -232,11 +279,11 @@ void Child::KillWithChildren() const {
   WaitForStop(pid_);
   for (const pid_t child : ChildrenOf(pid_))
     kill(-child, SIGKILL);
-  KillGroup();
+  Kill();
 }
 
 int Child::KillAndReap() {
-  KillGroup();
+  Kill();
   // One that sleeps in a dead network volume dies when that answers; SIGTERM does not wait for it.
   while (!WaitUntil(Clock::now() + std::chrono::hours(1))) {
   }
@@ -245,7 +292,8 @@ int Child::KillAndReap() {
 
 int Child::Reap() {
   int status = -1;
-  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+  while (waitpid(pid_, &status, 0) < 0) {
+    if (errno != EINTR) break;
   }
   pid_ = -1;
   return status;

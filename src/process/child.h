@@ -1,9 +1,11 @@
-// One child process, from its start to its end.
+// One child process, from its start to its end: a program, or a forked copy of this process.
 #pragma once
 
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,39 +15,50 @@
 
 namespace keldo::process {
 
-/// What to start, and where its output goes.
+/// What to start, and how it is tied to this process.
 struct ChildPlan {
-  std::string program;
+  /// In place of a descriptor: /dev/null.
+  static constexpr int kDevNull = -1;
+
+  std::string program;                 ///< The path that is executed.
   std::vector<std::string> arguments;  ///< The whole argument vector, argv[0] included.
+  int stdin_fd = kDevNull;             ///< Becomes the child's standard input.
   int stdout_fd = 1;                   ///< Becomes the child's standard output.
   int stderr_fd = 2;                   ///< Becomes the child's standard error.
+  /// "NAME=value" entries in place of our own environment.
+  std::optional<std::vector<std::string>> environment = std::nullopt;
+  /// Run the program as if it had been started in our place: in our process group, with the
+  /// descriptors and the signal settings that exec passes on. SIGPIPE alone is at its default.
+  bool in_our_place = false;
 };
 
-/// Seconds that a child process may run before it is killed with its group: 600, which no photo
-/// comes near, or what the environment variable KELDO_CHILD_DEADLINE_SECONDS says (1 to 86400;
-/// anything else is ignored).
+/// Which process group a forked copy belongs to.
+enum class Group { kOurs, kItsOwn };
+
+/// How long a child process may run before it is killed with its group: 600 s, which no photo comes
+/// near, or what the environment variable KELDO_CHILD_DEADLINE_SECONDS says (1 to 86400; anything
+/// else is ignored).
 [[nodiscard]] std::chrono::seconds ChildDeadline();
 
-/// Opens /dev/null for each of the descriptors 0 to 2 that is closed, so that no file of ours gets
-/// one of these numbers and is written to as standard error.
-void EnsureStandardDescriptors();
+/// Sets these signals to their defaults, then unblocks all signals. For the start of forked work:
+/// whoever started us may have had them ignored or blocked.
+void DefaultAndUnblock(std::initializer_list<int> signals);
 
-/// Makes sure that the ends of our children are reported to us: whoever started this program with
-/// SIGCHLD ignored passed that on, and the kernel would then throw their exit statuses away. To be
-/// called before a child is forked.
-void KeepExitStatuses();
-
-/// A started child that leads a process group of its own and dies with this process. Destroying it
-/// while it runs kills its group.
+/// A child that dies with this process. Destroying it while it runs kills it, and with it the
+/// process group that it leads. Its exit status reaches us even where whoever started this program
+/// passed on that SIGCHLD is ignored.
 class Child {
  public:
-  /// Starts the program: /dev/null as standard input, no descriptors but 0 to 2, all signals at
-  /// their defaults and unblocked. Nothing, with the reason in `error` (an errno value), when it
-  /// cannot be started. Silent.
+  /// Starts the program. Unless the plan says otherwise, it leads a process group of its own, has
+  /// no descriptors but 0 to 2, and has all signals unblocked and at their defaults. Nothing, with
+  /// the reason in `error` (an errno value), when it cannot be started. Silent.
   [[nodiscard]] static std::optional<Child> Start(const ChildPlan& plan, int& error);
 
-  /// Takes charge of a forked process that leads a process group of its own.
-  explicit Child(pid_t pid);
+  /// Forks a copy of this process that does `work`, then exits with what it returns: no exit
+  /// handler runs, no buffer is flushed a second time. `work` must not throw. Nothing, with errno
+  /// set, when there is no process for it. Silent.
+  [[nodiscard]] static std::optional<Child> Fork(Group group, const std::function<int()>& work);
+
   ~Child();
   Child(Child&& other) noexcept;
   Child& operator=(Child&&) = delete;
@@ -57,25 +70,30 @@ class Child {
   [[nodiscard]] bool WaitUntil(Clock::time_point deadline) const;
 
   /// The child's process id, and a descriptor that is readable from the child's end on; the latter
-  /// is -1 on kernels before 5.3.
+  /// is -1 on kernels before 5.3, and for a child in our own process group.
   [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] int pidfd() const { return pidfd_.get(); }
 
-  /// Ends the child's whole group, what it left running included.
-  void KillGroup() const;
+  /// Ends the child and the rest of the group that it leads.
+  void Kill() const;
   /// Ends the child together with the process groups that its own children lead, as those of this
-  /// program's runs do. Unlike a termination request it lets the child do nothing any more: it
-  /// neither takes its children's end for a failure nor looks for other processes to stop.
+  /// program's runs do. Unlike a termination request it lets the child do nothing any more: the
+  /// child neither takes its children's end for a failure nor looks for other processes to stop.
   void KillWithChildren() const;
-  /// Ends the child's group and returns the child's wait status, with termination requests let in
+  /// Ends the child as Kill does and returns its wait status, with termination requests let in
   /// while the child is dying. To be called once.
   int KillAndReap();
+  /// Waits for the child's end, however long it takes, and returns its wait status; -1 with errno
+  /// set when somebody else has taken that. Nothing is killed. To be called once, in place of
+  /// KillAndReap.
+  [[nodiscard]] int Reap();
 
  private:
-  int Reap();
+  Child(pid_t pid, Group group);
   [[nodiscard]] bool HasEnded() const;
 
   pid_t pid_;
+  Group group_;
   UniqueFd pidfd_;
 };
 

@@ -4,13 +4,14 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "process/output.h"
 #include "process/process_test_support.h"
 #include "support/temp_dir.h"
 
@@ -20,6 +21,7 @@ using keldo::Clock;
 using keldo::UniqueFd;
 using keldo::process::Child;
 using keldo::process::ChildPlan;
+using keldo::process::Group;
 using keldo::testing::Eventually;
 using keldo::testing::ForkCopy;
 using keldo::testing::HasNoChildren;
@@ -31,6 +33,7 @@ using keldo::testing::RunShell;
 using keldo::testing::TempDir;
 using keldo::testing::WaitFor;
 
+constexpr std::chrono::seconds kLong{60};
 constexpr const char* kNoSignals = "0000000000000000";
 
 std::optional<Child> StartShell(const std::string& script, const std::string& argument = {}) {
@@ -70,14 +73,9 @@ TEST_F(ChildTest, OnlyTheStandardDescriptorsReachTheChild) {
   const UniqueFd inherited(open("/etc/passwd", O_RDONLY));  // NOLINT: without O_CLOEXEC
   const UniqueFd high(fcntl(inherited.get(), F_DUPFD, 900));
   ASSERT_TRUE(high.valid());
-  FILE* stream = KLIBCPopen("/bin/ls", "r", "/proc/self/fd", nullptr);
-  ASSERT_NE(stream, nullptr);
-  std::array<char, 64> line{};
-  std::string listed;
-  while (KLIBCPReadLine(stream, line.data(), line.size()))
-    listed += line.data();
-  EXPECT_EQ(KLIBCPclose(stream), 0);
-  EXPECT_EQ(listed, "0\n1\n2\n3\n") << "3 is the directory that ls reads";
+  const auto listed = keldo::process::RunForOutput("/bin/ls", {"/proc/self/fd"}, kLong);
+  EXPECT_EQ(listed.status, 0);
+  EXPECT_EQ(listed.text, "0\n1\n2\n3\n") << "3 is the directory that ls reads";
 }
 
 TEST_F(ChildTest, StandardDescriptorsThatWeLackAreDevNull) {
@@ -160,6 +158,75 @@ TEST_F(ChildTest, DiesWhenItsParentIsKilled) {
   EXPECT_TRUE(Eventually([&] { return IsGone(child); }));
 }
 
+// Runs a program in our place; its output is appended to a file.
+int RunInOurPlace(ChildPlan plan, const std::string& path) {
+  const UniqueFd out(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+  plan.stdin_fd = STDIN_FILENO;
+  plan.stdout_fd = out.get();
+  plan.in_our_place = true;
+  int error = 0;
+  std::optional<Child> child = Child::Start(plan, error);
+  return child ? child->Reap() : -1;
+}
+
+TEST_F(ChildTest, InOurPlaceItHasOurDescriptorsAndGroup) {
+  const UniqueFd inherited(open("/etc/passwd", O_RDONLY));  // NOLINT: without O_CLOEXEC
+  const std::string fd = std::to_string(inherited.get());
+  const std::string script =
+      "readlink /proc/$$/fd/0 /proc/$$/fd/" + fd + "; echo $(ps -o pgid= -p $$)";
+  EXPECT_EQ(InCopy([&] {
+              dup2(inherited.get(), STDIN_FILENO);
+              return RunInOurPlace({"/bin/sh", {"sh", "-c", script}}, PathOf("seen"));
+            }),
+            0);
+  EXPECT_EQ(ReadFile(PathOf("seen")),
+            "/etc/passwd\n/etc/passwd\n" + std::to_string(getpgrp()) + "\n");
+}
+
+TEST_F(ChildTest, InOurPlaceItHasOurSignalsButForThatOfAClosedPipe) {
+  EXPECT_EQ(InCopy([&] {
+              std::signal(SIGUSR1, SIG_IGN);
+              std::signal(SIGPIPE, SIG_IGN);
+              std::signal(SIGUSR2, [](int) {});
+              sigset_t blocked;
+              sigemptyset(&blocked);
+              sigaddset(&blocked, SIGHUP);
+              sigprocmask(SIG_SETMASK, &blocked, nullptr);
+              return RunInOurPlace(
+                  {"/bin/grep", {"grep", "-E", "Sig(Blk|Ign)", "/proc/self/status"}},
+                  PathOf("seen"));
+            }),
+            0);
+  EXPECT_EQ(ReadFile(PathOf("seen")), "SigBlk:\t0000000000000001\nSigIgn:\t0000000000000200\n");
+}
+
+TEST_F(ChildTest, HasTheEnvironmentOfThePlan) {
+  ChildPlan plan{"/usr/bin/env", {"env"}};
+  plan.environment = {"A=1", "B= 2\n"};
+  EXPECT_EQ(RunInOurPlace(plan, PathOf("seen")), 0);
+  EXPECT_EQ(ReadFile(PathOf("seen")), "A=1\nB= 2\n\n");
+}
+
+TEST_F(ChildTest, AForkedCopyExitsWithWhatItsWorkReturns) {
+  const pid_t group = getpgrp();
+  std::optional<Child> child =
+      Child::Fork(Group::kOurs, [&] { return getpgrp() == group ? 42 : 1; });
+  ASSERT_TRUE(child);
+  EXPECT_EQ(WEXITSTATUS(child->Reap()), 42);
+  child = std::nullopt;
+  std::optional<Child> leader =
+      Child::Fork(Group::kItsOwn, [] { return getpgrp() == getpid() ? 42 : 1; });
+  ASSERT_TRUE(leader);
+  EXPECT_EQ(WEXITSTATUS(leader->Reap()), 42);
+}
+
+TEST_F(ChildTest, DestroyingAForkedCopyKillsIt) {
+  for (const Group group : {Group::kOurs, Group::kItsOwn}) {
+    const std::optional<Child> child = Child::Fork(group, [] { return pause(); });
+    ASSERT_TRUE(child);
+  }
+}
+
 TEST_F(ChildTest, SaysWhyItCannotStart) {
   int error = 0;
   EXPECT_FALSE(Child::Start({"/nonexistent", {"nonexistent"}}, error));
@@ -220,6 +287,23 @@ TEST_F(ChildTest, KillingOneThatHasEndedIsHarmless) {
   EXPECT_TRUE(child->WaitUntil(Clock::now() + std::chrono::seconds(10)));
   child->KillWithChildren();
   EXPECT_EQ(WEXITSTATUS(child->KillAndReap()), 3);
+}
+
+std::chrono::seconds DeadlineFor(const char* text) {
+  const keldo::testing::ScopedEnvironment environment("KELDO_CHILD_DEADLINE_SECONDS", text);
+  return keldo::process::ChildDeadline();
+}
+
+TEST(ChildDeadline, IsTenMinutesUnlessTheEnvironmentSaysOtherwise) {
+  EXPECT_EQ(keldo::process::ChildDeadline(), std::chrono::seconds(600));
+  EXPECT_EQ(DeadlineFor("1"), std::chrono::seconds(1));
+  EXPECT_EQ(DeadlineFor("86400"), std::chrono::seconds(86400));
+}
+
+TEST(ChildDeadline, IgnoresAnyOtherText) {
+  for (const char* text :
+       {"", "0", "-1", "86401", "1s", " 1", "1 ", "+1", "1.5", "abc", "99999999999999999999"})
+    EXPECT_EQ(DeadlineFor(text), std::chrono::seconds(600)) << '"' << text << '"';
 }
 
 }  // namespace

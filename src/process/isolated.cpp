@@ -1,21 +1,20 @@
 #include "process/isolated.h"
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <string_view>
+#include <optional>
 
 #include "process/child.h"
+#include "process/output.h"
+#include "util/files.h"
 #include "util/handles.h"
-#include "util/termination.h"
 
 namespace keldo::process {
 namespace {
@@ -44,60 +43,34 @@ void LimitResources() {
 #endif
 }
 
-void LetTerminationKill() {
-  std::signal(SIGTERM, SIG_DFL);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-}
-
-// Writes all of `text`; the reader is our parent, which reads until the end.
-bool WriteAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = write(fd, text.data(), text.size());
-    if (count < 0 && errno != EINTR) return false;
-    if (count > 0) text.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
-[[noreturn]] void WorkInCopy(const std::function<int(std::string&)>& work, pid_t parent, int out) {
-  setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) _exit(kDidNotReturn);
-  LetTerminationKill();
+// The copy's part: what it exits with.
+int WorkInCopy(const std::function<int(std::string&)>& work, int out) {
+  DefaultAndUnblock({SIGTERM});
   LimitResources();
   // A library that calls exit gets no further than this: behind it stand our parent's buffers, and
   // destructors that would end our parent's children.
-  if (std::atexit([] { _exit(kDidNotReturn); }) != 0) _exit(kDidNotReturn);
+  if (std::atexit([] { _exit(kDidNotReturn); }) != 0) return kDidNotReturn;
   try {
     std::string output;
     const int status = work(output);
     output.resize(std::min(output.size(), kLongestOutput));
     output.insert(output.begin(), kReturned);
-    // Not exit: what the parent registered to be done at its end is not ours to do.
-    _exit(WriteAll(out, output) ? status : kDidNotReturn);
+    return WriteAll(out, output) ? status : kDidNotReturn;
   } catch (...) {
-    _exit(kDidNotReturn);
+    return kDidNotReturn;
   }
 }
 
 // Everything the copy writes until it closes its end. False when the deadline came first, and for
 // more than an intact copy writes.
-bool ReadUntilEnd(int fd, Clock::time_point deadline, std::string& text) {
+bool ReadUntilEnd(StreamReader reader, std::string& text) {
   std::array<char, kReadSize> block{};
-  pollfd event{fd, POLLIN, 0};
-  while (true) {
-    const int left = MillisecondsUntil(deadline);
-    if (left == 0) return false;
-    if (WaitForEvents({&event, 1}, left) <= 0) continue;
-    const ssize_t count = read(fd, block.data(), block.size());
-    if (count == 0) return true;
-    if (count > 0) text.append(block.data(), static_cast<std::size_t>(count));
-    if ((count < 0 && errno != EINTR) || text.size() > kLongestOutput + sizeof(kReturned)) {
-      return false;
-    }
+  while (text.size() <= kLongestOutput + sizeof(kReturned)) {
+    const ssize_t count = reader.Read(block);
+    if (count <= 0) return count == 0;
+    text.append(block.data(), static_cast<std::size_t>(count));
   }
+  return false;
 }
 
 }  // namespace
@@ -108,19 +81,14 @@ IsolatedResult RunIsolated(const std::function<int(std::string& output)>& work) 
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return result;
   const UniqueFd reading(ends[0]);
   UniqueFd writing(ends[1]);
-  const pid_t parent = getpid();
-  KeepExitStatuses();
-  const pid_t pid = fork();
-  if (pid < 0) return result;
-  if (pid == 0) WorkInCopy(work, parent, writing.get());
-  // Also done by the copy; whichever comes first, the group exists before it is needed.
-  setpgid(pid, pid);
+  std::optional<Child> copy =
+      Child::Fork(Group::kItsOwn, [&] { return WorkInCopy(work, writing.get()); });
+  if (!copy) return result;
   writing.reset();
-  Child copy(pid);
   const Clock::time_point deadline = Clock::now() + ChildDeadline();
   std::string text;
-  const bool ended = ReadUntilEnd(reading.get(), deadline, text) && copy.WaitUntil(deadline);
-  const int status = copy.KillAndReap();
+  const bool ended = ReadUntilEnd({reading.get(), deadline}, text) && copy->WaitUntil(deadline);
+  const int status = copy->KillAndReap();
   if (!ended || !WIFEXITED(status) || text.empty() || text.front() != kReturned) return result;
   result.finished = true;
   result.status = WEXITSTATUS(status);

@@ -17,8 +17,9 @@ struct IsolatedResult {
 ///
 /// For libraries that parse what a stranger wrote: whatever they do to memory, by exception, signal
 /// or allocation, ends with the copy. The copy cannot take more memory than a fixed limit, dies
-/// with this process and is killed at the process runner's deadline. `work` may write files and the
-/// log; other changes to memory are lost but for `output`, which it may fill through its argument.
+/// with this process and is killed at the deadline of children. Silent. `work` may write files and
+/// the log; other changes to memory are lost but for `output`, which it may fill through its
+/// argument.
 [[nodiscard]] IsolatedResult RunIsolated(const std::function<int(std::string& output)>& work);
 
 }  // namespace keldo::process

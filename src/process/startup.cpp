@@ -1,5 +1,6 @@
 #include "process/startup.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -54,6 +55,13 @@ void HandleStopSignals() {
 }
 
 }  // namespace
+
+void EnsureStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    // open gives the lowest free number, which is `fd`, since those below it are open by now.
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;  // NOLINT: kept open
+  }
+}
 
 StopSignals::StopSignals() : event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (!event_.valid()) throw std::system_error(errno, std::generic_category(), "eventfd");

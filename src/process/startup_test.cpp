@@ -1,11 +1,11 @@
+#include "process/startup.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <system_error>
 
-#include "platform/process.h"
-#include "process/child.h"
 #include "process/process_test_support.h"
 #include "util/handles.h"
 

@@ -11,6 +11,7 @@
 
 #include "platform/process.h"
 #include "process/isolated.h"
+#include "process/output.h"
 #include "process/process_test_support.h"
 #include "support/temp_dir.h"
 #include "util/handles.h"
@@ -151,11 +152,9 @@ TEST(Termination, ComesWhileAStreamIsRead) {
     return KLIBCPopen("/bin/sh", "r", "-c", "echo $$ >\"$1\"; exec sleep 1000", "sh", path.c_str(),
                       nullptr);
   };
-  ExpectLetInDuring(path, [&] { static_cast<void>(KLIBCPWait(open())); });
-  WriteFile(path, "");
   ExpectLetInDuring(path, [&] {
-    std::array<char, 8> line{};
-    static_cast<void>(KLIBCPReadLine(open(), line.data(), line.size()));
+    std::array<char, 8> block{};
+    static_cast<void>(keldo::process::StreamReader(open()).Read(block));
   });
 }
 

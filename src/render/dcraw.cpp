@@ -10,6 +10,7 @@
 
 #include "platform/process.h"
 #include "platform/system.h"
+#include "process/output.h"
 #include "render/raw_decode.h"
 #include "thumbs/paths.h"
 #include "util/handles.h"
@@ -17,6 +18,7 @@
 namespace keldo {
 namespace {
 
+constexpr const char* kSource = "keldothumb";
 constexpr std::size_t kCopyBufferSize = 4096;
 constexpr int kErrorLevel = 3;
 
@@ -35,26 +37,27 @@ struct ClosePipe {
 bool WriteBlock(int fd, const char* data, std::size_t size, const std::string& path) {
   const ssize_t written = write(fd, data, size);
   if (written < 0) {
-    syslog(LOG_ERR, "%s:%d write failed, path=%s, %s", "keldothumb", kWriteFailedLine, path.c_str(),
+    syslog(LOG_ERR, "%s:%d write failed, path=%s, %s", kSource, kWriteFailedLine, path.c_str(),
            std::strerror(errno));
     return false;
   }
   if (static_cast<std::size_t>(written) != size) {
-    syslog(LOG_ERR, "%s:%d write size wrong, read_count=%zd, write_count=%zd", "keldothumb",
+    syslog(LOG_ERR, "%s:%d write size wrong, read_count=%zd, write_count=%zd", kSource,
            kShortWriteLine, static_cast<ssize_t>(size), written);
     return false;
   }
   return true;
 }
 
-// Copies until the pipe's end. True when at least one byte came and all were written.
+// Copies to the end of the output. True when at least one byte came and all were written.
 bool CopyPipe(FILE* pipe, int out, const std::string& source, const std::string& out_path) {
+  process::StreamReader reader(pipe);
   std::array<char, kCopyBufferSize> block{};
   std::int64_t total = 0;
   while (true) {
-    const ssize_t count = KLIBCPWait(pipe) ? read(fileno(pipe), block.data(), block.size()) : -1;
+    const ssize_t count = reader.Read(block);
     if (count < 0) {
-      syslog(LOG_ERR, "%s:%d read failed, path=%s", "keldothumb", kReadFailedLine, source.c_str());
+      syslog(LOG_ERR, "%s:%d read failed, path=%s", kSource, kReadFailedLine, source.c_str());
       return false;
     }
     if (count == 0) return total > 0;
@@ -65,22 +68,23 @@ bool CopyPipe(FILE* pipe, int out, const std::string& source, const std::string&
 
 }  // namespace
 
-bool RunDcrawToFile(const std::string& sourcePath, const std::string& outPath, const char* option) {
+bool RunDcrawToFile(const std::string& source_path, const std::string& out_path,
+                    const char* option) {
   const std::unique_ptr<FILE, ClosePipe> pipe(
-      KLIBCPopen(paths::kDcraw, "r", option, "-c", sourcePath.c_str(), nullptr));
+      KLIBCPopen(paths::kDcraw, "r", option, "-c", source_path.c_str(), nullptr));
   if (!pipe) {
-    AppLogError(kErrorLevel, "%s:%d KLIBCPopen [%s %s -c] failed", "keldothumb", kStartFailedLine,
+    AppLogError(kErrorLevel, "%s:%d KLIBCPopen [%s %s -c] failed", kSource, kStartFailedLine,
                 paths::kDcraw, option);
     return false;
   }
-  const UniqueFile out(std::fopen(outPath.c_str(), "wbe"));
+  const UniqueFile out(std::fopen(out_path.c_str(), "wbe"));
   if (!out) {
-    syslog(LOG_ERR, "%s:%d fopen failed, path=%s, errno=%d", "keldothumb", kOpenFailedLine,
-           outPath.c_str(), errno);
+    syslog(LOG_ERR, "%s:%d fopen failed, path=%s, errno=%d", kSource, kOpenFailedLine,
+           out_path.c_str(), errno);
     return false;
   }
   // The output is closed first, then the pipe: the child has then written all it will.
-  return CopyPipe(pipe.get(), fileno(out.get()), sourcePath, outPath);
+  return CopyPipe(pipe.get(), fileno(out.get()), source_path, out_path);
 }
 
 }  // namespace keldo

@@ -101,7 +101,7 @@ TEST_F(DcrawTest, AFileThatCannotBeOpenedIsLogged) {
 
 TEST_F(DcrawTest, AnOutputThatCannotBeReadIsLoggedWithThePhoto) {
   SetOutput("bytes");
-  fake().FailCall("KLIBCPWait");
+  fake().FailCall("WaitForEvents");
   EXPECT_FALSE(Run(out_));
   ExpectOneLog(LOG_ERR, "keldothumb:766 read failed, path=/v/photo.x3f");
 }

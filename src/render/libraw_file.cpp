@@ -8,6 +8,7 @@
 namespace keldo {
 namespace {
 
+constexpr const char* kSource = "keldothumb";
 constexpr unsigned kNoConstructorFlags = 0;
 constexpr INT64 kMaxBufferBytes = 262144000;
 constexpr int kOpenFailedLine = 812;
@@ -23,7 +24,7 @@ LibRawFile::LibRawFile(std::string path) : processor_(std::make_unique<Processor
   // asked for the same.
   processor_->raw.imgdata.params.use_camera_wb = 1;
   if (processor_->raw.open_file(path.c_str(), kMaxBufferBytes) != LIBRAW_SUCCESS) {
-    syslog(LOG_ERR, "%s:%d Failed to open file [%s] using libraw", "keldothumb", kOpenFailedLine,
+    syslog(LOG_ERR, "%s:%d Failed to open file [%s] using libraw", kSource, kOpenFailedLine,
            path.c_str());
     return;
   }

@@ -41,7 +41,7 @@ class LibRawFile {
 /// How far reading a RAW photo's output size got.
 enum class LibRawSizeStep { kDone, kOpenFailed, kAdjustFailed };
 
-/// Reads the size in pixels of the picture that decoding `path` would give; nothing is decoded.
+/// Reads the size in pixels of the image that decoding `path` would give, without decoding it.
 /// Silent.
 [[nodiscard]] LibRawSizeStep ReadLibRawOutputSize(const std::string& path, unsigned& width,
                                                   unsigned& height);

@@ -2,14 +2,13 @@
 
 #include <syslog.h>
 
-#include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <optional>
+#include <string_view>
 
 #include "platform/process.h"
 #include "platform/system.h"
+#include "process/output.h"
 #include "render/resolution.h"
 #include "render/thumb_requests.h"
 #include "thumbs/dir_helpers.h"
@@ -18,10 +17,10 @@
 namespace keldo {
 namespace {
 
-constexpr std::size_t kLineBufferSize = 256;
+constexpr const char* kSource = "keldothumb";
+constexpr std::size_t kLongestLine = 255;
 constexpr int kNotMeasured = 65535;
 constexpr int kErrorLevel = 3;
-constexpr int kDecimal = 10;
 
 // Line values of this source's messages.
 constexpr int kCompareFailedLine = 1011;
@@ -43,9 +42,9 @@ std::optional<Reference> FindReference(const ThumbProfileList& profiles,
   return std::nullopt;
 }
 
-// True when one of the two is landscape and the other portrait. Squares, and images that cannot be
-// measured, tell nothing.
-bool IsQuarterTurned(const std::string& source, const std::string& reference) {
+// True when one of the two is landscape and the other portrait. False for squares and for images
+// that cannot be measured.
+bool IsQuarterRotation(const std::string& source, const std::string& reference) {
   unsigned source_x = 0;
   unsigned source_y = 0;
   unsigned thumb_x = 0;
@@ -80,45 +79,43 @@ int ChooseRotation(const Reference& reference, const std::string& source,
 int Detect(const ThumbJob& job, const std::string& source, const std::string& thumb_dir) {
   const std::optional<Reference> reference = FindReference(*job.profiles, thumb_dir);
   if (!reference) return 0;
-  return IsQuarterTurned(source, reference->thumbnail.path)
+  return IsQuarterRotation(source, reference->thumbnail.path)
              ? ChooseRotation(*reference, source, thumb_dir, 90, 270)
              : ChooseRotation(*reference, source, thumb_dir, 0, 180);
 }
 
-// The whole-number part of a line such as "1234.56 (0.0188)".
-int ParseDifference(char* line) {
-  char* space = std::strchr(line, ' ');
-  if (space == nullptr) return kNotMeasured;
-  *space = '\0';
-  return static_cast<int>(std::strtol(line, nullptr, kDecimal));
+// The whole-number part of a line such as "1234.56 (0.0188)". What is no number counts as 0.
+int ParseDifference(std::string_view line) {
+  const std::size_t space = line.find(' ');
+  if (space == std::string_view::npos) return kNotMeasured;
+  std::string_view number = line.substr(0, space);
+  return process::TakeInteger(number).value_or(0);
 }
 
 }  // namespace
 
-int DetectRawRotation(const ThumbJob& job, const std::string& sourcePath,
-                      const std::string& thumbDir) {
+int DetectRawRotation(const ThumbJob& job, const std::string& source_path,
+                      const std::string& thumb_dir) {
   // Where this fails, the renderings fail too.
-  static_cast<void>(checkCreateDir(thumbDir));
-  const int angle = Detect(job, sourcePath, thumbDir);
-  if (!RemoveFilesByPattern(thumbDir, "Temp_*.jpg")) {
-    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s%s]", "keldothumb",
-                kCleanUpFailedLine, thumbDir.c_str(), "/Temp_*.jpg");
+  static_cast<void>(checkCreateDir(thumb_dir));
+  const int angle = Detect(job, source_path, thumb_dir);
+  if (!RemoveFilesByPattern(thumb_dir, "Temp_*.jpg")) {
+    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s%s]", kSource,
+                kCleanUpFailedLine, thumb_dir.c_str(), "/Temp_*.jpg");
   }
   return angle;
 }
 
-int CompareImagesMAE(const std::string& imagePath, const std::string& referencePath) {
-  FILE* stream = KLIBCPopen(paths::kCompare, "rE", "-metric", "MAE", imagePath.c_str(),
-                            referencePath.c_str(), "null:", nullptr);
+int CompareImagesMAE(const std::string& image_path, const std::string& reference_path) {
+  FILE* stream = KLIBCPopen(paths::kCompare, "rE", "-metric", "MAE", image_path.c_str(),
+                            reference_path.c_str(), "null:", nullptr);
   if (stream == nullptr) {
-    syslog(LOG_ERR, "%s:%d [Error] KLIBCPopen: %s -metric MAE %s %s null:", "keldothumb",
-           kCompareFailedLine, paths::kCompare, imagePath.c_str(), referencePath.c_str());
+    syslog(LOG_ERR, "%s:%d [Error] KLIBCPopen: %s -metric MAE %s %s null:", kSource,
+           kCompareFailedLine, paths::kCompare, image_path.c_str(), reference_path.c_str());
     return kNotMeasured;
   }
-  std::array<char, kLineBufferSize> line{};
-  const int difference = KLIBCPReadLine(stream, line.data(), line.size())
-                             ? ParseDifference(line.data())
-                             : kNotMeasured;
+  const std::optional<std::string> line = process::StreamReader(stream).ReadLine(kLongestLine);
+  const int difference = line ? ParseDifference(*line) : kNotMeasured;
   KLIBCPclose(stream);
   return difference;
 }

@@ -15,6 +15,7 @@
 namespace keldo {
 namespace {
 
+constexpr const char* kSource = "keldothumb";
 constexpr const char* kPpmName = "/KELDOPHOTO_RAW_TEMP.ppm";
 constexpr const char* kPreviewName = "/KELDOPHOTO_THUMB_RAW.jpg";
 
@@ -31,7 +32,7 @@ enum DecodeOutcome : int { kNothing = 0, kPreview = 1, kFullDecode = 2 };
 std::optional<struct stat> StatRawSource(const std::string& path, int log_line) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) return status;
-  syslog(LOG_ERR, "%s:%d %s is not regular file", "keldothumb", log_line, path.c_str());
+  syslog(LOG_ERR, "%s:%d %s is not regular file", kSource, log_line, path.c_str());
   return std::nullopt;
 }
 
@@ -70,60 +71,60 @@ bool ExtractUsablePreview(const ThumbJob& job, const std::string& source,
 
 }  // namespace
 
-std::string ConvertRawImage(const ThumbJob& job, const std::string& sourcePath,
-                            const std::string& thumbDir) {
-  return IsX3f(sourcePath) ? ConvertRawWithDcraw(job, sourcePath, thumbDir)
-                           : ConvertRawWithLibRaw(job, sourcePath, thumbDir);
+std::string ConvertRawImage(const ThumbJob& job, const std::string& source_path,
+                            const std::string& thumb_dir) {
+  return IsX3f(source_path) ? ConvertRawWithDcraw(job, source_path, thumb_dir)
+                            : ConvertRawWithLibRaw(job, source_path, thumb_dir);
 }
 
-std::string ConvertRawWithLibRaw(const ThumbJob& job, const std::string& sourcePath,
-                                 const std::string& thumbDir) {
-  const std::string ppm = thumbDir + kPpmName;
-  const std::string preview = thumbDir + kPreviewName;
-  const std::optional<struct stat> before = StatRawSource(sourcePath, kLibRawNotRegularLine);
+std::string ConvertRawWithLibRaw(const ThumbJob& job, const std::string& source_path,
+                                 const std::string& thumb_dir) {
+  const std::string ppm = thumb_dir + kPpmName;
+  const std::string preview = thumb_dir + kPreviewName;
+  const std::optional<struct stat> before = StatRawSource(source_path, kLibRawNotRegularLine);
   if (!before) return {};
 
   const ThumbProfile* largest = LargestProfile(job);
   const unsigned size = largest == nullptr ? 0 : static_cast<unsigned>(largest->size());
   const process::IsolatedResult decoded = process::RunIsolated([&](std::string& /*output*/) {
-    return static_cast<int>(DecodeWithLibRaw(sourcePath, size, preview, ppm));
+    return static_cast<int>(DecodeWithLibRaw(source_path, size, preview, ppm));
   });
   if (!decoded.finished) {
-    syslog(LOG_ERR, "%s:%d [Error] RAW decoder died on %s", "keldothumb", kLibRawDiedLine,
-           sourcePath.c_str());
+    syslog(LOG_ERR, "%s:%d [Error] RAW decoder died on %s", kSource, kLibRawDiedLine,
+           source_path.c_str());
   }
   std::string result;
   if (decoded.finished && decoded.status == kPreview) result = preview;
   if (decoded.finished && decoded.status == kFullDecode) result = ppm;
-  return KeepIfUnchanged(result, sourcePath, *before);
+  return KeepIfUnchanged(result, source_path, *before);
 }
 
-std::string ConvertRawWithDcraw(const ThumbJob& job, const std::string& sourcePath,
-                                const std::string& thumbDir) {
-  const std::string ppm = thumbDir + kPpmName;
-  const std::string preview = thumbDir + kPreviewName;
-  const std::optional<struct stat> before = StatRawSource(sourcePath, kDcrawNotRegularLine);
+std::string ConvertRawWithDcraw(const ThumbJob& job, const std::string& source_path,
+                                const std::string& thumb_dir) {
+  const std::string ppm = thumb_dir + kPpmName;
+  const std::string preview = thumb_dir + kPreviewName;
+  const std::optional<struct stat> before = StatRawSource(source_path, kDcrawNotRegularLine);
   if (!before) return {};
 
-  if (ExtractUsablePreview(job, sourcePath, preview)) {
-    return KeepIfUnchanged(preview, sourcePath, *before);
+  if (ExtractUsablePreview(job, source_path, preview)) {
+    return KeepIfUnchanged(preview, source_path, *before);
   }
   unlink(preview.c_str());
-  if (!RunDcrawToFile(sourcePath, ppm, "-w")) {
-    syslog(LOG_ERR, "%s:%d Failed to convert raw %s to pnm", "keldothumb", kDcrawFailedLine,
-           sourcePath.c_str());
+  if (!RunDcrawToFile(source_path, ppm, "-w")) {
+    syslog(LOG_ERR, "%s:%d Failed to convert raw %s to pnm", kSource, kDcrawFailedLine,
+           source_path.c_str());
     unlink(ppm.c_str());
     return {};
   }
-  return KeepIfUnchanged(ppm, sourcePath, *before);
+  return KeepIfUnchanged(ppm, source_path, *before);
 }
 
-bool ExtractRawPreview(LibRawFile& raw, const std::string& outPath) {
-  return raw.UnpackPreview() == 0 && raw.WritePreview(outPath) == 0;
+bool ExtractRawPreview(LibRawFile& raw, const std::string& out_path) {
+  return raw.UnpackPreview() == 0 && raw.WritePreview(out_path) == 0;
 }
 
-bool DecodeRawToPpm(LibRawFile& raw, const std::string& outPath) {
-  return raw.Unpack() == 0 && raw.Process() == 0 && raw.WritePpm(outPath) == 0;
+bool DecodeRawToPpm(LibRawFile& raw, const std::string& out_path) {
+  return raw.Unpack() == 0 && raw.Process() == 0 && raw.WritePpm(out_path) == 0;
 }
 
 bool PreviewIsLargeEnough(const LibRawFile& raw, unsigned size) {
@@ -131,9 +132,9 @@ bool PreviewIsLargeEnough(const LibRawFile& raw, unsigned size) {
   return size < raw.PreviewWidth() || size < raw.PreviewHeight();
 }
 
-void RemoveRawIntermediates(const std::string& thumbDir) {
-  unlink((thumbDir + kPpmName).c_str());
-  unlink((thumbDir + kPreviewName).c_str());
+void RemoveRawIntermediates(const std::string& thumb_dir) {
+  unlink((thumb_dir + kPpmName).c_str());
+  unlink((thumb_dir + kPreviewName).c_str());
 }
 
 }  // namespace keldo

@@ -3,15 +3,17 @@
 #include <json/value.h>
 #include <syslog.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <optional>
+#include <string_view>
 
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
 #include "platform/process.h"
 #include "platform/text.h"
 #include "process/isolated.h"
+#include "process/output.h"
 #include "render/libraw_file.h"
 #include "thumbs/index.h"
 #include "thumbs/paths.h"
@@ -19,8 +21,10 @@
 namespace keldo {
 namespace {
 
-constexpr std::size_t kLineBufferSize = 256;
-constexpr const char* kOutputSizeKey = "Output size";
+constexpr const char* kSource = "keldothumb";
+constexpr std::size_t kLongestLine = 255;
+constexpr std::string_view kOutputSizeKey = "Output size:";
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 // Line values of this source's messages.
 constexpr int kOpenFailedLine = 931;
@@ -29,30 +33,31 @@ constexpr int kDcrawFailedLine = 952;
 constexpr int kSourceFailedLine = 987;
 constexpr int kThumbFailedLine = 991;
 
-// Reads the size from one line of dcraw's report ("Output size: 4000 x 3000"). Cuts up `line`.
-bool ParseOutputSize(char* line, unsigned& x, unsigned& y) {
-  char* colon = std::strchr(line, ':');
-  if (colon == nullptr || colon[1] == '\0') return false;
-  *colon = '\0';
-  if (std::strcmp(line, kOutputSizeKey) != 0) return false;
-  int width = 0;
-  int height = 0;
-  // A line that holds no two numbers is passed over.
-  // NOLINTNEXTLINE(cert-err34-c): sizes of pictures do not overflow
-  if (std::sscanf(StringTrim(colon + 1), "%d x %d", &width, &height) != 2) return false;
-  x = static_cast<unsigned>(width);
-  y = static_cast<unsigned>(height);
+// Reads two numbers with `separator` between them, white space left out of account: "4000 x 3000".
+bool ParseSize(std::string_view text, std::string_view separator, unsigned& x, unsigned& y) {
+  const std::optional<int> width = process::TakeInteger(text);
+  if (!width) return false;
+  text.remove_prefix(std::min(text.find_first_not_of(kWhiteSpace), text.size()));
+  if (!text.starts_with(separator)) return false;
+  text.remove_prefix(separator.size());
+  const std::optional<int> height = process::TakeInteger(text);
+  if (!height) return false;
+  x = static_cast<unsigned>(*width);
+  y = static_cast<unsigned>(*height);
   return true;
 }
 
-void CutNewline(char* line) {
-  const std::size_t length = std::strlen(line);
-  if (length > 0 && line[length - 1] == '\n') line[length - 1] = '\0';
+// Reads the size from a line of dcraw's report, such as "Output size: 4000 x 3000". False for every
+// other line.
+bool ParseOutputSize(const std::string& line, unsigned& x, unsigned& y) {
+  if (!line.starts_with(kOutputSizeKey)) return false;
+  std::string value = line.substr(kOutputSizeKey.size());
+  return ParseSize(StringTrim(value.data()), "x", x, y);
 }
 
 bool MeasureOrLog(const std::string& path, int log_line, unsigned& x, unsigned& y) {
   if (GetImageResolution(path, x, y)) return true;
-  syslog(LOG_ERR, "%s:%d [Error] GetImageResolution: %s", "keldothumb", log_line, path.c_str());
+  syslog(LOG_ERR, "%s:%d [Error] GetImageResolution: %s", kSource, log_line, path.c_str());
   return false;
 }
 
@@ -62,11 +67,6 @@ keldoindexutils::MediaInfo SizedRecord(const std::string& path, unsigned x, unsi
   info.resolution_x(static_cast<int>(x));
   info.resolution_y(static_cast<int>(y));
   return info;
-}
-
-// What the isolated LibRaw found out, passed as text: "4000 3000".
-bool ParseSizes(const std::string& text, unsigned& x, unsigned& y) {
-  return std::sscanf(text.c_str(), "%u %u", &x, &y) == 2;  // NOLINT(cert-err34-c): our own text
 }
 
 }  // namespace
@@ -87,13 +87,13 @@ bool GetLibRawOutputSize(const std::string& path, unsigned& x, unsigned& y) {
     return static_cast<int>(step);
   });
   if (read.finished && read.status == static_cast<int>(LibRawSizeStep::kDone)) {
-    return ParseSizes(read.output, x, y);
+    return ParseSize(read.output, "", x, y);
   }
   if (read.finished && read.status == static_cast<int>(LibRawSizeStep::kAdjustFailed)) {
-    syslog(LOG_ERR, "%s:%d Failed to adjust sizes info [%s] using libraw", "keldothumb",
+    syslog(LOG_ERR, "%s:%d Failed to adjust sizes info [%s] using libraw", kSource,
            kAdjustFailedLine, path.c_str());
   } else {
-    syslog(LOG_ERR, "%s:%d Failed to open file [%s] using libraw", "keldothumb", kOpenFailedLine,
+    syslog(LOG_ERR, "%s:%d Failed to open file [%s] using libraw", kSource, kOpenFailedLine,
            path.c_str());
   }
   return false;
@@ -102,30 +102,31 @@ bool GetLibRawOutputSize(const std::string& path, unsigned& x, unsigned& y) {
 bool GetDcrawOutputSize(const std::string& path, unsigned& x, unsigned& y) {
   FILE* stream = KLIBCPopen(paths::kDcraw, "rB", "-i", "-v", path.c_str(), nullptr);
   if (stream == nullptr) {
-    syslog(LOG_ERR, "%s:%d [Error] KLIBCPopen: %s -i -v %s", "keldothumb", kDcrawFailedLine,
+    syslog(LOG_ERR, "%s:%d [Error] KLIBCPopen: %s -i -v %s", kSource, kDcrawFailedLine,
            paths::kDcraw, path.c_str());
     return false;
   }
   bool found = false;
-  std::array<char, kLineBufferSize> line{};
-  while (!found && KLIBCPReadLine(stream, line.data(), line.size())) {
-    CutNewline(line.data());
-    found = ParseOutputSize(line.data(), x, y);
+  process::StreamReader reader(stream);
+  while (!found) {
+    const std::optional<std::string> line = reader.ReadLine(kLongestLine);
+    if (!line) break;
+    found = ParseOutputSize(*line, x, y);
   }
   KLIBCPclose(stream);
   return found;
 }
 
-void ReportConvertedResolution(const ThumbJob& /*job*/, const std::string& sourcePath,
-                               const std::string& thumbPath) {
+void ReportConvertedResolution(const ThumbJob& /*job*/, const std::string& source_path,
+                               const std::string& thumb_path) {
   unsigned source_x = 0;
   unsigned source_y = 0;
   unsigned thumb_x = 0;
   unsigned thumb_y = 0;
-  if (!MeasureOrLog(sourcePath, kSourceFailedLine, source_x, source_y)) return;
-  if (!MeasureOrLog(thumbPath, kThumbFailedLine, thumb_x, thumb_y)) return;
-  keldoindexutils::ipc::KELDOIDX_IndexConvertAdd(SizedRecord(sourcePath, source_x, source_y),
-                                                 SizedRecord(thumbPath, thumb_x, thumb_y),
+  if (!MeasureOrLog(source_path, kSourceFailedLine, source_x, source_y)) return;
+  if (!MeasureOrLog(thumb_path, kThumbFailedLine, thumb_x, thumb_y)) return;
+  keldoindexutils::ipc::KELDOIDX_IndexConvertAdd(SizedRecord(source_path, source_x, source_y),
+                                                 SizedRecord(thumb_path, thumb_x, thumb_y),
                                                  Json::Value(Json::objectValue));
 }
 

@@ -1,4 +1,4 @@
-// Image sizes, and telling the index about them.
+// The sizes of images, and reporting them to the index.
 #pragma once
 
 #include <string>
@@ -7,19 +7,19 @@
 
 namespace keldo {
 
-/// Width and height in pixels of a photo; for a camera RAW file those of the decoded picture. True
+/// Width and height in pixels of a photo; for a camera RAW file those of the decoded image. True
 /// on success. Failures of the RAW readers are logged.
 [[nodiscard]] bool GetImageResolution(const std::string& path, unsigned& x, unsigned& y);
 
 /// The size that the external dcraw reports ("x3f" files).
 [[nodiscard]] bool GetDcrawOutputSize(const std::string& path, unsigned& x, unsigned& y);
 
-/// The size that LibRaw reports, every other RAW file. It runs in a process of its own.
+/// The size that LibRaw reports (every other RAW file). LibRaw runs in a process of its own.
 [[nodiscard]] bool GetLibRawOutputSize(const std::string& path, unsigned& x, unsigned& y);
 
-/// Tells the index the resolutions of a photo and of a thumbnail made from it. Logs which of the
-/// two cannot be measured; nothing is sent then.
-void ReportConvertedResolution(const ThumbJob& job, const std::string& sourcePath,
-                               const std::string& thumbPath);
+/// Reports the resolutions of a photo and of a thumbnail made from it to the index. Where one of
+/// them cannot be measured, logs which and reports nothing.
+void ReportConvertedResolution(const ThumbJob& job, const std::string& source_path,
+                               const std::string& thumb_path);
 
 }  // namespace keldo

@@ -13,7 +13,7 @@
 #include <exception>
 
 #include "platform/process.h"
-#include "process/child.h"
+#include "process/startup.h"
 #include "run/directory_job.h"
 #include "thumbs/index.h"
 #include "thumbs/paths.h"

@@ -11,7 +11,6 @@
 #include <new>
 
 #include "platform/index_ipc.h"
-#include "process/child.h"
 #include "support/job_test.h"
 
 namespace keldo::testing {

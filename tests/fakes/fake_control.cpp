@@ -35,6 +35,7 @@ void LetTerminationIn() {
 
 int WaitForEvents(std::span<pollfd> events, int timeout_ms) {
   if (fake().Enter("WaitForEvents", events.size(), timeout_ms)) return -1;
+  if (fake().on_wait) fake().on_wait();
   return poll(events.data(), events.size(), timeout_ms);
 }
 

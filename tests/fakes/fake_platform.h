@@ -104,7 +104,7 @@ class FakePlatform {
   /// The output of a program started by KLIBCPopen; no value when it cannot be started. Without it
   /// the output is empty.
   std::function<std::optional<std::string>(const PopenCall&)> on_popen;
-  /// Called by KLIBCPWait: what happens while the program sleeps for a child's output.
+  /// Called by WaitForEvents: what happens while the program sleeps, for a child's output say.
   std::function<void()> on_wait;
   /// KLIBCPclose's result for a stream of KLIBCPopen.
   int popen_status = 0;

@@ -7,16 +7,21 @@
 
 #include "fakes/fake_platform.h"
 #include "platform/process.h"
-#include "process/child.h"
+#include "process/startup.h"
 
 using keldo::testing::fake;
 using keldo::testing::PopenCall;
 
 namespace KELDOUtils {
 
+struct ProcessRunner::Impl {
+  /// The program, then its argument vector.
+  std::vector<std::string> command;
+};
+
 ProcessRunner::ProcessRunner(const char* program, const char* argv0, const char* a1, const char* a2,
                              const char* a3)
-    : program_(program), arguments_{argv0} {
+    : impl_(std::make_unique<Impl>(Impl{{program, argv0}})) {
   addArguments(a1, a2, a3);
 }
 
@@ -27,15 +32,14 @@ void ProcessRunner::addArguments(const char* a1, const char* a2, const char* a3,
                                  const char* a9) {
   for (const char* argument : std::array{a1, a2, a3, a4, a5, a6, a7, a8, a9}) {
     if (argument == nullptr) return;
-    arguments_.emplace_back(argument);
+    impl_->command.emplace_back(argument);
   }
 }
 
 int ProcessRunner::run(bool wait, bool detach_output) {
-  std::vector<std::string> command{program_};
-  command.insert(command.end(), arguments_.begin(), arguments_.end());
+  const std::vector<std::string>& command = impl_->command;
   fake().runs.push_back(command);
-  if (fake().Enter("ProcessRunner::run", program_, wait, detach_output)) return -1;
+  if (fake().Enter("ProcessRunner::run", command.front(), wait, detach_output)) return -1;
   return fake().on_run ? fake().on_run(command) : 0;
 }
 
@@ -54,17 +58,6 @@ FILE* KLIBCPopen(const char* path, const char* mode, ...) {
   const std::optional<std::string> output =
       fake().on_popen ? fake().on_popen(call) : std::optional<std::string>("");
   return output ? fake().OpenStream(*output) : nullptr;
-}
-
-bool KLIBCPWait(FILE* /*stream*/) {
-  if (fake().Enter("KLIBCPWait")) return false;
-  if (fake().on_wait) fake().on_wait();
-  return true;
-}
-
-bool KLIBCPReadLine(FILE* stream, char* line, std::size_t size) {
-  if (fake().Enter("KLIBCPReadLine", size)) return false;
-  return std::fgets(line, static_cast<int>(size), stream) != nullptr;
 }
 
 int KLIBCPclose(FILE* stream) {

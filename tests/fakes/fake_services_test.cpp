@@ -17,6 +17,7 @@
 #include "platform/system.h"
 #include "platform/text.h"
 #include "process/isolated.h"
+#include "process/output.h"
 #include "thumbs/paths.h"
 #include "util/termination.h"
 
@@ -61,22 +62,18 @@ TEST_F(FakeServicesTest, StreamsGiveTheScriptedOutput) {
   EXPECT_EQ(fake().popens[1].argv, (Texts{"/usr/bin/compare", "-metric", "MAE"}));
 }
 
-TEST_F(FakeServicesTest, StreamsAreWaitedForAndReadByLines) {
+TEST_F(FakeServicesTest, StreamsAreWaitedForAndRead) {
   fake().on_popen = [](const PopenCall&) { return "one\ntwo"; };
   int waits = 0;
   fake().on_wait = [&] { ++waits; };
   FILE* stream = KLIBCPopen("/usr/bin/dcraw", "r", static_cast<char*>(nullptr));
   ASSERT_NE(stream, nullptr);
-  EXPECT_TRUE(KLIBCPWait(stream));
+  process::StreamReader reader(stream);
+  EXPECT_EQ(reader.ReadLine(4), "one\n");
   EXPECT_EQ(waits, 1);
-  fake().FailCall("KLIBCPWait");
-  EXPECT_FALSE(KLIBCPWait(stream));
-  std::array<char, 16> line{};
-  EXPECT_TRUE(KLIBCPReadLine(stream, line.data(), line.size()));
-  EXPECT_STREQ(line.data(), "one\n");
-  EXPECT_TRUE(KLIBCPReadLine(stream, line.data(), line.size()));
-  EXPECT_STREQ(line.data(), "two");
-  EXPECT_FALSE(KLIBCPReadLine(stream, line.data(), line.size()));
+  fake().FailCall("WaitForEvents");
+  EXPECT_EQ(reader.ReadLine(4), "two");
+  EXPECT_EQ(reader.ReadLine(4), std::nullopt);
   EXPECT_EQ(KLIBCPclose(stream), 0);
 }
 

@@ -3,8 +3,7 @@
 #include <vector>
 
 #include "convert/cli/convert_main.h"
-#include "platform/process.h"
-#include "process/child.h"
+#include "process/startup.h"
 
 int main(int argc, char** argv) {
   // An output that took the place of a closed standard error would receive the messages.

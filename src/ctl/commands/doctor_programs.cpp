@@ -15,6 +15,7 @@ namespace keldo::ctl {
 namespace {
 
 using Level = CheckResult::Level;
+using process::ProgramOutput;
 
 // What a program printed, or why it cannot be used.
 struct Probe {
@@ -26,7 +27,7 @@ Probe Try(const std::string& program, const std::vector<std::string>& arguments,
           const DoctorPaths& paths) {
   if (::access(program.c_str(), F_OK) != 0) return {"is missing", {}};
   if (::access(program.c_str(), X_OK) != 0) return {"cannot be executed", {}};
-  ProgramOutput output = RunForOutput(program, arguments, paths.deadline);
+  ProgramOutput output = process::RunForOutput(program, arguments, paths.deadline);
   const std::string problem = output.problem.empty() ? "" : "cannot be run: " + output.problem;
   return {problem, std::move(output)};
 }

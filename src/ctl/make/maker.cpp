@@ -1,6 +1,5 @@
 #include "ctl/make/maker.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -15,7 +14,6 @@
 #include <utility>
 
 #include "ctl/library/diagnosis.h"
-#include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {
@@ -125,13 +123,12 @@ void Maker::ShareProcessors() const {
 }
 
 void Maker::Start(std::size_t folder) {
-  const UniqueFd null_fd(open("/dev/null", O_WRONLY | O_CLOEXEC));
   Folder& started = folders_[folder];
   ShareProcessors();
   process::ChildPlan plan{options_.keldothumb,
                           {options_.keldothumb, options_.profile_path, started.state.path}};
-  plan.stdout_fd = null_fd.get();
-  plan.stderr_fd = options_.show_messages ? STDERR_FILENO : null_fd.get();
+  plan.stdout_fd = process::ChildPlan::kDevNull;
+  plan.stderr_fd = options_.show_messages ? STDERR_FILENO : process::ChildPlan::kDevNull;
   int error = 0;
   std::optional<process::Child> child = process::Child::Start(plan, error);
   if (!child) {

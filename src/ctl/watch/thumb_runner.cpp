@@ -8,8 +8,6 @@
 namespace keldo::ctl {
 namespace {
 
-// A descriptor that is closed: the child gets /dev/null in its place.
-constexpr int kNowhere = -1;
 // A time that is past.
 constexpr Clock::time_point kAtOnce{};
 
@@ -22,8 +20,8 @@ ThumbRunner::ThumbRunner(std::string program, std::string profile_path, bool sho
 
 int ThumbRunner::Start(const std::string& directory) {
   process::ChildPlan plan{program_, {program_, profile_path_, directory}};
-  plan.stdout_fd = kNowhere;
-  plan.stderr_fd = show_messages_ ? STDERR_FILENO : kNowhere;
+  plan.stdout_fd = process::ChildPlan::kDevNull;
+  plan.stderr_fd = show_messages_ ? STDERR_FILENO : process::ChildPlan::kDevNull;
   int error = 0;
   std::optional<process::Child> child = process::Child::Start(plan, error);
   if (!child) return error;

@@ -3,7 +3,7 @@
 #include <array>
 #include <string>
 
-#include "platform/process.h"
+#include "process/output.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -26,17 +26,12 @@ class KillTest : public testing::Test {
   // not see the machine's processes: it kills by name.
   [[nodiscard]] std::string InNamespace(const std::string& script) const {
     const std::string whole = "cd \"$1\"; KILL=$2\n" + std::string(kFunctions) + script;
-    FILE* stream =
-        KLIBCPopen("/usr/bin/bwrap", "r", "--unshare-pid", "--die-with-parent", "--dev-bind", "/",
-                   "/", "--proc", "/proc", "/bin/bash", "-c", whole.c_str(), "bash",
-                   dir_.path().c_str(), KELDO_KILL_TEST_HELPER, nullptr);
-    if (stream == nullptr) return "bwrap is missing";
-    std::string output;
-    std::array<char, 256> line{};
-    while (KLIBCPReadLine(stream, line.data(), line.size()))
-      output += line.data();
-    KLIBCPclose(stream);
-    return output;
+    return keldo::process::RunForOutput(
+               "/usr/bin/bwrap",
+               {"--unshare-pid", "--die-with-parent", "--dev-bind", "/", "/", "--proc", "/proc",
+                "/bin/bash", "-c", whole, "bash", dir_.path(), KELDO_KILL_TEST_HELPER},
+               std::chrono::minutes(5))
+        .text;
   }
 
  private:

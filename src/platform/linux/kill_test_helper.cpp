@@ -2,14 +2,15 @@
 //
 //   kill_test_helper NAME SIGNAL                     prints the number of processes
 //   kill_test_helper NAME SIGNAL PROGRAM SCRIPT      starts PROGRAM -c SCRIPT first, which prints
-//   the
-//                                                    id of a process that it started, and prints
-//                                                    whether that one is gone as well
-#include <array>
+//                                                    the id of a process that it started, and
+//                                                    prints whether that one is gone as well
 #include <cstdlib>
 #include <iostream>
+#include <optional>
+#include <string>
 
 #include "platform/process.h"
+#include "process/output.h"
 #include "process/process_test_support.h"
 
 int main(int argc, char** argv) {
@@ -17,9 +18,10 @@ int main(int argc, char** argv) {
   pid_t started = 0;
   if (argc > 4) {
     FILE* stream = KLIBCPopen(argv[3], "r", "-c", argv[4], nullptr);
-    std::array<char, 32> line{};
-    if (stream == nullptr || !KLIBCPReadLine(stream, line.data(), line.size())) return 2;
-    started = static_cast<pid_t>(std::strtol(line.data(), nullptr, 10));
+    if (stream == nullptr) return 2;
+    const std::optional<std::string> line = keldo::process::StreamReader(stream).ReadLine(31);
+    started = static_cast<pid_t>(std::strtol(line.value_or("").c_str(), nullptr, 10));
+    if (started == 0) return 2;
   }
   std::cout << KLIBCKill(argv[1], static_cast<int>(std::strtol(argv[2], nullptr, 10))) << '\n';
   if (started != 0) {

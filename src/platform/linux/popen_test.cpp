@@ -9,11 +9,13 @@
 
 #include "fakes/syslog_capture.h"
 #include "platform/process.h"
+#include "process/output.h"
 #include "process/process_test_support.h"
 #include "support/temp_dir.h"
 
 namespace {
 
+using keldo::process::StreamReader;
 using keldo::testing::CountDescriptors;
 using keldo::testing::Eventually;
 using keldo::testing::HasNoChildren;
@@ -23,7 +25,6 @@ using keldo::testing::OneSecondDeadline;
 using keldo::testing::PidIn;
 using keldo::testing::Stopwatch;
 using keldo::testing::TempDir;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 FILE* OpenShell(const char* mode, const std::string& script, const std::string& argument = {}) {
@@ -33,32 +34,11 @@ FILE* OpenShell(const char* mode, const std::string& script, const std::string& 
 // Everything that the stream gives, as the program reads it.
 std::string ReadAll(FILE* stream) {
   std::string text;
+  StreamReader reader(stream);
   std::array<char, 65536> block{};
-  while (KLIBCPWait(stream)) {
-    const ssize_t count = read(fileno(stream), block.data(), block.size());
-    if (count <= 0) break;
+  for (ssize_t count = reader.Read(block); count > 0; count = reader.Read(block))
     text.append(block.data(), static_cast<std::size_t>(count));
-  }
   return text;
-}
-
-std::vector<std::string> ReadLines(FILE* stream, std::size_t size) {
-  std::vector<std::string> lines;
-  std::vector<char> line(size + 1, '#');
-  while (KLIBCPReadLine(stream, line.data(), size)) {
-    EXPECT_EQ(line[size], '#') << "wrote past the buffer";
-    lines.emplace_back(line.data());
-  }
-  return lines;
-}
-
-// The lines of a script's output, read into a buffer of `size` bytes.
-std::vector<std::string> LinesOf(const std::string& script, std::size_t size = 256) {
-  FILE* stream = OpenShell("r", script);
-  if (stream == nullptr) return {"not started"};
-  std::vector<std::string> lines = ReadLines(stream, size);
-  KLIBCPclose(stream);
-  return lines;
 }
 
 class PopenTest : public testing::Test {
@@ -139,66 +119,27 @@ TEST_F(PopenTest, ALargeOutputArrivesByteForByte) {
   EXPECT_EQ(KLIBCPclose(stream), 0);
 }
 
-TEST_F(PopenTest, LinesAreReadOneByOne) {
-  EXPECT_THAT(LinesOf("printf 'one\\ntwo\\n\\nlast'"), ElementsAre("one\n", "two\n", "\n", "last"));
-  EXPECT_THAT(LinesOf("printf 'one\\n'; sleep 0.05; printf 'tw'; sleep 0.05; printf 'o\\n'"),
-              ElementsAre("one\n", "two\n"));
-  EXPECT_THAT(LinesOf("exit 0"), IsEmpty());
-}
-
-TEST_F(PopenTest, LongLinesAreCutAsFgetsDoes) {
-  EXPECT_THAT(LinesOf("printf 'abcdefgh\\nij\\n'", 4), ElementsAre("abc", "def", "gh\n", "ij\n"));
-  EXPECT_THAT(LinesOf("printf 'abc\\nd'", 4), ElementsAre("abc", "\n", "d"));
-  EXPECT_THAT(LinesOf("printf 'a\\n'", 2), ElementsAre("a", "\n"));
-  const auto lines = LinesOf("head -c 20000 /dev/zero | tr '\\0' x", 9000);
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], std::string(8999, 'x'));
-  EXPECT_EQ(lines[2], std::string(2002, 'x'));
-}
-
-TEST_F(PopenTest, ABufferWithoutRoomForAByteGetsNoLine) {
-  FILE* stream = OpenShell("r", "echo line");
-  ASSERT_NE(stream, nullptr);
-  std::array<char, 8> line{"#######"};
-  EXPECT_FALSE(KLIBCPReadLine(stream, line.data(), 0));
-  EXPECT_FALSE(KLIBCPReadLine(stream, line.data(), 1));
-  EXPECT_TRUE(KLIBCPReadLine(stream, line.data(), line.size()));
-  EXPECT_STREQ(line.data(), "line\n");
-  EXPECT_EQ(KLIBCPclose(stream), 0);
-}
-
-TEST_F(PopenTest, AtTheDeadlineTheReaderSeesTheEndAndTheGroupIsKilled) {
+TEST_F(PopenTest, ClosingKillsTheGroupAtOnceWhereTheDeadlineHasPassed) {
   const OneSecondDeadline deadline;
   const Stopwatch watch;
   FILE* stream =
       OpenShell("r", "sleep 1000 & echo $! >\"$1\"; echo line; printf half; wait", PathOf("pid"));
   ASSERT_NE(stream, nullptr);
-  EXPECT_THAT(ReadLines(stream, 256), ElementsAre("line\n", "half"));
+  EXPECT_EQ(ReadAll(stream), "line\nhalf");
   EXPECT_GE(watch.Seconds(), 1);
-  const pid_t grandchild = PidIn(PathOf("pid"));
-  EXPECT_TRUE(Eventually([&] { return IsGone(grandchild); }));
   const int status = KLIBCPclose(stream);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
   EXPECT_LT(watch.Seconds(), 2.5) << "no further wait for a child that overran";
-}
-
-TEST_F(PopenTest, ADeadlineEndsOutputThatNeverStops) {
-  const OneSecondDeadline deadline;
-  const Stopwatch watch;
-  FILE* stream = OpenShell("r", "exec cat /dev/zero");
-  ASSERT_NE(stream, nullptr);
-  std::array<char, 65536> block{};
-  while (KLIBCPWait(stream) && read(fileno(stream), block.data(), block.size()) > 0) {
-  }
-  EXPECT_LT(watch.Seconds(), 5);
-  KLIBCPclose(stream);
+  const pid_t grandchild = PidIn(PathOf("pid"));
+  EXPECT_TRUE(Eventually([&] { return IsGone(grandchild); }));
 }
 
 TEST_F(PopenTest, ClosingEndsAChildThatStillWrites) {
   const Stopwatch watch;
   FILE* stream = OpenShell("r", "exec cat /dev/zero");
   ASSERT_NE(stream, nullptr);
-  EXPECT_TRUE(KLIBCPWait(stream));
+  std::array<char, 16> block{};
+  EXPECT_GT(StreamReader(stream).Read(block), 0);
   const int status = KLIBCPclose(stream);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
   EXPECT_LT(watch.Seconds(), 1.5);
@@ -226,19 +167,22 @@ TEST_F(PopenTest, ClosingGivesTheWaitStatus) {
 TEST_F(PopenTest, AForeignStreamIsRefusedAndLeftOpen) {
   FILE* foreign = std::fopen("/etc/passwd", "re");
   ASSERT_NE(foreign, nullptr);
-  std::array<char, 8> line{};
-  EXPECT_FALSE(KLIBCPWait(foreign));
-  EXPECT_FALSE(KLIBCPReadLine(foreign, line.data(), line.size()));
   EXPECT_EQ(KLIBCPclose(foreign), -1);
   EXPECT_NE(std::fgetc(foreign), EOF);
   EXPECT_EQ(std::fclose(foreign), 0);
 }
 
 TEST_F(PopenTest, ManyStreamsLeaveNoDescriptorAndNoZombie) {
-  EXPECT_THAT(LinesOf("echo line"), ElementsAre("line\n"));
+  const auto run = [] {
+    FILE* stream = OpenShell("r", "echo line");
+    const std::string text = ReadAll(stream);
+    KLIBCPclose(stream);
+    return text;
+  };
+  EXPECT_EQ(run(), "line\n");
   const auto before = CountDescriptors();
   for (int i = 0; i < 200; ++i) {
-    ASSERT_THAT(LinesOf("echo line"), ElementsAre("line\n"));
+    ASSERT_EQ(run(), "line\n");
     ASSERT_EQ(KLIBCPopen("/nonexistent", "r", nullptr), nullptr);
   }
   EXPECT_EQ(CountDescriptors(), before);
