@@ -8,12 +8,11 @@
 
 #include "convert/cli/argument_parser.h"
 #include "convert/cli/files.h"
-#include "convert/cli/input_file.h"
-#include "convert/cli/version.h"
 #include "convert/pixels/image.h"
 #include "convert/pixels/plan.h"
 #include "convert/readers/readers.h"
 #include "convert/sandbox/message.h"
+#include "convert/sandbox/worker.h"
 
 namespace keldo::convert {
 namespace {
@@ -21,11 +20,17 @@ namespace {
 constexpr int kSuccess = 0;
 constexpr int kFailure = 1;
 
+// The name and version, and the formats, one line each.
+std::string VersionText() {
+  return "convert-thumb " KELDO_VERSION "\nFormats:" + InstalledFormats() + "\n";
+}
+
 ImageError NotOurs(const std::string& reason) {
   return {ImageError::Kind::kUnsupported, reason};
 }
 
-// Where an ICC profile says what it is. The other converter takes profiles out of other files too.
+// True when the file says that it is an ICC profile. ImageMagick takes profiles out of other files
+// too.
 bool IsIccProfile(Bytes file) {
   constexpr std::size_t kHeaderSize = 128;
   constexpr std::size_t kSignaturePlace = 36;
@@ -34,7 +39,7 @@ bool IsIccProfile(Bytes file) {
          TextAt(file, kSignaturePlace, kSignature.size()) == kSignature;
 }
 
-// Opens the profile to attach; without one that can be attached the run is not ours.
+// Opens the profile to attach. A run whose profile we cannot attach is ImageMagick's.
 std::unique_ptr<InputFile> OpenIccProfile(const std::string& path) {
   if (path.empty()) return nullptr;
   std::unique_ptr<InputFile> file;
@@ -50,11 +55,11 @@ std::unique_ptr<InputFile> OpenIccProfile(const std::string& path) {
 
 void MakeAll(const Plan& plan, Format format, Bytes file, Bytes icc, std::span<const int> outputs) {
   const auto image = OpenImage(format, file, {Limits{}, plan.steps.front().box, plan.one_thread});
-  // Unless it is laid over a background, the other converter leaves the alpha channel out.
+  // Unless it is laid over a background, ImageMagick leaves the alpha channel out.
   if (!plan.steps.front().flatten && image->info().has_alpha_or_palette) {
     throw NotOurs("its transparency is not to be flattened");
   }
-  // The other converter would turn the colours from the one profile to the other.
+  // ImageMagick would convert the colours from the one profile to the other.
   if (!icc.empty() && !image->info().icc.empty()) throw NotOurs("it has an ICC profile already");
   MakeThumbnails(plan.steps, *image, icc, outputs);
 }
@@ -84,22 +89,22 @@ Outcome ConvertAndClose(const Plan& plan, OutputFiles& outputs) {
     return outcome;
   } catch (const ImageError& error) {
     if (error.kind() == ImageError::Kind::kUnsupported) return Outcome::kUnsupported;
-    Complain(plan.input, error.what());
+    PrintError(plan.input, error.what());
   } catch (const std::exception& error) {
-    Complain(plan.input, error.what());
+    PrintError(plan.input, error.what());
   }
   return Outcome::kFailed;
 }
 
 }  // namespace
 
-int ConvertMain(const std::vector<std::string>& arguments, const OtherConverter& other) {
+int ConvertMain(const std::vector<std::string>& arguments, const ImageMagick& magick) {
   if (arguments.size() == 1 && arguments.front() == "--version") {
     return std::fputs(VersionText().c_str(), stdout) < 0 || std::fflush(stdout) != 0 ? kFailure
                                                                                      : kSuccess;
   }
   const std::optional<Command> command = ParseCommand(arguments);
-  if (!command) return HandOver(other, arguments, "this command line");
+  if (!command) return RunImageMagick(magick, arguments, "this command line");
 
   OutputFiles outputs;
   switch (ConvertAndClose(command->plan, outputs)) {
@@ -110,7 +115,7 @@ int ConvertMain(const std::vector<std::string>& arguments, const OtherConverter&
     case Outcome::kUnsupported:
       break;
   }
-  const int status = HandOver(other, arguments, *command, command->plan.input);
+  const int status = RunImageMagick(magick, arguments, *command, command->plan.input);
   if (status == kSuccess) outputs.Keep();
   return status;
 }

@@ -21,7 +21,7 @@
 namespace {
 
 using keldo::convert::ConvertMain;
-using keldo::convert::OtherConverter;
+using keldo::convert::ImageMagick;
 using keldo::testing::CornerDistance;
 using keldo::testing::Corners;
 using keldo::testing::DecodeJpeg;
@@ -68,21 +68,21 @@ Arguments CommandOf(const std::string& input, const std::string& output) {
 
 class ConvertMainTest : public keldo::testing::FileTest {
  protected:
-  static Result Convert(const Arguments& arguments, const OtherConverter& other = {}) {
+  static Result Convert(const Arguments& arguments, const ImageMagick& magick = {}) {
     testing::internal::CaptureStderr();
-    const int status = ConvertMain(arguments, other);
+    const int status = ConvertMain(arguments, magick);
     return {status, testing::internal::GetCapturedStderr()};
   }
 
   // In place of ImageMagick, a program that leaves a file "called" with its arguments.
-  OtherConverter StandIn(int status) const {
-    OtherConverter other;
-    other.program = Write("convert",
-                          "#!/bin/sh\nprintf '%s\\n' \"$@\" >\"$(dirname \"$0\")/called\"\n"
-                          "exit " +
-                              std::to_string(status) + "\n");
-    fs::permissions(other.program, fs::perms::owner_all);
-    return other;
+  ImageMagick StandIn(int status) const {
+    ImageMagick magick;
+    magick.program = Write("convert",
+                           "#!/bin/sh\nprintf '%s\\n' \"$@\" >\"$(dirname \"$0\")/called\"\n"
+                           "exit " +
+                               std::to_string(status) + "\n");
+    fs::permissions(magick.program, fs::perms::owner_all);
+    return magick;
   }
 
   // "30x20", or what is wrong. The colours have to be where they were.
@@ -246,9 +246,9 @@ TEST_F(ConvertMainTest, ImageMagickRunsUnderOurPolicy) {
 }
 
 TEST_F(ConvertMainTest, OtherCommandLinesAreHandedOverAsTheyAre) {
-  const OtherConverter other = StandIn(5);
+  const ImageMagick magick = StandIn(5);
   const std::string photo = Write("in.jpg", Photo());
-  EXPECT_EQ(Convert({photo, "-resize", "10x10", In("out.jpg")}, other).status, 5);
+  EXPECT_EQ(Convert({photo, "-resize", "10x10", In("out.jpg")}, magick).status, 5);
   EXPECT_EQ(Read(In("called")), photo + "\n-resize\n10x10\n" + In("out.jpg") + "\n");
   EXPECT_FALSE(fs::exists(In("out.jpg")));
 }
@@ -282,9 +282,9 @@ TEST_F(ConvertMainTest, OutputsOfAHandOver) {
 }
 
 TEST_F(ConvertMainTest, WithoutImageMagick) {
-  OtherConverter other;
-  other.program = "/nonexistent/convert";
-  const Result result = Convert(CommandOf(Write("in.unknown", "unknown"), In("out.jpg")), other);
+  ImageMagick magick;
+  magick.program = "/nonexistent/convert";
+  const Result result = Convert(CommandOf(Write("in.unknown", "unknown"), In("out.jpg")), magick);
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.messages, "convert-thumb: " + In("in.unknown") +
                                  " needs ImageMagick's /nonexistent/convert, which is not "
@@ -307,7 +307,7 @@ TEST_F(ConvertMainTest, ProfilesAreAttachedButNotConverted) {
   EXPECT_EQ(convert(Photo(), ""), "handed over");
 }
 
-// As the other converter does, which then leaves the alpha channel out.
+// As ImageMagick does, which then leaves the alpha channel out.
 TEST_F(ConvertMainTest, TransparencyThatIsNotFlattenedIsHandedOver) {
   Arguments arguments =
       CommandOf(Write("gray.jpg", EncodeJpeg(FourCorners(9, 9), {.gray = true})), In("out.jpg"));
@@ -325,7 +325,7 @@ TEST_F(ConvertMainTest, SaysItsVersionAndFormats) {
   EXPECT_EQ(Convert({"--version"}, StandIn(1)).status, 0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "convert-thumb " KELDO_VERSION "\nFormats: JPEG BMP PNM PNG TIFF WEBP GIF HEIC\n");
-  EXPECT_EQ(Convert({"-version"}, StandIn(3)).status, 3) << "the other converter's option";
+  EXPECT_EQ(Convert({"-version"}, StandIn(3)).status, 3) << "ImageMagick's option";
 }
 
 TEST_F(ConvertMainTest, TheProgram) {

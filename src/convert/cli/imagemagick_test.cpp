@@ -15,9 +15,9 @@
 
 namespace {
 
-using keldo::convert::HandOver;
-using keldo::convert::OtherConverter;
+using keldo::convert::ImageMagick;
 using keldo::convert::ParseCommand;
+using keldo::convert::RunImageMagick;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -26,19 +26,19 @@ namespace fs = std::filesystem;
 
 using Arguments = std::vector<std::string>;
 
-class HandOverTest : public keldo::testing::FileTest {
+class RunImageMagickTest : public keldo::testing::FileTest {
  protected:
-  HandOverTest() {
+  RunImageMagickTest() {
     fs::create_directory(In("policy"));
     std::ofstream(In("policy/policy.xml")) << "<policymap/>";
     // As what ImageMagick is called, so that names are passed as to it.
     Script("printf '%s\\0' \"$@\" >\"$(dirname \"$0\")/arguments\"");
   }
 
-  // The program that takes over does this.
+  // What runs in place of ImageMagick does this.
   void Script(const std::string& commands) const {
-    std::ofstream(other_.program) << "#!/bin/sh\n" << commands << "\n";
-    fs::permissions(other_.program, fs::perms::owner_all);
+    std::ofstream(magick_.program) << "#!/bin/sh\n" << commands << "\n";
+    fs::permissions(magick_.program, fs::perms::owner_all);
   }
 
   // The arguments that it was given.
@@ -53,117 +53,117 @@ class HandOverTest : public keldo::testing::FileTest {
     return arguments;
   }
 
-  OtherConverter other_{In("convert"), In("policy")};
+  ImageMagick magick_{In("convert"), In("policy")};
 };
 
-TEST_F(HandOverTest, TheSameArguments) {
+TEST_F(RunImageMagickTest, TheSameArguments) {
   const Arguments arguments{"-list", "a b", "", "a\nb", "%d[1]*", "\xff", "-", "@x", "png:/x"};
-  EXPECT_EQ(HandOver(other_, arguments, "this"), 0);
+  EXPECT_EQ(RunImageMagick(magick_, arguments, "this"), 0);
   EXPECT_THAT(Given(), ElementsAreArray(arguments));
 }
 
-TEST_F(HandOverTest, TheExitStatusIsOurs) {
+TEST_F(RunImageMagickTest, TheExitStatusIsOurs) {
   Script("exit 7");
-  EXPECT_EQ(HandOver(other_, {}, "this"), 7);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 7);
   Script("kill -SEGV $$");
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this"), 1);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "convert-thumb: " + other_.program + " was ended by signal 11\n");
+            "convert-thumb: " + magick_.program + " was ended by signal 11\n");
 }
 
-TEST_F(HandOverTest, TheExitStatusIsKeptForACallerThatIgnoresItsChildren) {
+TEST_F(RunImageMagickTest, TheExitStatusIsKeptForACallerThatIgnoresItsChildren) {
   Script("exit 7");
   const auto before = std::signal(SIGCHLD, SIG_IGN);
-  EXPECT_EQ(HandOver(other_, {}, "this"), 7);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 7);
   std::signal(SIGCHLD, before);
 }
 
-TEST_F(HandOverTest, AClosedPipeEndsTheOtherConverterEvenWhereWeIgnoreIt) {
+TEST_F(RunImageMagickTest, AClosedPipeEndsTheImageMagickEvenWhereWeIgnoreIt) {
   Script("kill -PIPE $$; exit 7");
   const auto before = std::signal(SIGPIPE, SIG_IGN);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this"), 1);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "convert-thumb: " + other_.program + " was ended by signal 13\n");
+            "convert-thumb: " + magick_.program + " was ended by signal 13\n");
   std::signal(SIGPIPE, before);
 }
 
-TEST_F(HandOverTest, TheStandardDescriptorsAreOurs) {
+TEST_F(RunImageMagickTest, TheStandardDescriptorsAreOurs) {
   Script("echo to-errors >&2");
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this"), 0);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "to-errors\n");
 }
 
-TEST_F(HandOverTest, TheEnvironmentIsOursWithThePolicy) {
+TEST_F(RunImageMagickTest, TheEnvironmentIsOursWithThePolicy) {
   Script("env >\"$(dirname \"$0\")/environment\"");
   setenv("KELDO_TEST_VARIABLE", "kept", 1);
   setenv("MAGICK_CONFIGURE_PATH", "/elsewhere", 1);
-  EXPECT_EQ(HandOver(other_, {}, "this"), 0);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 0);
   unsetenv("MAGICK_CONFIGURE_PATH");
   unsetenv("KELDO_TEST_VARIABLE");
   const std::string environment = Read(In("environment"));
   EXPECT_THAT(environment, HasSubstr("KELDO_TEST_VARIABLE=kept\n"));
-  EXPECT_THAT(environment, HasSubstr("MAGICK_CONFIGURE_PATH=" + other_.policy + "\n"));
+  EXPECT_THAT(environment, HasSubstr("MAGICK_CONFIGURE_PATH=" + magick_.policy + "\n"));
   EXPECT_EQ(environment.find("/elsewhere"), std::string::npos);
 }
 
-TEST_F(HandOverTest, APolicyBesideOurProgramWillDo) {
+TEST_F(RunImageMagickTest, APolicyBesideOurProgramIsUsed) {
   Script("echo \"$MAGICK_CONFIGURE_PATH\" >\"$(dirname \"$0\")/policy-used\"");
-  other_.policy = In("missing");
+  magick_.policy = In("missing");
   // The tests stand in a folder beside the program's.
   const fs::path ourselves = fs::read_symlink("/proc/self/exe");
-  EXPECT_EQ(HandOver(other_, {}, "this"), 0);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 0);
   EXPECT_EQ(Read(In("policy-used")),
             ourselves.parent_path().string() + "/../share/convert-thumb\n");
 }
 
-TEST_F(HandOverTest, NoPolicyIsNotedAndTheRunGoesOn) {
+TEST_F(RunImageMagickTest, AMissingPolicyIsNotedAndTheRunGoesOn) {
   Script("echo \"${MAGICK_CONFIGURE_PATH-none}\" >&2");
-  other_.policy = "/nonexistent";
-  other_.ourselves = In("ourselves");
-  fs::create_symlink("/nonexistent/bin/convert-thumb", other_.ourselves);
+  magick_.policy = "/nonexistent";
+  magick_.ourselves = In("ourselves");
+  fs::create_symlink("/nonexistent/bin/convert-thumb", magick_.ourselves);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this"), 0);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "convert-thumb: note: /nonexistent is missing; ImageMagick runs with the system's own "
             "policy\nnone\n");
 }
 
-TEST_F(HandOverTest, NotInstalled) {
-  other_.program = "/nonexistent/convert";
+TEST_F(RunImageMagickTest, NotInstalled) {
+  magick_.program = "/nonexistent/convert";
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this command line"), 1);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this command line"), 1);
   EXPECT_EQ(
       testing::internal::GetCapturedStderr(),
       "convert-thumb: this command line needs ImageMagick's /nonexistent/convert, which is not "
       "installed\n");
 }
 
-TEST_F(HandOverTest, CannotBeRun) {
-  fs::permissions(other_.program, fs::perms::owner_read);
+TEST_F(RunImageMagickTest, CannotBeRun) {
+  fs::permissions(magick_.program, fs::perms::owner_read);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this"), 1);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "convert-thumb: cannot run " + other_.program + ": Permission denied\n");
+            "convert-thumb: cannot run " + magick_.program + ": Permission denied\n");
 }
 
-TEST_F(HandOverTest, NeverToOurselves) {
-  fs::remove(other_.program);
-  fs::create_symlink(fs::read_symlink("/proc/self/exe"), other_.program);
+TEST_F(RunImageMagickTest, NeverToOurselves) {
+  fs::remove(magick_.program);
+  fs::create_symlink(fs::read_symlink("/proc/self/exe"), magick_.program);
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, {}, "this"), 1);
+  EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "convert-thumb: this needs ImageMagick, but " + other_.program + " is this program\n");
+            "convert-thumb: this needs ImageMagick, but " + magick_.program + " is this program\n");
 }
 
-TEST_F(HandOverTest, TheChildDiesWithUs) {
+TEST_F(RunImageMagickTest, TheChildDiesWithUs) {
   Script(
       "echo $$ >\"$(dirname \"$0\")/pid.new\"; cd \"$(dirname \"$0\")\"; mv pid.new pid; "
       "exec sleep 60");
   const pid_t us = fork();
-  if (us == 0) _exit(HandOver(other_, {}, "this"));
+  if (us == 0) _exit(RunImageMagick(magick_, {}, "this"));
   while (!fs::exists(In("pid")))
     usleep(1000);
   const pid_t child = std::stoi(Read(In("pid")));
@@ -185,7 +185,7 @@ Arguments CommandOf(const std::string& input, const std::string& output) {
   return {input, "-thumbnail", "9x9>", "-quality", "90", output};
 }
 
-TEST_F(HandOverTest, NamesOfAnUnderstoodCommandStayNames) {
+TEST_F(RunImageMagickTest, NamesOfAnUnderstoodCommandStayNames) {
   // It copies what its first argument names to what its last one names.
   Script(
       "for last; do :; done; cat \"${1%%\\[0\\]}\" >\"${last#JPEG:}\"; printf '%s\\0' \"$@\" "
@@ -197,14 +197,14 @@ TEST_F(HandOverTest, NamesOfAnUnderstoodCommandStayNames) {
     const Arguments arguments = CommandOf(In(name), output);
     const auto command = ParseCommand(arguments);
     ASSERT_TRUE(command);
-    EXPECT_EQ(HandOver(other_, arguments, *command, "this"), 0);
+    EXPECT_EQ(RunImageMagick(magick_, arguments, *command, "this"), 0);
     EXPECT_EQ(Read(output), name);
     EXPECT_THAT(Given().front(), StartsWith("/proc/"));
     EXPECT_THAT(Given().back(), StartsWith("JPEG:/proc/"));
   }
 }
 
-TEST_F(HandOverTest, RelativeNamesOfAnUnderstoodCommand) {
+TEST_F(RunImageMagickTest, RelativeNamesOfAnUnderstoodCommand) {
   const fs::path before = fs::current_path();
   fs::current_path(In(""));
   for (const std::string name : {"png:a.jpg", "-x.jpg", "@a.jpg", "~.jpg", "plain.jpg", "sRGB"}) {
@@ -214,7 +214,7 @@ TEST_F(HandOverTest, RelativeNamesOfAnUnderstoodCommand) {
     arguments.insert(arguments.end() - 1, {"-colorspace", "sRGB"});
     const auto command = ParseCommand(arguments);
     ASSERT_TRUE(command) << name;
-    EXPECT_EQ(HandOver(other_, arguments, *command, "this"), 0);
+    EXPECT_EQ(RunImageMagick(magick_, arguments, *command, "this"), 0);
     const Arguments given = Given();
     EXPECT_THAT(given.front(), testing::AnyOf("./" + name, StartsWith("/proc/"))) << name;
     arguments.front() = given.front();
@@ -224,20 +224,20 @@ TEST_F(HandOverTest, RelativeNamesOfAnUnderstoodCommand) {
   fs::current_path(before);
 }
 
-TEST_F(HandOverTest, PlainNamesOfAnUnderstoodCommand) {
+TEST_F(RunImageMagickTest, PlainNamesOfAnUnderstoodCommand) {
   std::ofstream(In("in.psd")) << "psd";
   std::ofstream(In("out.jpg")).close();
   const Arguments arguments = CommandOf(In("in.psd") + "[0]", In("out.jpg"));
-  EXPECT_EQ(HandOver(other_, arguments, *ParseCommand(arguments), "this"), 0);
+  EXPECT_EQ(RunImageMagick(magick_, arguments, *ParseCommand(arguments), "this"), 0);
   EXPECT_THAT(Given(), ElementsAreArray(arguments));
 }
 
-TEST_F(HandOverTest, ANameThatCannotBePassed) {
+TEST_F(RunImageMagickTest, ANameThatCannotBePassed) {
   const Arguments arguments = CommandOf(In("missing%d.jpg"), In("out.jpg"));
   testing::internal::CaptureStderr();
-  EXPECT_EQ(HandOver(other_, arguments, *ParseCommand(arguments), "this"), 1);
+  EXPECT_EQ(RunImageMagick(magick_, arguments, *ParseCommand(arguments), "this"), 1);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "convert-thumb: cannot pass a file name to " +
-                                                        other_.program +
+                                                        magick_.program +
                                                         ": No such file or directory\n");
   EXPECT_FALSE(fs::exists(In("arguments")));
 }

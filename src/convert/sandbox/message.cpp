@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 
 namespace keldo::convert {
 namespace {
@@ -12,7 +13,7 @@ constexpr std::string_view kProgram = "convert-thumb: ";
 constexpr unsigned char kFirstPrintable = 0x20;
 constexpr unsigned char kDelete = 0x7f;
 
-// Terminals take U+0080 to U+009F for commands too; in UTF-8 they are two bytes.
+// Terminals obey U+0080 to U+009F as well; in UTF-8 these are two bytes.
 bool StartsWithSecondControlSet(std::string_view text) {
   constexpr unsigned char kLead = 0xc2;
   constexpr unsigned char kLast = 0x9f;
@@ -30,7 +31,7 @@ std::string Escaped(char character) {
 }
 
 // In one piece, so that the lines of several runs do not mix. Whoever closed standard error does
-// not want to know.
+// not want the messages.
 void Write(std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
@@ -57,12 +58,16 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
-void Complain(std::string_view name, std::string_view reason) {
-  Complain(std::string(name) + ": " + std::string(reason));
+void PrintError(std::string_view name, std::string_view reason) {
+  PrintError(std::string(name) + ": " + std::string(reason));
 }
 
-void Complain(std::string_view message) {
+void PrintError(std::string_view message) {
   Write(std::string(kProgram) + OneLine(message) + "\n");
+}
+
+std::string LastErrorText() {
+  return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): there is one thread
 }
 
 }  // namespace keldo::convert

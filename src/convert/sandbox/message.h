@@ -1,4 +1,4 @@
-// What is told on standard error.
+// Messages on standard error.
 #pragma once
 
 #include <string>
@@ -11,9 +11,12 @@ namespace keldo::convert {
 [[nodiscard]] std::string OneLine(std::string_view text);
 
 /// Writes the line "convert-thumb: <name>: <reason>" to standard error.
-void Complain(std::string_view name, std::string_view reason);
+void PrintError(std::string_view name, std::string_view reason);
 
 /// Writes the line "convert-thumb: <message>" to standard error.
-void Complain(std::string_view message);
+void PrintError(std::string_view message);
+
+/// Why the last system call failed, in words: "Permission denied".
+[[nodiscard]] std::string LastErrorText();
 
 }  // namespace keldo::convert

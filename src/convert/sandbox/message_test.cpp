@@ -4,8 +4,8 @@
 
 namespace {
 
-using keldo::convert::Complain;
 using keldo::convert::OneLine;
+using keldo::convert::PrintError;
 
 TEST(OneLine, ControlCharactersAreShown) {
   EXPECT_EQ(OneLine("a\nb\tc\x1b[2J\x7f\r"), "a\\nb\\tc\\x1b[2J\\x7f\\x0d");
@@ -18,10 +18,10 @@ TEST(OneLine, OtherBytesStay) {
     EXPECT_EQ(OneLine(text), text);
 }
 
-TEST(Complain, WritesOneLine) {
+TEST(PrintError, WritesOneLine) {
   testing::internal::CaptureStderr();
-  Complain("a\nb.jpg", "the file is empty");
-  Complain("a message");
+  PrintError("a\nb.jpg", "the file is empty");
+  PrintError("a message");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "convert-thumb: a\\nb.jpg: the file is empty\nconvert-thumb: a message\n");
 }

@@ -1,17 +1,15 @@
 #include "convert/sandbox/worker.h"
 
-#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <exception>
 #include <new>
+#include <optional>
 
-#include "convert/cli/input_file.h"
 #include "convert/pixels/image.h"
 #include "convert/sandbox/message.h"
+#include "process/child.h"
 
 namespace keldo::convert {
 namespace {
@@ -27,7 +25,7 @@ void NoteGaps(const SandboxGaps& gaps) {
   if (!gaps.landlock && !gaps.seccomp) return;
   std::string parts = gaps.landlock ? "Landlock" : "seccomp filters";
   if (gaps.landlock && gaps.seccomp) parts = "Landlock and seccomp filters";
-  Complain("note: photos are read in a weaker sandbox, since this kernel lacks " + parts);
+  PrintError("note: photos are read in a weaker sandbox, since this kernel lacks " + parts);
 }
 
 int Work(const WorkerPlan& plan, const std::function<void()>& work) {
@@ -36,32 +34,23 @@ int Work(const WorkerPlan& plan, const std::function<void()>& work) {
     return kDone;
   } catch (const ImageError& error) {
     if (error.kind() == ImageError::Kind::kUnsupported) return kUnsupported;
-    Complain(plan.name, error.what());
+    PrintError(plan.name, error.what());
   } catch (const std::bad_alloc&) {
-    Complain(plan.name, kOutOfMemory);
+    PrintError(plan.name, kOutOfMemory);
   } catch (const std::exception& error) {
-    Complain(plan.name, error.what());
+    PrintError(plan.name, error.what());
   }
   return kFailed;
 }
 
-[[noreturn]] void BeWorker(const WorkerPlan& plan, pid_t parent,
-                           const std::function<void()>& work) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // The parent may have gone before the line above took effect.
-  if (getppid() != parent) _exit(kFailed);
-  // Whoever started us may have had these ignored or blocked. Too long a file is to be an error of
-  // write.
-  static_cast<void>(std::signal(SIGXCPU, SIG_DFL));
-  static_cast<void>(std::signal(SIGALRM, SIG_DFL));
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+// What the worker exits with.
+int WorkConfined(const WorkerPlan& plan, const std::function<void()>& work) {
+  process::DefaultAndUnblock({SIGXCPU, SIGALRM});
+  // Too long a file is to be an error of write.
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   CloseOtherDescriptors(plan.descriptors);
   NoteGaps(EnterSandbox(plan.limits, plan.parts));
-  // Nothing of the parent's is flushed or removed a second time.
-  _exit(Work(plan, work));
+  return Work(plan, work);
 }
 
 std::string DeathBy(int signal, const WorkerLimits& limits) {
@@ -88,7 +77,7 @@ std::string DeathBy(int signal, const WorkerLimits& limits) {
 
 Outcome OutcomeOf(const WorkerPlan& plan, int status) {
   if (WIFSIGNALED(status)) {
-    Complain(plan.name, DeathBy(WTERMSIG(status), plan.limits));
+    PrintError(plan.name, DeathBy(WTERMSIG(status), plan.limits));
     return Outcome::kFailed;
   }
   switch (WEXITSTATUS(status)) {
@@ -100,7 +89,7 @@ Outcome OutcomeOf(const WorkerPlan& plan, int status) {
       return Outcome::kFailed;
     default:
       // A library ended the process by itself.
-      Complain(plan.name, "the decoder gave up");
+      PrintError(plan.name, "the decoder gave up");
       return Outcome::kFailed;
   }
 }
@@ -108,29 +97,12 @@ Outcome OutcomeOf(const WorkerPlan& plan, int status) {
 }  // namespace
 
 Outcome RunWorker(const WorkerPlan& plan, const std::function<void()>& work) {
-  KeepExitStatuses();
-  const pid_t parent = getpid();
-  const pid_t child = fork();
-  if (child == 0) BeWorker(plan, parent, work);
-  const int status = child > 0 ? WaitForChild(child) : -1;
+  std::optional<process::Child> worker =
+      process::Child::Fork(process::Group::kOurs, [&] { return WorkConfined(plan, work); });
+  const int status = worker ? worker->Reap() : -1;
   if (status >= 0) return OutcomeOf(plan, status);
-  Complain(plan.name, "no process for the decoder: " + LastErrorText());
+  PrintError(plan.name, "no process for the decoder: " + LastErrorText());
   return Outcome::kFailed;
-}
-
-void KeepExitStatuses() {
-  struct sigaction current {};
-  sigaction(SIGCHLD, nullptr, &current);
-  if (current.sa_handler == SIG_IGN || (current.sa_flags & SA_NOCLDWAIT) != 0)
-    static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
-}
-
-int WaitForChild(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) != child) {
-    if (errno != EINTR) return -1;
-  }
-  return status;
 }
 
 }  // namespace keldo::convert

@@ -1,4 +1,4 @@
-// Work in a process that can do no harm.
+// Decoding in a process that can do no harm.
 #pragma once
 
 #include <functional>
@@ -20,19 +20,12 @@ struct WorkerPlan {
 };
 
 /// Runs `work` in a copy of this process that dies with this one, keeps only what `plan` says and
-/// is confined before `work` begins. `work` tells of failures by ImageError, and of too little
-/// memory by std::bad_alloc.
+/// is confined before `work` begins. `work` reports failures by throwing ImageError, and too little
+/// memory by throwing std::bad_alloc.
 ///
-/// kFailed when it failed, crashed or used up its limits; one line on standard error said why.
+/// kFailed when it failed, crashed or used up its limits; one line on standard error says why.
 /// kUnsupported for an ImageError of that kind, without a message. What `work` changes in memory is
-/// lost. A kernel that lacks a part of the sandbox is noted on standard error.
+/// lost. A note on standard error says which part of the sandbox the kernel lacks.
 [[nodiscard]] Outcome RunWorker(const WorkerPlan& plan, const std::function<void()>& work);
-
-/// Makes sure that the ends of our children are reported to us: whoever started this program with
-/// SIGCHLD ignored passed that on.
-void KeepExitStatuses();
-
-/// Waits for the end of a child and returns its wait status; -1 when there is no such child.
-[[nodiscard]] int WaitForChild(pid_t child);
 
 }  // namespace keldo::convert

@@ -20,7 +20,6 @@
 #include <thread>
 
 #include "convert/cli/files.h"
-#include "convert/cli/input_file.h"
 #include "convert/cli/files.h"
 #include "convert/pixels/image.h"
 #include "support/temp_dir.h"
@@ -44,15 +43,15 @@ struct Result {
   std::string messages;
 };
 
-Result Supervised(const std::function<void()>& work, const WorkerPlan& plan) {
+Result RunAndCapture(const std::function<void()>& work, const WorkerPlan& plan) {
   testing::internal::CaptureStderr();
   const Outcome outcome = RunWorker(plan, work);
   return {outcome, testing::internal::GetCapturedStderr()};
 }
 
-Result Supervised(const std::function<void()>& work) {
+Result RunAndCapture(const std::function<void()>& work) {
   WorkerPlan plan{"a\nb.jpg", {}, {}, {}};
-  return Supervised(work, plan);
+  return RunAndCapture(work, plan);
 }
 
 // Ends the worker by a signal, whatever a sanitizer would do about it.
@@ -71,37 +70,37 @@ std::string Read(const std::string& path) {
 }
 
 TEST(RunWorker, Done) {
-  const Result result = Supervised([] {});
+  const Result result = RunAndCapture([] {});
   EXPECT_EQ(result.outcome, Outcome::kDone);
   EXPECT_EQ(result.messages, "");
 }
 
-TEST(RunWorker, FailuresAreToldOnce) {
+TEST(RunWorker, FailuresArePrintedOnce) {
   using Kind = ImageError::Kind;
   for (const Kind kind : {Kind::kCorrupt, Kind::kLimit, Kind::kOutput}) {
-    const Result result = Supervised([&] { throw ImageError(kind, "its\x1b reason"); });
+    const Result result = RunAndCapture([&] { throw ImageError(kind, "its\x1b reason"); });
     EXPECT_EQ(result.outcome, Outcome::kFailed);
     EXPECT_EQ(result.messages, Message("its\\x1b reason"));
   }
-  const Result other = Supervised([] { throw std::runtime_error("a library's reason"); });
+  const Result other = RunAndCapture([] { throw std::runtime_error("a library's reason"); });
   EXPECT_EQ(other.outcome, Outcome::kFailed);
   EXPECT_EQ(other.messages, Message("a library's reason"));
 }
 
 TEST(RunWorker, UnsupportedIsNoFailure) {
   const Result result =
-      Supervised([] { throw ImageError(ImageError::Kind::kUnsupported, "strange"); });
+      RunAndCapture([] { throw ImageError(ImageError::Kind::kUnsupported, "strange"); });
   EXPECT_EQ(result.outcome, Outcome::kUnsupported);
   EXPECT_EQ(result.messages, "");
 }
 
 TEST(RunWorker, TooLittleMemory) {
-  const Result result = Supervised([] { throw std::bad_alloc(); });
+  const Result result = RunAndCapture([] { throw std::bad_alloc(); });
   EXPECT_EQ(result.outcome, Outcome::kFailed);
   EXPECT_EQ(result.messages, Message("it needs more memory than the limit allows"));
 }
 
-TEST(RunWorker, CrashesAreTold) {
+TEST(RunWorker, CrashesArePrinted) {
   for (const auto& [signal, reason] : std::vector<std::pair<int, std::string>>{
            {SIGSEGV, "the decoder crashed (signal 11)"},
            {SIGABRT, "the decoder crashed (signal 6)"},
@@ -109,14 +108,14 @@ TEST(RunWorker, CrashesAreTold) {
            {SIGBUS, "the file shrank while it was read, or cannot be read"},
            {SIGTERM, "the decoder was told to stop (signal 15)"},
            {SIGXCPU, "reading it took longer than the CPU-time limit of 300 s"}}) {
-    const Result result = Supervised([signal = signal] { Die(signal); });
+    const Result result = RunAndCapture([signal = signal] { Die(signal); });
     EXPECT_EQ(result.outcome, Outcome::kFailed);
     EXPECT_EQ(result.messages, Message(reason));
   }
 }
 
 TEST(RunWorker, ALibraryThatExitsIsAFailure) {
-  const Result result = Supervised([] { _exit(42); });
+  const Result result = RunAndCapture([] { _exit(42); });
   EXPECT_EQ(result.outcome, Outcome::kFailed);
   EXPECT_EQ(result.messages, Message("the decoder gave up"));
 }
@@ -124,7 +123,7 @@ TEST(RunWorker, ALibraryThatExitsIsAFailure) {
 TEST(RunWorker, AnEndlessLoopEnds) {
   WorkerPlan plan{"a\nb.jpg", {}, {}, {}};
   plan.limits.cpu_seconds = 1;
-  const Result result = Supervised(
+  const Result result = RunAndCapture(
       [] {
         for (;;)
           __asm__ volatile("");
@@ -143,7 +142,7 @@ TEST(RunWorker, AnEndlessWaitEnds) {
   sigaddset(&alarm_only, SIGALRM);
   const auto before = std::signal(SIGALRM, SIG_IGN);
   sigprocmask(SIG_BLOCK, &alarm_only, nullptr);
-  const Result result = Supervised([] { sleep(20); }, plan);
+  const Result result = RunAndCapture([] { sleep(20); }, plan);
   sigprocmask(SIG_UNBLOCK, &alarm_only, nullptr);
   std::signal(SIGALRM, before);
   EXPECT_EQ(result.outcome, Outcome::kFailed);
@@ -157,7 +156,7 @@ TEST(RunWorker, AFileThatShrinks) {
   InputFile input(path);
   input.Map();
   fs::resize_file(path, 0);
-  const Result result = Supervised([&] {
+  const Result result = RunAndCapture([&] {
     static_cast<void>(std::signal(SIGBUS, SIG_DFL));
     static_cast<void>(*static_cast<const volatile std::uint8_t*>(&input.bytes()[50'000]));
   });
@@ -175,16 +174,16 @@ TEST(RunWorker, TheSandboxIsOn) {
   WorkerPlan plan{"a\nb.jpg", {}, {}, {}};
   plan.parts.landlock = true;
   plan.parts.seccomp = true;
-  EXPECT_EQ(Supervised(create, plan).outcome, Outcome::kDone);
+  EXPECT_EQ(RunAndCapture(create, plan).outcome, Outcome::kDone);
   EXPECT_FALSE(fs::exists(path));
   const Result result =
-      Supervised([] { static_cast<void>(socket(AF_INET, SOCK_STREAM, 0)); }, plan);
+      RunAndCapture([] { static_cast<void>(socket(AF_INET, SOCK_STREAM, 0)); }, plan);
   EXPECT_EQ(result.messages, Message("the decoder tried what the sandbox forbids and was stopped"));
 }
 
 TEST(RunWorker, MemoryIsLimited) {
   if (keldo::convert::SandboxParts::kSanitized) return;
-  const Result result = Supervised([] {
+  const Result result = RunAndCapture([] {
     // More than the limit.
     const std::vector<char> much(std::size_t{5} << 30);
     if (much.back() != 0) _exit(1);
@@ -193,9 +192,9 @@ TEST(RunWorker, MemoryIsLimited) {
   EXPECT_EQ(result.messages, Message("it needs more memory than the limit allows"));
 }
 
-TEST(RunWorker, WorksForACallerThatIgnoresItsChildren) {
+TEST(RunWorker, WorksWhereSigchldIsIgnored) {
   const auto before = std::signal(SIGCHLD, SIG_IGN);
-  EXPECT_EQ(Supervised([] {}).outcome, Outcome::kDone);
+  EXPECT_EQ(RunAndCapture([] {}).outcome, Outcome::kDone);
   std::signal(SIGCHLD, before);
 }
 
@@ -211,7 +210,7 @@ TEST(RunWorker, NotesWhatTheKernelLacks) {
     prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter);
     WorkerPlan plan{"a\nb.jpg", {}, {}, {}};
     plan.parts.landlock = true;
-    const Result result = Supervised([] {}, plan);
+    const Result result = RunAndCapture([] {}, plan);
     _exit(result.outcome == Outcome::kDone &&
                   result.messages ==
                       "convert-thumb: note: photos are read in a weaker sandbox, "
@@ -229,8 +228,8 @@ TEST(RunWorker, TheWorkerDiesWithItsParent) {
   ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
   UniqueFd reader(pipe_ends[0]);
   UniqueFd writer(pipe_ends[1]);
-  const pid_t supervisor = fork();
-  if (supervisor == 0) {
+  const pid_t parent = fork();
+  if (parent == 0) {
     const int kept[] = {writer.get()};
     WorkerPlan plan{"photo", kept, {}, {}};
     static_cast<void>(RunWorker(plan, [&] {
@@ -242,8 +241,8 @@ TEST(RunWorker, TheWorkerDiesWithItsParent) {
   writer.reset();
   char byte = 0;
   ASSERT_EQ(read(reader.get(), &byte, 1), 1);
-  kill(supervisor, SIGTERM);
-  ASSERT_EQ(waitpid(supervisor, nullptr, 0), supervisor);
+  kill(parent, SIGTERM);
+  ASSERT_EQ(waitpid(parent, nullptr, 0), parent);
   // The end of the pipe is the worker's.
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(read(reader.get(), &byte, 1), 0);
@@ -261,8 +260,8 @@ class OutputsOfARun : public testing::Test {
     steps[1].output = old_;
     std::ofstream(old_) << "as it was";
     EXPECT_TRUE(outputs.Open(steps, {}));
-    const Result result =
-        Supervised([&] { work(outputs.descriptors()); }, {"photo", outputs.descriptors(), {}, {}});
+    const Result result = RunAndCapture([&] { work(outputs.descriptors()); },
+                                        {"photo", outputs.descriptors(), {}, {}});
     if (result.outcome == Outcome::kDone) outputs.Close();
     return result.outcome;
   }
