@@ -20,7 +20,6 @@
 #include <thread>
 
 #include "convert/cli/files.h"
-#include "convert/cli/files.h"
 #include "convert/pixels/image.h"
 #include "support/temp_dir.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <array>
+#include <chrono>
 #include <string>
 
 #include "process/output.h"
@@ -25,7 +25,8 @@ class KillTest : public testing::Test {
   // What a script prints that runs with a process table of its own, $KILL being our helper. It must
   // not see the machine's processes: it kills by name.
   [[nodiscard]] std::string InNamespace(const std::string& script) const {
-    const std::string whole = "cd \"$1\"; KILL=$2\n" + std::string(kFunctions) + script;
+    const std::string whole =
+        "exec 2>/dev/null; cd \"$1\"; KILL=$2\n" + std::string(kFunctions) + script;
     return keldo::process::RunForOutput(
                "/usr/bin/bwrap",
                {"--unshare-pid", "--die-with-parent", "--dev-bind", "/", "/", "--proc", "/proc",
