@@ -79,9 +79,10 @@ void SetSignals(const Prepared& prepared) {
   if (prepared.plan.in_our_place) mask = prepared.our_mask;
   for (int signal = 1; signal <= SIGRTMAX; ++signal) {
     struct sigaction ours {};
-    const bool stays_ignored = prepared.plan.in_our_place && signal != SIGPIPE &&
-                               sigaction(signal, nullptr, &ours) == 0 && ours.sa_handler == SIG_IGN;
-    if (!stays_ignored) sigaction(signal, &by_default, nullptr);
+    sigaction(signal, nullptr, &ours);
+    const bool stays_ignored =
+        prepared.plan.in_our_place && ours.sa_handler == SIG_IGN && signal != SIGPIPE;
+    if (ours.sa_handler != SIG_DFL && !stays_ignored) sigaction(signal, &by_default, nullptr);
   }
   sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
