@@ -3,20 +3,20 @@ include(GNUInstallDirs)
 
 install(TARGETS keldothumbctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-option(KELDO_PACKAGE "Install everything that the Debian package holds; wants the prefix /usr" OFF)
+option(KELDO_PACKAGE "Install everything that the Debian package contains; needs the prefix /usr" OFF)
 if(NOT KELDO_PACKAGE)
   return()
 endif()
-# The service files, the programs and the documentation name these places.
+# The service files, the programs and the documentation contain these paths.
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  message(FATAL_ERROR "The package is made for -DCMAKE_INSTALL_PREFIX=/usr")
+  message(FATAL_ERROR "The package needs -DCMAKE_INSTALL_PREFIX=/usr")
 endif()
 
 set(packaging ${PROJECT_SOURCE_DIR}/packaging)
 set(man_pages ${PROJECT_SOURCE_DIR}/docs/man)
 set(doc_dir /usr/share/doc/${PROJECT_NAME})
 
-# Whoever builds on a machine with a strict umask makes the same package.
+# A strict umask on the build machine must not change the package.
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -78,8 +78,8 @@ set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "thumbnail generator for photo libraries")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION ${long_description})
-# The libraries are found by dpkg-shlibdeps, but for those that are loaded when a photo needs them.
-# The others are the programs that are run.
+# dpkg-shlibdeps finds the linked libraries. The ones listed here are loaded on demand; the other
+# packages contain the programs that we run.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
   "dcraw, imagemagick, libgif7, libheif1, libjpeg-turbo-progs, libpng16-16, libtiff6, libwebp7")

@@ -31,7 +31,7 @@ int PngChannels(int colour) {
   return kChannels[colour];
 }
 
-// One part of the image with its filter bytes, from the pixel at x0, y0 in steps.
+// A part of the image with its filter bytes: every step-th pixel from x0, y0 on.
 void AppendPngRows(const PngFacts& facts, int x0, int y0, int dx, int dy, Data& rows) {
   const int bits = PngChannels(facts.colour) * facts.depth;
   for (int y = y0; y < facts.height; y += dy) {
@@ -116,7 +116,7 @@ void SetTiffFields(TIFF* tiff, const TiffFacts& facts) {
   }
 }
 
-// Of one pixel in one plane.
+// The size of a pixel in a plane.
 std::ptrdiff_t TiffPixelBytes(const TiffFacts& facts) {
   return (facts.planar == PLANARCONFIG_SEPARATE ? 1 : facts.samples) * facts.bits / 8;
 }
@@ -238,7 +238,7 @@ Data WebpFile(const WebpFacts& facts) {
   Append(body, "WEBP");
   AppendRiffChunk(body, "VP8X", header);
   if (!facts.icc.empty()) AppendRiffChunk(body, "ICCP", facts.icc);
-  // The bitstream's own chunks, without the header of its file; those of alpha among them.
+  // The chunks of the bitstream, including those of alpha, without the file's header.
   const bool extended = std::string(simple.begin() + 12, simple.begin() + 16) == "VP8X";
   body.insert(body.end(), simple.begin() + (extended ? 30 : 12), simple.end());
   if (!facts.exif.empty()) AppendRiffChunk(body, "EXIF", facts.exif);
@@ -249,7 +249,7 @@ Data WebpFile(const WebpFacts& facts) {
 
 namespace {
 
-// Pixels as codes of 9 bits each: the table is cleared before it needs longer ones.
+// Writes pixels as codes of 9 bits; the table is cleared before it needs longer ones.
 Data LzwOf(const Data& pixels) {
   constexpr unsigned kClear = 256;
   constexpr unsigned kEnd = 257;

@@ -18,11 +18,11 @@ struct PngFacts {
   int width = 40;
   int height = 30;
   int depth = 8;
-  int colour = 2;  ///< PNG's number of the colour type
+  int colour = 2;  ///< PNG's number for the colour type
   bool interlaced = false;
   std::vector<PngChunk> chunks{};  ///< before the pixels
 };
-/// A PNG file, of SamplePixels; for a palette, of values below its length.
+/// A PNG file of SamplePixels or, with a palette, of values below its length.
 [[nodiscard]] Data PngFile(const PngFacts& facts);
 
 struct TiffFacts {
@@ -50,7 +50,7 @@ struct WebpFacts {
   int height = 30;
   bool alpha = false;
   bool lossless = true;
-  bool animated = false;  ///< by its flag only
+  bool animated = false;  ///< only its flag is set
   Data icc{};
   Data exif{};
 };
@@ -64,7 +64,7 @@ struct GifFrame {
   int transparent = -1;
   bool interlaced = false;
   bool own_palette = false;
-  int colours = 256;  ///< of the palette of its own
+  int colours = 256;  ///< in its own palette
 };
 struct GifFacts {
   int canvas_width = 40;
@@ -83,7 +83,7 @@ struct HeifFacts {
   int bits = 8;
   int orientation = 1;
   Data icc{};
-  Data exif{};  ///< starting at its byte order mark
+  Data exif{};  ///< starts with the byte order mark
 };
 [[nodiscard]] Data HeifFile(const HeifFacts& facts);
 

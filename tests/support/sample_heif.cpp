@@ -2,7 +2,7 @@
 
 #include "support/sample_files.h"
 
-// Leaks of the encoder, and of the decoder when a damaged file ends it, are not ours.
+// The encoder leaks, and so does the decoder on damaged files. These leaks are not ours.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libx265\nleak:libdav1d\n";
 }
@@ -26,7 +26,7 @@ heif::Image ImageOf(const HeifFacts& facts) {
   const int samples = facts.alpha ? 4 : 3;
   for (int y = 0; y < facts.height; ++y) {
     for (int i = 0; i < facts.width * samples; ++i) {
-      // Smooth, so that little is lost: left to right, top to bottom, and their sum.
+      // Smooth gradients, so that little is lost: to the right, down, and their sum.
       const int x = i / samples;
       const int channel = i % samples;
       int value = channel == 0 ? x * 3 : y * 4;
