@@ -66,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const std::array<int, 2> outputs{keldo::convert::MemoryFile(),
                                           keldo::convert::MemoryFile()};
   keldo::convert::LoadCodecOnce();
-  const keldo::convert::Bytes file(data, size);
+  const keldo::Bytes file(data, size);
   // A reader only gets files of its format.
   if (keldo::media::DetectFormat(file) == kFormat) keldo::convert::Convert(file, outputs);
   return 0;

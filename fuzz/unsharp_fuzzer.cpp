@@ -61,7 +61,7 @@ struct Reference {
   const ExactImage& image;
   ExactImage blurred;
   Sharpening sharpening;
-  double blur_error;  // the most that a blurred sample may be off
+  double blur_error;  // the largest error of a blurred sample
 };
 
 // Each tap of the two passes may be off by half a step of a 16-bit sample, and by a step of its

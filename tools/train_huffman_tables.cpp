@@ -1,7 +1,7 @@
 // Prints the Huffman tables that suit the given JPEG files best, as source text for
 // huffman_tables.cpp: train_huffman_tables THUMBNAIL.jpg...
 //
-// A tool for developers. Every symbol that any baseline file may need gets a code, seen or not.
+// Every symbol that a baseline file may need gets a code, whether it occurs in these files or not.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -33,7 +33,7 @@ int BitsOf(int value) {
 }
 
 void CountBlock(const JCOEF* block, int& last_dc, TableCounts& counts) {
-  // Zigzag order: the diagonals in turn, down and up.
+  // Zigzag order: one diagonal after the other, alternately down and up.
   static const std::array<int, DCTSIZE2> kOrder = [] {
     std::array<int, DCTSIZE2> order{};
     std::size_t at = 0;
@@ -97,7 +97,7 @@ void CountFile(const char* path, std::array<TableCounts, 2>& counts) {
 
 // Lengths of codes for the counts: the two rarest groups become one, until one is left.
 std::vector<int> CodeLengths(std::vector<std::int64_t> counts) {
-  // One more symbol than there are, so that no code consists of ones only.
+  // One symbol more than there are, so that no code consists of ones only.
   counts.push_back(1);
   std::vector<int> lengths(counts.size());
   std::vector<std::vector<std::size_t>> groups;

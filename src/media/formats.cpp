@@ -64,7 +64,7 @@ bool IsHeif(Bytes start) {
   constexpr std::size_t kFurtherBrands = 16;
   if (TextAt(start, kWord, kWord) != "ftyp") return false;
   if (IsHeifBrand(TextAt(start, kMainBrand, kWord))) return true;
-  // Files name a dozen. The size can be anything, and nothing limits this process yet.
+  // Files name a dozen. The size can be anything, and this process is not limited yet.
   const std::size_t end =
       std::min<std::size_t>({BigEndian32(start.data()), start.size(), kDetectionBytes});
   for (std::size_t brand = kFurtherBrands; brand + kWord <= end; brand += kWord) {

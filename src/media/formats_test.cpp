@@ -49,7 +49,7 @@ TEST(DetectFormatTest, VideosAreNotHeif) {
   EXPECT_EQ(FormatOfText(Ftyp("isom", "mp41avc1")), Format::kUnknown);
   EXPECT_EQ(FormatOfText(Ftyp("qt  ")), Format::kUnknown);
   EXPECT_EQ(FormatOfText(Ftyp("mp42")), Format::kUnknown);
-  // The text behind the box does not count.
+  // What follows the box does not count.
   EXPECT_EQ(FormatOfText(Ftyp("isom") + "heic"), Format::kUnknown);
 }
 

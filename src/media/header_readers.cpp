@@ -32,7 +32,7 @@ bool ReadAt(int fd, std::int64_t offset, std::span<std::uint8_t> to) {
   return got == static_cast<ssize_t>(to.size());
 }
 
-// SOF0 to SOF15 but for the three codes in that range which mean something else.
+// SOF0 to SOF15, except for three codes in that range that mean something else.
 bool IsFrameHeader(std::uint8_t marker) {
   return marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
 }

@@ -25,8 +25,8 @@ struct RawHeader {
 // These read files of the format named, and give nothing when the header is damaged or cut off.
 
 /// Segments that do not matter are skipped unread: a damaged colour profile or description must not
-/// keep anybody from measuring a photo that every decoder shows. A damaged EXIF segment counts as
-/// none. Reads a few bytes a segment; moves no file position.
+/// keep us from measuring a photo that every decoder shows. A damaged EXIF segment counts as
+/// none. Reads a few bytes per segment; moves no file position.
 [[nodiscard]] std::optional<RawHeader> ReadJpegHeader(const FileStart& file);
 
 /// Portable bitmaps, graymaps and pixmaps, plain or raw (P1 to P6):

@@ -47,7 +47,7 @@ class HeifLibrary {
     return function != nullptr;
   }
 
-  void* handle_;  // Kept to the end of the process: other threads of the library may run.
+  void* handle_;  // Never closed: threads of the library may still run.
   bool complete_ = false;
 };
 
@@ -56,8 +56,8 @@ const HeifLibrary& Library() {
   return library;
 }
 
-// The displayed size of the main image: rotated and cropped as the file asks. Nothing when the
-// library is missing, too.
+// The displayed size of the main image, rotated and cropped as the file asks. Also nothing when the
+// library is missing.
 std::optional<RawHeader> MeasureHeif(const std::string& path) {
   const HeifLibrary& heif = Library();
   if (!heif.complete()) return std::nullopt;
@@ -89,7 +89,7 @@ RawHeader MeasureByExiv2(const std::string& path) {
   return {image->pixelWidth(), image->pixelHeight(), OrientationIn(image->exifData())};
 }
 
-// The first bytes: enough for the brands of a HEIF file and for a pixmap's header with comments.
+// Enough for the brands of a HEIF file and for a pixmap's header with comments.
 using Start = std::array<std::uint8_t, kDetectionBytes>;
 
 Bytes ReadStart(int fd, Start& start) {
@@ -113,8 +113,8 @@ std::optional<ImageHeader> Checked(const RawHeader& header) {
 }
 
 std::optional<ImageHeader> Measure(int fd) {
-  // The libraries open the file once more. By the descriptor they get the one that was checked, and
-  // cannot take a name like "http://..." for an address.
+  // The libraries open the file again. Through the descriptor they get the file that was checked,
+  // and cannot mistake a name like "http://..." for an address.
   const std::string same_file = "/proc/self/fd/" + std::to_string(fd);
   Start buffer;
   const Bytes start = ReadStart(fd, buffer);
@@ -137,8 +137,8 @@ std::optional<ImageHeader> ReadImageHeader(const std::string& path) {
   try {
     return Measure(fd.get());
   } catch (...) {
-    // Whatever a damaged file makes a library throw, and not only what derives from std::exception,
-    // has one meaning: this is no image that can be measured.
+    // Whatever a library throws over a damaged file, derived from std::exception or not, means the
+    // same: the image cannot be measured.
     return std::nullopt;
   }
 }

@@ -1,4 +1,4 @@
-// What an image file's header says about its pixels.
+// The size and orientation of an image file, from its header.
 #pragma once
 
 #include <optional>
@@ -12,15 +12,15 @@ struct ImageHeader {
   int orientation = 0;  ///< EXIF numbering 1 to 8; 0 when unknown.
 };
 
-/// No camera or scanner makes a longer side; a header that claims one is damaged.
+/// No camera or scanner makes images with longer sides; a header that claims one is damaged.
 inline constexpr int kMaxSide = 10'000'000;
 
-/// Reads the header of an image of any kind that we can measure; the kind is told by the content,
-/// never by the name. Stored size and the orientation that turns it upright; for HEIC and AVIF the
-/// displayed size with orientation 1, since their decoders turn the pixels themselves.
+/// Reads the header of an image of any format that we can measure, detected by content, never by
+/// name. Gives the stored size and the EXIF orientation; for HEIC and AVIF the displayed size with
+/// orientation 1, since their decoders rotate the pixels themselves.
 ///
-/// Nothing when the file cannot be read or is no such image. Only regular files are opened, no
-/// pixels are decoded, nothing is thrown, logged or printed.
+/// Nothing when the file cannot be read or is not such an image. Opens regular files only, decodes
+/// no pixels, does not throw. Silent.
 [[nodiscard]] std::optional<ImageHeader> ReadImageHeader(const std::string& path);
 
 }  // namespace keldo::media

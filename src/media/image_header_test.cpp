@@ -115,7 +115,7 @@ class ImageHeaderTest : public ::testing::Test {
   testing::TempDir dir_;
 };
 
-TEST_F(ImageHeaderTest, JpegGivesTheStoredSizeAndTheOrientation) {
+TEST_F(ImageHeaderTest, ReadsStoredSizeAndOrientationOfJpeg) {
   EXPECT_EQ(Read(JpegHeaderOf(4000, 3000)), (Header{{4000, 3000, 0}}));
   for (int orientation = 1; orientation <= 8; ++orientation) {
     EXPECT_EQ(Read(JpegHeaderOf(4000, 3000, orientation)), (Header{{4000, 3000, orientation}}));
@@ -128,7 +128,7 @@ TEST_F(ImageHeaderTest, AnOrientationThatDoesNotExistIsUnknown) {
   EXPECT_EQ(Read(Tiff(40, 30, 65535)), (Header{{40, 30, 0}}));
 }
 
-TEST_F(ImageHeaderTest, OtherFormatsGiveTheStoredSize) {
+TEST_F(ImageHeaderTest, ReadsTheStoredSizeOfOtherFormats) {
   EXPECT_EQ(Read(Png(640, 480)), (Header{{640, 480, 0}}));
   EXPECT_EQ(Read(Tiff(640, 480, 6)), (Header{{640, 480, 6}}));
   EXPECT_EQ(Read(Gif(640, 480)), (Header{{640, 480, 0}}));
@@ -139,7 +139,7 @@ TEST_F(ImageHeaderTest, OtherFormatsGiveTheStoredSize) {
   EXPECT_EQ(Read("P5 640 480 65535 "), (Header{{640, 480, 0}}));
 }
 
-TEST_F(ImageHeaderTest, SizesThatMakeNoSenseAreNone) {
+TEST_F(ImageHeaderTest, RejectsImpossibleSizes) {
   EXPECT_EQ(Read(Png(0, 480)), std::nullopt);
   EXPECT_EQ(Read(Png(640, 0)), std::nullopt);
   EXPECT_EQ(Read(Png(0x7FFFFFFF, 1)), std::nullopt);
@@ -150,7 +150,7 @@ TEST_F(ImageHeaderTest, SizesThatMakeNoSenseAreNone) {
   EXPECT_EQ(Read(Bmp(640, 0x80000000)), std::nullopt);
 }
 
-TEST_F(ImageHeaderTest, WhatIsNoImageOrDamagedGivesNothing) {
+TEST_F(ImageHeaderTest, OtherAndDamagedFilesGiveNothing) {
   EXPECT_EQ(Read(""), std::nullopt);
   EXPECT_EQ(Read("just text"), std::nullopt);
   EXPECT_EQ(Read("\xFF\xD8"), std::nullopt);
@@ -167,13 +167,13 @@ TEST_F(ImageHeaderTest, WhatIsNoImageOrDamagedGivesNothing) {
             std::nullopt);
 }
 
-// One byte of a header damaged after the other: whatever comes of it, nothing is thrown or printed.
-TEST_F(ImageHeaderTest, NoDamageGetsThrough) {
+// Damages one byte of a header after the other. Whatever the result, nothing is thrown or printed.
+TEST_F(ImageHeaderTest, DamageNeitherThrowsNorPrints) {
   ::testing::internal::CaptureStderr();
   ::testing::internal::CaptureStdout();
   for (const std::string& image :
        {JpegHeaderOf(40, 30, 6), Png(40, 30), Tiff(40, 30, 6), Webp(40, 30)}) {
-    // Not every byte of the tables in a JPEG header, of which there are hundreds.
+    // A sample of the hundreds of bytes in the tables of a JPEG header.
     for (std::size_t i = 0; i < image.size(); i += image.size() / 150 + 1) {
       std::string damaged = image;
       damaged[i] = static_cast<char>(~damaged[i]);
@@ -185,7 +185,7 @@ TEST_F(ImageHeaderTest, NoDamageGetsThrough) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
-TEST_F(ImageHeaderTest, OnlyRegularFilesAreOpened) {
+TEST_F(ImageHeaderTest, OpensRegularFilesOnly) {
   EXPECT_EQ(ReadImageHeader(Path("none")), std::nullopt);
   EXPECT_EQ(ReadImageHeader(dir_.path()), std::nullopt);
   EXPECT_EQ(ReadImageHeader("/dev/zero"), std::nullopt);
@@ -193,12 +193,12 @@ TEST_F(ImageHeaderTest, OnlyRegularFilesAreOpened) {
   EXPECT_EQ(ReadImageHeader(Path("fifo.jpg")), std::nullopt);  // and does not wait for a writer
 }
 
-TEST_F(ImageHeaderTest, NamesAreBytesAndTellNothing) {
+TEST_F(ImageHeaderTest, IgnoresTheName) {
   const std::string jpeg = JpegHeaderOf(40, 30);
   for (const char* name : {"a.png", "a.heic", "-x %[1]*\n'\xFF.jpg", "none"}) {
     EXPECT_EQ(ReadImageHeader(Write(jpeg, name)), (Header{{40, 30, 0}})) << name;
   }
-  // A relative name that a library could take for an address or for data.
+  // Relative names that a library could mistake for an address or for data.
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(dir_.path());
   std::filesystem::create_directories("http:/127.0.0.1");
@@ -209,7 +209,7 @@ TEST_F(ImageHeaderTest, NamesAreBytesAndTellNothing) {
   std::filesystem::current_path(before);
 }
 
-TEST_F(ImageHeaderTest, HeicAndAvifGiveTheDisplayedSize) {
+TEST_F(ImageHeaderTest, ReadsTheDisplayedSizeOfHeicAndAvif) {
   for (const char* name : {"IMG_1.heic", "IMG_1.avif"}) {
     EXPECT_EQ(ReadImageHeader(Encode(96, 64, 1, name)), (Header{{96, 64, 1}})) << name;
     EXPECT_EQ(ReadImageHeader(Encode(96, 64, 3, name)), (Header{{96, 64, 1}})) << name;
@@ -220,9 +220,9 @@ TEST_F(ImageHeaderTest, HeicAndAvifGiveTheDisplayedSize) {
   EXPECT_EQ(ReadImageHeader(Path("photo.jpg")), (Header{{64, 96, 1}}));
 }
 
-// The libraries behind HEIC cost more at every start of the program than all the rest. A process of
-// its own looks, for another test may have loaded them here.
-TEST_F(ImageHeaderTest, TheLibraryForHeicIsLoadedWhenAFileNeedsItOnly) {
+// The libraries behind HEIC would cost more at every start of the program than everything else. The
+// check runs in a process of its own, since another test may have loaded them in this one.
+TEST_F(ImageHeaderTest, LoadsTheHeicLibraryOnlyForAFileThatNeedsIt) {
   const std::string heic = Encode(96, 64, 1, "a.heic");
   const std::string jpeg = Write(JpegHeaderOf(40, 30));
   const auto is_loaded = [] {
@@ -239,7 +239,7 @@ TEST_F(ImageHeaderTest, TheLibraryForHeicIsLoadedWhenAFileNeedsItOnly) {
       ::testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ImageHeaderTest, ResolutionIsTheHeadersSize) {
+TEST_F(ImageHeaderTest, ResolutionIsTheSizeInTheHeader) {
   unsigned width = 7;
   unsigned height = 8;
   EXPECT_FALSE(keldoindexutils::KELDOIndexImgResGet(Write("no image"), width, height));

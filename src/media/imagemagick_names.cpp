@@ -41,8 +41,8 @@ std::string WithoutFirstFrame(const std::string& argument) {
   return argument.substr(0, argument.size() - kFirstFrame.size());
 }
 
-// True when the frame number at the end is ours and not part of the name. Beside a "b.gif" there
-// may be a file "b.gif[0]", which no list of photos holds and the program would rather read.
+// True when the frame number at the end is ours and not part of the name. Beside "b.gif" there may
+// be a file "b.gif[0]", which is not a photo, but which the program would prefer.
 bool HasFirstFrameSuffix(const std::string& argument) {
   if (!argument.ends_with(kFirstFrame)) return false;
   const std::string path = WithoutFirstFrame(argument);
@@ -88,7 +88,7 @@ std::string LiteralNames::ThroughDescriptor(const std::string& argument) {
   }
 
   const std::string name = LastComponent(path);
-  // By way of its directory where that will do, so that the extension stays to be seen.
+  // Through its directory where that is enough, so that the program still sees the extension.
   std::string safe = HasSpecialCharacter(name) || another_has_this_name
                          ? Hold(path)
                          : Hold(path.substr(0, path.size() - name.size())) + "/" + name;
@@ -96,7 +96,7 @@ std::string LiteralNames::ThroughDescriptor(const std::string& argument) {
   return safe;
 }
 
-// Opens a path for as long as the program runs, and returns how the program can reach it.
+// Holds a path open while the program runs, and returns the path by which the program reaches it.
 std::string LiteralNames::Hold(const std::string& path) {
   UniqueFd held(open(path.c_str(), O_PATH | O_CLOEXEC));
   if (!held.valid()) {

@@ -1,9 +1,9 @@
-// Passing file names to programs that would read more into them.
+// File names that ImageMagick would interpret.
 //
-// ImageMagick gives names a meaning: it takes a photo called "a*.jpg" for a list of arguments, cuts
-// "[1]" off as a frame number, expands "%d" in what it writes, and reads "png:", "-" and "@" at the
-// beginning of a relative path. Such a name is passed as "/proc/<pid>/fd/N", a path of ours that
-// leads to the same file or directory without spelling it.
+// To ImageMagick "a*.jpg" is a pattern, "[1]" at the end of a name is a frame number, "%d" in the
+// name of an output is a counter, and "png:", "-" and "@" at the start of a relative path have
+// meanings of their own. Such a name is passed as "/proc/<pid>/fd/N", a path of our own process
+// that leads to the same file or directory without spelling its name.
 #pragma once
 
 #include <string>
@@ -13,12 +13,12 @@
 
 namespace keldo::media {
 
-/// True when `program` is ImageMagick, told by what its path leads to.
+/// True when the file that the path `program` leads to has one of ImageMagick's names.
 [[nodiscard]] bool IsImageMagick(const std::string& program);
 
-/// An argument vector in which every file name means just that file to the program. For programs
-/// that take names literally it is the given one, except that a relative path which begins with '-'
-/// or '@' gets "./" in front. To be kept until the program has ended.
+/// An argument vector in which every file name means exactly that file to the program. Programs
+/// that read names literally get the arguments unchanged, except that "./" is put before a relative
+/// path that starts with '-' or '@'. Must outlive the program's run.
 class LiteralNames {
  public:
   LiteralNames(const std::string& program, std::vector<std::string> arguments);

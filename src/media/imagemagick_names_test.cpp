@@ -89,8 +89,8 @@ const std::vector<std::string>& AwkwardNames() {
   return names;
 }
 
-// A directory with a red photo of an awkward name, blue ones of those names that the converter
-// might reach instead, and a metadata directory of the photo's name.
+// A directory with a red photo of an awkward name, blue photos under the names that the converter
+// might read instead, and a metadata directory named after the photo.
 class AwkwardName : public testing::TestWithParam<std::string> {
  protected:
   AwkwardName() {
@@ -122,7 +122,7 @@ TEST_P(AwkwardName, IsConvertedAsItIs) {
   ExpectThumbnails(photo_);
 }
 
-TEST_P(AwkwardName, IsConvertedWithTheFirstFrameAskedFor) {
+TEST_P(AwkwardName, IsConvertedByItsFirstFrame) {
   ExpectThumbnails(photo_ + "[0]");
 }
 
@@ -164,7 +164,7 @@ INSTANTIATE_TEST_SUITE_P(Converter, RelativeDirectory,
                          testing::Values("-dir", "@dir", "png:x", "~", "+dir", "-dir/@eaDir", "."),
                          [](const auto& name) { return std::to_string(name.index); });
 
-TEST(ConverterNames, AFileThatIsCalledLikeAFrameDoesNotReplaceThePhoto) {
+TEST(LiteralNamesTest, AFileNamedLikeAFrameDoesNotReplaceThePhoto) {
   const TempDir dir;
   const std::string photo = dir.path() + "/x.webp";
   WriteFile(photo, PlainJpeg(kRed));
@@ -173,7 +173,7 @@ TEST(ConverterNames, AFileThatIsCalledLikeAFrameDoesNotReplaceThePhoto) {
   EXPECT_EQ(Look(dir.path() + "/1.jpg"), "64 red");
 }
 
-TEST(ConverterNames, AMissingAwkwardPhotoIsNeverStarted) {
+TEST(LiteralNamesTest, TheProgramIsNotStartedForAMissingPhoto) {
   keldo::testing::ClearSyslog();
   const TempDir dir;
   const std::string photo = dir.path() + "/a*.jpg";
@@ -189,7 +189,7 @@ TEST(ConverterNames, AMissingAwkwardPhotoIsNeverStarted) {
   EXPECT_EQ(LiteralNames(kConvert, {"convert", photo}).error(), ENOENT);
 }
 
-TEST(ConverterNames, DescriptorsAreHeldNoLongerThanNeeded) {
+TEST(LiteralNamesTest, HoldsDescriptorsNoLongerThanNeeded) {
   const TempDir dir;
   fs::create_directory(dir.path() + "/100%");
   WriteFile(dir.path() + "/a*.jpg", "");
@@ -203,7 +203,7 @@ TEST(ConverterNames, DescriptorsAreHeldNoLongerThanNeeded) {
   EXPECT_EQ(CountDescriptors(), before);
 }
 
-TEST(ConverterNames, OrdinaryPathsAndOptionsStayAsTheyAre) {
+TEST(LiteralNamesTest, LeavesOrdinaryPathsAndOptionsUnchanged) {
   const TempDir dir;
   WriteFile(dir.path() + "/a b.webp", "");
   const std::vector<std::string> arguments{"/usr/keldo/bin/convert-thumb",
@@ -225,7 +225,7 @@ TEST(ConverterNames, OrdinaryPathsAndOptionsStayAsTheyAre) {
   EXPECT_THAT(names.arguments(), ElementsAreArray(arguments));
 }
 
-TEST(ConverterNames, OtherProgramsReceiveTheNamesThemselves) {
+TEST(LiteralNamesTest, OtherProgramsGetTheNamesUnchanged) {
   const LiteralNames names("/usr/bin/dcraw",
                            {"-/dcraw", "/v/a*%d[0].nef", "-dir/a.nef", "@dir/a.nef", "png:x/a.nef",
                             "~/a.nef", "-c", "+x/a"});
@@ -235,7 +235,7 @@ TEST(ConverterNames, OtherProgramsReceiveTheNamesThemselves) {
                           "png:x/a.nef", "~/a.nef", "-c", "+x/a"));
 }
 
-TEST(IsImageMagick, IsToldByWhatThePathLeadsTo) {
+TEST(IsImageMagickTest, FollowsLinksToTheProgram) {
   const TempDir dir;
   const std::string link = dir.path() + "/convert-thumb";
   fs::create_symlink(kConvert, link);

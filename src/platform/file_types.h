@@ -1,4 +1,4 @@
-// What a file is, told by its name's extension alone. Every test ignores case.
+// What a file is, recognised by the extension of its name. Case does not matter. Silent.
 #pragma once
 
 #include <string>

@@ -31,14 +31,14 @@ double SupportOf(Filter filter) {
   return filter == Filter::kLanczos ? kLanczosSupport : kMitchellSupport;
 }
 
-// To the nearest whole number; quicker than the library, which also handles what cannot occur here.
+// To the nearest whole number; faster than the library, which handles cases that cannot occur here.
 long Rounded(double x) {
   constexpr long kAboveAllSums = 16L * kWeightOne;
   return static_cast<long>(x + (kAboveAllSums + 0.5)) - kAboveAllSums;
 }
 
-// Sample `index` of those picked from the source: the one at (index + 1/2) * source / picked, and
-// where that falls between two, the one before.
+// The source position of picked sample `index`: (index + 1/2) * source / picked. Between two
+// samples it is the earlier one.
 int PickedSample(int index, int source, int picked) {
   const std::int64_t twice = (2 * std::int64_t{index} + 1) * source;
   return static_cast<int>((twice - 1) / (2 * std::int64_t{picked}));
@@ -48,15 +48,15 @@ constexpr int kSamplesAPixel = 3;
 // One step of a 16-bit sample is not visible.
 constexpr double kVisible = 1.0 / 65535;
 constexpr double kSmallestSigma = 1e-6;
-// Wider blurs than any profile asks for, so that a row of weights stays short.
+// Wider than any profile asks for, and short enough for a row of weights.
 constexpr int kMostPixelsAside = 255;
 
 double Gaussian(double x, double sigma) {
   return std::exp(-x * x / (2 * sigma * sigma));
 }
 
-// Pixels on each side: the first number, from 2 on, whose outermost weight cannot be seen, less
-// one.
+// Pixels on each side: one less than the first number, from 2 on, whose outermost weight is
+// invisible.
 int PixelsAside(double radius, double sigma) {
   if (radius > 0) return static_cast<int>(std::min<double>(std::ceil(radius), kMostPixelsAside));
   for (int aside = 2; aside < kMostPixelsAside; ++aside) {

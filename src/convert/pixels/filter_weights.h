@@ -25,8 +25,8 @@ enum class Filter : std::uint8_t {
 /// The value of a filter at a distance of `x` samples from its centre.
 [[nodiscard]] double FilterValue(Filter filter, double x);
 
-/// For every sample of a reduced (or equal) row or column the source samples that it is made of, in
-/// rising order, with weights that add up to kWeightOne.
+/// For every sample of a reduced (or equal) row or column, the source samples that it is made of,
+/// in ascending order, with weights that add up to kWeightOne.
 class FilterWeights {
  public:
   struct Taps {
@@ -34,9 +34,9 @@ class FilterWeights {
     std::span<const std::int16_t> weights;
   };
 
-  /// From `source` to `target` samples. `presampled` stands for a source of which first only five
-  /// samples for each target sample are picked, evenly spaced: the cheap first step of large
-  /// reductions, whose slight roughness belongs to how such thumbnails look.
+  /// From `source` to `target` samples. `presampled` first picks five evenly spaced source
+  /// samples for each target sample: the cheap first step of large reductions, whose slight
+  /// roughness is part of how such thumbnails look.
   FilterWeights(int source, int target, Filter filter, bool presampled);
 
   [[nodiscard]] int source() const { return source_; }
@@ -47,7 +47,7 @@ class FilterWeights {
     const std::size_t count = starts_[static_cast<std::size_t>(index) + 1] - start;
     return {std::span(sources_).subspan(start, count), std::span(weights_).subspan(start, count)};
   }
-  /// The most source samples between the first and the last of one target sample, both included.
+  /// The largest distance from the first to the last source sample of one target sample, inclusive.
   [[nodiscard]] int span() const { return span_; }
   /// True when the result is the source itself.
   [[nodiscard]] bool IsIdentity() const { return source_ == target() && span_ == 1; }
@@ -63,9 +63,9 @@ class FilterWeights {
 };
 
 /// The weights of a one-dimensional Gaussian blur, an odd number that adds up to kWeightOne.
-/// `radius` and `sigma` are in pixels; a radius of 0 is chosen so that what lies outside is not
-/// visible. Each weight is the sum of three samples of the curve, a third of a pixel apart, as a
-/// pixel is an area.
+/// `radius` and `sigma` are in pixels; a radius of 0 means just large enough that the
+/// weights left out are invisible. Each weight is the sum of three samples of the curve, a third of
+/// a pixel apart, as a pixel is an area.
 [[nodiscard]] std::vector<std::int16_t> BlurKernel(double radius, double sigma);
 
 }  // namespace keldo::convert

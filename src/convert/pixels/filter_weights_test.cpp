@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 
 constexpr double kWeightStep = 1.0 / kWeightOne;
 
-TEST(FilterValueTest, IsTheWellKnownCurve) {
+TEST(FilterValueTest, IsTheTextbookCurve) {
   EXPECT_DOUBLE_EQ(FilterValue(Filter::kLanczos, 0), 1);
   EXPECT_NEAR(FilterValue(Filter::kLanczos, 0.5), 0.6079271, 1e-6);
   EXPECT_NEAR(FilterValue(Filter::kLanczos, -1.5), -0.1350949, 1e-6);
@@ -26,7 +26,7 @@ TEST(FilterValueTest, IsTheWellKnownCurve) {
   EXPECT_EQ(FilterValue(Filter::kMitchell, 2), 0);
 }
 
-TEST(FilterWeightsTest, WeightsOfEverySampleAddUp) {
+TEST(FilterWeightsTest, WeightsOfEverySampleAddUpToOneToOne) {
   for (const auto& [source, target] :
        {std::tuple{1000, 333}, {7, 3}, {5000, 1}, {2, 1}, {100, 99}}) {
     for (const bool presampled : {false, true}) {
@@ -46,7 +46,7 @@ TEST(FilterWeightsTest, WeightsOfEverySampleAddUp) {
 }
 
 // 300 to 100: the centre of sample 50 is at 151.5, in the middle of source sample 151.
-TEST(FilterWeightsTest, AreTheFilterAroundTheCentre) {
+TEST(FilterWeightsTest, FollowTheFilterAroundTheCentre) {
   const FilterWeights weights(300, 100, Filter::kLanczos, false);
   const FilterWeights::Taps taps = weights.taps(50);
   double total = 0;
@@ -58,7 +58,7 @@ TEST(FilterWeightsTest, AreTheFilterAroundTheCentre) {
   }
 }
 
-TEST(FilterWeightsTest, EqualSizesAreTheSourceItself) {
+TEST(FilterWeightsTest, EqualSizesLeaveTheSourceUnchanged) {
   const FilterWeights weights(50, 50, Filter::kLanczos, false);
   EXPECT_TRUE(weights.IsIdentity());
   EXPECT_THAT(weights.taps(7).sources, ElementsAre(7));
@@ -66,14 +66,14 @@ TEST(FilterWeightsTest, EqualSizesAreTheSourceItself) {
   EXPECT_FALSE(FilterWeights(50, 50, Filter::kMitchell, false).IsIdentity());
 }
 
-// 8 samples for each of 1 are 5 picked ones: at 0.8, 2.4, 4, 5.6 and 7.2. What falls between two
-// samples is the one before.
-TEST(FilterWeightsTest, APresampledSourceHasFiveSamplesForEachOfTheResult) {
+// Of 8 samples for each result, 5 are picked: at 0.8, 2.4, 4, 5.6 and 7.2. Between two samples the
+// earlier one is picked.
+TEST(FilterWeightsTest, PresamplingPicksFiveSamplesForEachResult) {
   const FilterWeights weights(8, 1, Filter::kMitchell, true);
   EXPECT_THAT(weights.taps(0).sources, ElementsAre(0, 2, 3, 5, 7));
 }
 
-TEST(FilterWeightsTest, APresampledSourceMayRepeatSamples) {
+TEST(FilterWeightsTest, PresamplingMayRepeatSamples) {
   const FilterWeights weights(4, 2, Filter::kMitchell, true);
   EXPECT_THAT(weights.taps(0).sources, ElementsAre(0, 1, 2, 3));
 }

@@ -22,9 +22,10 @@ struct HuffmanTable {
   std::array<std::uint8_t, kSymbols> symbols;              ///< shortest code first
 };
 
-// Printed by train_huffman_tables for the thumbnails of some twenty cameras' photos at quality 90:
-// those of 1280 and 800 pixels, those of 640 and 320, and those of 240. Each holds every symbol of
-// baseline files, so that any image can be written.
+// Printed by `build/release/tools/train_huffman_tables THUMBNAIL.jpg...` (after `cmake --build
+// --preset release --target train_huffman_tables`), run once for each size: over thumbnails of 1280
+// and 800 pixels, of 640 and 320, and of 240, of photos from some twenty cameras at quality 90.
+// Each table holds every symbol of baseline files, so that any image can be written.
 // clang-format off
 constexpr HuffmanTable<12> kLargeLumaDc{
     {0, 3, 0, 1, 5, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0},

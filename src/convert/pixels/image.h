@@ -1,4 +1,4 @@
-// An image on its way through the converter: row by row from the top, 8 bits a sample.
+// An image on its way through the converter: row by row from the top, 8 bits per sample.
 #pragma once
 
 #include <array>
@@ -13,14 +13,14 @@
 
 namespace keldo::convert {
 
-/// Thrown by readers and the pixel work, and caught in one place. `what()` is a phrase for the
-/// user, such as "the file ends in its header"; the file's name is added by whoever prints it.
+/// Thrown by the readers and the pixel work, and caught in one place. `what()` is a phrase for the
+/// user, such as "the file ends in its header"; the caller that prints it adds the file's name.
 class ImageError : public std::runtime_error {
  public:
   enum class Kind {
     kCorrupt,      ///< the file is damaged or empty
     kLimit,        ///< the image is larger than the limits allow
-    kUnsupported,  ///< a valid file of a kind that another converter must read
+    kUnsupported,  ///< a valid file that ImageMagick has to read
     kOutput,       ///< a thumbnail could not be written
   };
 
@@ -32,29 +32,29 @@ class ImageError : public std::runtime_error {
   Kind kind_;
 };
 
-/// Larger than any camera's panorama, and small enough that a hostile header cannot exhaust a
-/// machine.
+/// What an image may cost, checked before memory is allocated. Larger than any camera's panorama,
+/// and small enough that a hostile header cannot exhaust a machine.
 struct Limits {
   int side = 65500;                                   ///< pixels; what a JPEG file can have
   std::int64_t pixels = std::int64_t{1} << 29;        ///< of the whole image
-  std::int64_t memory_bytes = std::int64_t{1} << 30;  ///< held at one time for pixels
+  std::int64_t memory_bytes = std::int64_t{1} << 30;  ///< for pixels, at any one time
 };
 
-/// Checks an image of this size against the limits. `bytes_held` is the memory that reading it
-/// takes at one time. Throws ImageError (kLimit) with the figure that is too large, or (kCorrupt)
-/// for a side below 1.
+/// Checks an image of this size against the limits. `bytes_held` is the most memory that
+/// reading it takes at one time. Throws ImageError (kLimit) with the figure that is too large, or
+/// (kCorrupt) for a side below 1.
 void CheckLimits(const Limits& limits, std::int64_t width, std::int64_t height,
                  std::int64_t bytes_held);
 
 enum class PixelLayout : std::uint8_t { kGray, kRgb, kBgr };
 
-/// Bytes a pixel.
+/// Bytes per pixel.
 [[nodiscard]] constexpr int ChannelsOf(PixelLayout layout) {
   return layout == PixelLayout::kGray ? 1 : 3;
 }
 
-/// Pixel density as JFIF writes it: 0 no unit (an aspect ratio), 1 dots an inch, 2 dots a
-/// centimetre.
+/// Pixel density as JFIF writes it. The unit is 0 for none (an aspect ratio), 1 for dots per inch,
+/// 2 for dots per centimetre.
 struct Density {
   std::uint8_t unit = 0;
   std::uint16_t x = 1;
@@ -71,12 +71,12 @@ struct JpegSampling {
 
 /// What is known before the first row.
 struct ImageInfo {
-  int width = 0;        ///< pixels, of the rows that come
-  int height = 0;       ///< pixels, of the rows that come
-  int full_width = 0;   ///< pixels, of the image in the file, which may be read at a reduced size
+  int width = 0;        ///< pixels, of the rows delivered
+  int height = 0;       ///< pixels, of the rows delivered
+  int full_width = 0;   ///< pixels, of the image in the file; it may be decoded at a reduced size
   int full_height = 0;  ///< pixels
   PixelLayout layout = PixelLayout::kRgb;
-  bool has_alpha_or_palette = false;  ///< decides the filter that the first thumbnail is made with
+  bool has_alpha_or_palette = false;  ///< decides the filter for the first thumbnail
   int orientation = 1;                ///< EXIF orientation of the rows, 1 to 8
   Density density;
   std::vector<std::uint8_t> icc;         ///< embedded ICC profile; empty for none
@@ -86,12 +86,12 @@ struct ImageInfo {
 /// How an image is to be read.
 struct ReadOptions {
   Limits limits;
-  Box first_box;           ///< what the first thumbnail needs; a smaller decode is of no use
+  Box first_box;           ///< of the first thumbnail; a decode may not be smaller
   bool one_thread = true;  ///< the codec must not start threads
 };
 
-/// An image whose header was read. Transparent pixels are already laid over the background: white,
-/// or the one that the file names.
+/// An image whose header has been read. Transparent pixels come flattened onto the background:
+/// white, or the colour that the file names.
 class ImageReader {
  public:
   ImageReader() = default;
@@ -100,12 +100,12 @@ class ImageReader {
   virtual ~ImageReader() = default;
 
   [[nodiscard]] virtual const ImageInfo& info() const = 0;
-  /// The next row, info().width * ChannelsOf(info().layout) bytes, valid until the next call. To be
-  /// called info().height times at most. Throws ImageError.
+  /// The next row, info().width * ChannelsOf(info().layout) bytes, valid until the next call. At
+  /// most info().height calls. Throws ImageError.
   [[nodiscard]] virtual const std::uint8_t* NextRow() = 0;
 };
 
-/// Takes an image of known size, row by row from the top.
+/// Receives an image of known size, row by row from the top.
 class RowSink {
  public:
   RowSink() = default;
@@ -113,9 +113,9 @@ class RowSink {
   RowSink& operator=(const RowSink&) = delete;
   virtual ~RowSink() = default;
 
-  /// The next row; it is not kept. Throws ImageError.
+  /// Adds the next row, which need not outlive the call. Throws ImageError.
   virtual void AddRow(const std::uint8_t* row) = 0;
-  /// After the last row. Throws ImageError.
+  /// Ends the image, after its last row. Throws ImageError.
   virtual void Finish() = 0;
 };
 

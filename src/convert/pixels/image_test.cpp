@@ -23,7 +23,7 @@ Refusal RefusalOf(std::int64_t width, std::int64_t height, std::int64_t bytes) {
   return {ImageError::Kind::kOutput, "none"};
 }
 
-TEST(LimitsTest, LetsInWhatReachesEachLimitExactly) {
+TEST(LimitsTest, AcceptsImagesThatReachALimitExactly) {
   EXPECT_EQ(RefusalOf(1000, 500, 2 << 20).reason, "none");
   EXPECT_EQ(RefusalOf(1, 1000, 0).reason, "none");
 }
@@ -42,7 +42,7 @@ TEST(LimitsTest, CallsAnEmptyImageCorrupt) {
   EXPECT_EQ(RefusalOf(5, -1, 0).reason, "the header says 5x-1 pixels");
 }
 
-TEST(LimitsTest, ANumberThatNoProductHoldsIsRefusedByItsSide) {
+TEST(LimitsTest, RefusesASideWhoseProductWouldOverflow) {
   EXPECT_EQ(RefusalOf(std::int64_t{1} << 40, std::int64_t{1} << 40, 0).kind,
             ImageError::Kind::kLimit);
 }

@@ -27,7 +27,7 @@ constexpr int kFullChromaFrom = 90;
 constexpr int kSmall = 40'000;
 constexpr std::size_t kPiece = std::size_t{64} << 10;
 
-// What libjpeg calls back with; `base` comes first so that its pointer leads here.
+// What libjpeg passes to its callbacks; `base` comes first so that its pointer leads here.
 struct ErrorTrap {
   jpeg_error_mgr base;
   std::jmp_buf back;
@@ -37,7 +37,7 @@ struct ErrorTrap {
   std::longjmp(reinterpret_cast<ErrorTrap*>(codec->err)->back, 1);
 }
 
-// The file in pieces, which unlike one growing buffer are never copied; `base` comes first so that
+// The file in pieces, which unlike one growing buffer are never copied. `base` comes first so that
 // its pointer leads here.
 struct Destination {
   jpeg_destination_mgr base;
@@ -49,7 +49,7 @@ Destination& DestinationOf(j_compress_ptr codec) {
   return *reinterpret_cast<Destination*>(codec->dest);
 }
 
-// Tells whether there was memory for it. An exception must not pass through libjpeg.
+// False when memory runs out: an exception must not pass through libjpeg.
 bool AddPiece(Destination& to) noexcept {
   try {
     to.pieces->push_back(std::make_unique_for_overwrite<JOCTET[]>(kPiece));
@@ -111,14 +111,14 @@ class JpegWriter : public RowSink {
 
   void Finish() override {
     Guarded(Complete);
-    // EINVAL: not a file that could be longer than what is written.
+    // EINVAL: the output is not a regular file, so there is nothing to cut off.
     if (ftruncate(descriptor_, 0) != 0 && errno != EINVAL) FailToWrite();
     for (const auto& piece : pieces_)
       Write(descriptor_, {piece.get(), piece == pieces_.back() ? destination_.in_last : kPiece});
   }
 
  private:
-  // Runs calls into libjpeg, whose errors come back as a jump: `calls` must own nothing.
+  // Runs calls into libjpeg, whose errors return by longjmp: `calls` must own nothing.
   void Guarded(void (*calls)(JpegWriter&)) {
     if (setjmp(trap_.back) != 0) {  // NOLINT(cert-err52-cpp): libjpeg offers nothing else
       std::array<char, JMSG_LENGTH_MAX> text{};
@@ -143,7 +143,7 @@ class JpegWriter : public RowSink {
   }
 
   static void WriteRow(JpegWriter& writer) {
-    // libjpeg does not write to the row, its interface only lacks the const.
+    // libjpeg does not write to the row; its interface just lacks the const.
     auto* row = const_cast<JSAMPROW>(writer.row_);
     static_cast<void>(jpeg_write_scanlines(&writer.codec_, &row, 1));
   }
@@ -200,8 +200,8 @@ class JpegWriter : public RowSink {
   Compressor codec_;
 };
 
-// Holds the rows back, as gray ones, until the first coloured pixel decides what is written. Photos
-// have one in their first row.
+// Holds gray rows back until the first coloured pixel decides what is written. Most photos have one
+// in their first row.
 class GrayFinder : public RowSink {
  public:
   GrayFinder(const JpegFormat& format, int descriptor) : format_(format), descriptor_(descriptor) {}

@@ -81,12 +81,12 @@ TEST_F(JpegWriterTest, WritesGrayWithOneComponent) {
   EXPECT_NEAR(Decoded().At(10, 10)[0], 90, 1);
 }
 
-TEST_F(JpegWriterTest, WritesGrayPixelsWithOneComponentToo) {
+TEST_F(JpegWriterTest, WritesColourRowsOfGrayPixelsWithOneComponent) {
   Image image = keldo::testing::Plain(50, 40, {90, 90, 90});
   Write(image, {.sampling = JpegSampling{{2, 1, 1}, {2, 1, 1}}});
   EXPECT_THAT(Facts().components, ElementsAre(SamplingFactors{1, 1}));
   EXPECT_NEAR(Decoded().At(49, 39)[0], 90, 1);
-  // The very last pixel decides otherwise.
+  // Only the very last pixel is coloured.
   image.pixels.back() = {90, 90, 200};
   ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
   Write(image, {});
@@ -94,7 +94,7 @@ TEST_F(JpegWriterTest, WritesGrayPixelsWithOneComponentToo) {
   EXPECT_NEAR(Decoded().At(0, 0)[0], 90, 1);
 }
 
-TEST_F(JpegWriterTest, QualityDecidesTheSamplingUnlessItIsGiven) {
+TEST_F(JpegWriterTest, QualityDecidesTheSamplingUnlessOneIsGiven) {
   const Image image = keldo::testing::FourCorners(64, 64);
   const SamplingFactors full{1, 1};
   Write(image, {.quality = 90});
@@ -121,7 +121,7 @@ TEST_F(JpegWriterTest, WritesDensityAndProfile) {
 }
 
 // Noise uses every code of the fixed tables, at every quality, in small and large thumbnails.
-TEST_F(JpegWriterTest, AnyPixelsCanBeWritten) {
+TEST_F(JpegWriterTest, WritesAnyPixels) {
   std::mt19937 random(5);
   std::uniform_int_distribution<int> any(0, 255);
   for (const int side : {250, 800}) {
@@ -143,7 +143,7 @@ TEST_F(JpegWriterTest, AnyPixelsCanBeWritten) {
   }
 }
 
-TEST_F(JpegWriterTest, ReplacesWhatWasThereOnlyWhenItIsComplete) {
+TEST_F(JpegWriterTest, ReplacesTheOldContentOnlyWhenComplete) {
   const std::string old(1'000'000, 'o');
   ASSERT_EQ(write(file_.get(), old.data(), old.size()), static_cast<ssize_t>(old.size()));
   ASSERT_EQ(lseek(file_.get(), 0, SEEK_SET), 0);
@@ -172,7 +172,7 @@ TEST_F(JpegWriterTest, SaysWhyAFileCannotBeWritten) {
   }
 }
 
-TEST_F(JpegWriterTest, RefusesASizeThatNoJpegFileHas) {
+TEST_F(JpegWriterTest, RefusesASizeTooLargeForJpeg) {
   const auto writer = MakeJpegWriter({.size = {70'000, 1}}, file_.get());
   writer->AddRow(std::vector<std::uint8_t>(3 * 70'000).data());
   EXPECT_THROW(writer->Finish(), ImageError);

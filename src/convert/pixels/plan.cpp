@@ -22,7 +22,7 @@ int ScaledSide(int side, double scale) {
   return std::clamp(static_cast<int>(std::min<double>(scaled, side)), 1, side);
 }
 
-// A large reduction picks some samples first, unless the thumbnail is too small to afford it.
+// A large reduction samples the image first, unless the thumbnail is too small to afford it.
 constexpr double kLargeReduction = 0.1;
 constexpr int kSamplesPicked = 5;
 constexpr int kFewestPicked = 128;
@@ -34,7 +34,7 @@ bool IsPresampled(const Size& source, const Size& target) {
          kSamplesPicked * target.height >= kFewestPicked;
 }
 
-// Resizes and sharpens an image as far as either is called for.
+// Resizes and sharpens an image where either is needed.
 class Reducer : public RowSink {
  public:
   Reducer(const Reduction& reduction, const std::optional<Sharpening>& unsharp,
@@ -90,7 +90,7 @@ class Reducer : public RowSink {
   std::vector<std::uint8_t> narrow_;
 };
 
-// Hands each row to several takers.
+// Passes each row to several sinks.
 class Splitter : public RowSink {
  public:
   void Add(std::unique_ptr<RowSink> sink) { sinks_.push_back(std::move(sink)); }
@@ -109,7 +109,7 @@ class Splitter : public RowSink {
   std::vector<std::unique_ptr<RowSink>> sinks_;
 };
 
-// What is known of the image that a step works on.
+// The image that a step works on.
 struct Stage {
   Size size;
   int orientation = 1;
@@ -122,7 +122,7 @@ class Chain {
     format_.layout = info.layout;
     format_.sampling = info.sampling;
     format_.density = info.density;
-    // What a gray image's own profile says is of no use for the sRGB gray that it becomes.
+    // A gray image's own profile does not describe the sRGB gray that the image becomes.
     if (info.icc.empty()) {
       format_.icc = attached_icc;
     } else if (info.layout != PixelLayout::kGray) {
@@ -130,15 +130,14 @@ class Chain {
     }
   }
 
-  // The sink that takes the image and ends in the files of all steps.
+  // The sink that receives the image and writes the files of all steps.
   [[nodiscard]] std::unique_ptr<RowSink> Build(const std::vector<Step>& steps,
                                                std::span<const int> outputs) const {
     const Stage image{{info_.full_width, info_.full_height},
                       info_.orientation,
                       info_.has_alpha_or_palette ? Filter::kMitchell : Filter::kLanczos};
     const Rotation rotation = RotationOf(steps.front(), image);
-    // The first thumbnail has an alpha channel from then on, which changes the choice of the
-    // filter.
+    // From here on the image counts as having an alpha channel, which changes the filter.
     const Stage first{rotation.SizeOf(ThumbnailSize(image.size, steps.front().box)),
                       steps.front().auto_orient ? 1 : image.orientation, Filter::kMitchell};
     auto results = std::make_unique<Splitter>();
@@ -160,8 +159,8 @@ class Chain {
     return step.flop ? rotation.Flopped() : rotation;
   }
 
-  // Makes one thumbnail of rows of size `source`, which may be smaller than the stage's image says.
-  // Sharpening treats all directions alike, so that it may come before the rotation.
+  // Makes one thumbnail from rows of size `source`, which may be smaller than the stage's image.
+  // Sharpening treats all directions alike, so it can come before the rotation.
   [[nodiscard]] std::unique_ptr<RowSink> Worker(const Step& step, const Stage& stage,
                                                 const Size& source,
                                                 std::unique_ptr<RowSink> next) const {
@@ -173,8 +172,8 @@ class Chain {
     return std::make_unique<Reducer>(reduction, step.unsharp, std::move(next));
   }
 
-  // A JPEG file that is written again at its own size has few different coefficients, which tables
-  // made for thumbnails do not expect: the file would be a quarter larger.
+  // A JPEG file that is written again at its own size has few different coefficients. With tables
+  // trained on thumbnails it would be a quarter larger.
   [[nodiscard]] std::unique_ptr<RowSink> Writer(const Step& step, const Size& source,
                                                 const Size& size, int output) const {
     JpegFormat format = format_;

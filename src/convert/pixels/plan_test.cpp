@@ -82,25 +82,25 @@ int DistanceFromUpright(const Image& image) {
                                         keldo::testing::kCornerColours);
 }
 
-TEST(GeometryTest, FitsIntoTheBoxOrCoversIt) {
+TEST(ThumbnailSizeTest, FitsIntoTheBoxOrCoversIt) {
   EXPECT_EQ(ThumbnailSize({4000, 3000}, {640, 640, false}), (Size{640, 480}));
   EXPECT_EQ(ThumbnailSize({4000, 3000}, {640, 640, true}), (Size{853, 640}));
   EXPECT_EQ(ThumbnailSize({3000, 4000}, {640, 640, true}), (Size{640, 853}));
   EXPECT_EQ(ThumbnailSize({4000, 3000}, {640, 100, false}), (Size{133, 100}));
 }
 
-TEST(GeometryTest, RoundsHalvesUp) {
+TEST(ThumbnailSizeTest, RoundsHalvesUp) {
   EXPECT_EQ(ThumbnailSize({200, 101}, {100, 100, false}), (Size{100, 51}));
   EXPECT_EQ(ThumbnailSize({200, 99}, {100, 100, false}), (Size{100, 50}));
 }
 
-TEST(GeometryTest, NeverEnlarges) {
+TEST(ThumbnailSizeTest, NeverEnlarges) {
   EXPECT_EQ(ThumbnailSize({300, 200}, {640, 640, false}), (Size{300, 200}));
   EXPECT_EQ(ThumbnailSize({300, 200}, {640, 640, true}), (Size{300, 200}));
   EXPECT_EQ(ThumbnailSize({2000, 100}, {640, 640, true}), (Size{2000, 100}));
 }
 
-TEST(GeometryTest, ASideIsNeverNothing) {
+TEST(ThumbnailSizeTest, ASideIsAtLeastOnePixel) {
   EXPECT_EQ(ThumbnailSize({20000, 10}, {120, 120, false}), (Size{120, 1}));
   EXPECT_EQ(ThumbnailSize({1, 1}, {120, 120, true}), (Size{1, 1}));
 }
@@ -112,12 +112,12 @@ TEST_F(MakeThumbnailsTest, EveryLaterThumbnailIsMadeFromTheFirst) {
   EXPECT_EQ(images[0].height, 120);
   EXPECT_EQ(images[1].width, 80);
   EXPECT_EQ(images[1].height, 60);
-  EXPECT_EQ(images[2].width, 160) << "as large as the first one, not as the image";
+  EXPECT_EQ(images[2].width, 160) << "as large as the first thumbnail, not as the image";
   for (const Image& image : images)
     EXPECT_LT(DistanceFromUpright(image), 8);
 }
 
-TEST_F(MakeThumbnailsTest, RotatesTheFirstAndWithItTheOthers) {
+TEST_F(MakeThumbnailsTest, RotatingTheFirstRotatesTheOthers) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
     MemoryImage reader(
         keldo::testing::StoredWith(orientation, keldo::testing::FourCorners(90, 60)));
@@ -140,7 +140,7 @@ TEST_F(MakeThumbnailsTest, RotatesBeforeItMirrors) {
   EXPECT_LT(DistanceFromUpright(Make({step}, reader).front()), 8);
 }
 
-// As the option says it for each: a rotation of the second comes on top of that of the first.
+// Each thumbnail has its own option: the second's rotation comes on top of the first's.
 TEST_F(MakeThumbnailsTest, ALaterRotationAddsToTheFirst) {
   MemoryImage reader(keldo::testing::StoredWith(3, keldo::testing::FourCorners(90, 60)));
   std::vector<Step> steps{StepOf(60), StepOf(30)};
@@ -158,7 +158,7 @@ TEST_F(MakeThumbnailsTest, AReducedDecodeGivesTheSizeOfTheFullOne) {
   EXPECT_EQ(image.height, 75);
 }
 
-TEST_F(MakeThumbnailsTest, SharpensAlsoWhatKeepsItsSize) {
+TEST_F(MakeThumbnailsTest, SharpensAnImageThatKeepsItsSize) {
   const Image natural = keldo::testing::NaturalImage(100, 80);
   MemoryImage plain_reader(natural);
   const Image plain = Make({StepOf(500)}, plain_reader).front();
@@ -170,7 +170,7 @@ TEST_F(MakeThumbnailsTest, SharpensAlsoWhatKeepsItsSize) {
   EXPECT_LT(keldo::testing::Psnr(sharpened, natural), 30);
 }
 
-TEST_F(MakeThumbnailsTest, KeepsWhatTheSourceSays) {
+TEST_F(MakeThumbnailsTest, KeepsDensitySamplingAndProfileOfTheSource) {
   MemoryImage reader(keldo::testing::FourCorners(90, 60));
   reader.info_to_change().density = {2, 118, 118};
   reader.info_to_change().sampling = JpegSampling{{2, 1, 1}, {2, 1, 1}};
@@ -201,7 +201,7 @@ TEST_F(MakeThumbnailsTest, DropsTheProfileOfAGrayImage) {
   EXPECT_EQ(keldo::testing::ReadJpegFacts(Content(0))->icc, "");
 }
 
-TEST_F(MakeThumbnailsTest, WritesNothingOfAnImageThatBreaksOff) {
+TEST_F(MakeThumbnailsTest, WritesNothingOfAnImageThatEndsEarly) {
   MemoryImage reader(keldo::testing::FourCorners(90, 60));
   reader.fails_at = 59;
   EXPECT_THROW(static_cast<void>(Make({StepOf(60), StepOf(30)}, reader)), ImageError);

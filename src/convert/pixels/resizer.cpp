@@ -7,17 +7,17 @@
 namespace keldo::convert {
 namespace {
 
-// Pixels of the result that are made at a time from a block of rows, so that what they are made of
-// stays in the first-level cache.
+// Pixels of the result made at a time from a block of rows, so that their sources stay in the
+// first-level cache.
 constexpr int kStrip = 64;
-// Rows are transposed in tiles of so many samples.
+// Rows are transposed in tiles of this many samples.
 constexpr std::size_t kTile = 8;
 
 std::size_t Samples(int pixels, int channels) {
   return static_cast<std::size_t>(pixels) * static_cast<std::size_t>(channels);
 }
 
-// Gives every source row that any result needs a place in a ring, and returns the ring's size.
+// Gives each source row that a result needs a slot in a ring, and returns the ring's size.
 int AssignSlots(const FilterWeights& down, std::vector<int>& slots) {
   slots.assign(static_cast<std::size_t>(down.source()), -1);
   for (int y = 0; y < down.target(); ++y) {
@@ -104,7 +104,7 @@ void Resizer::MakeRow(const FilterWeights::Taps& taps) {
   ++rows_in_block_;
 }
 
-// The rows that the last block lacks hold anything; nobody looks at what becomes of them.
+// The last block may lack rows. They hold garbage, and their results are never used.
 void Resizer::FinishBlock() {
   for (int first = 0; first < across_.target(); first += kStrip)
     ReduceStrip(first, std::min(first + kStrip, across_.target()));

@@ -1,4 +1,4 @@
-// Reducing an image while it comes in, row by row.
+// Reducing an image, row by row.
 #pragma once
 
 #include <cstddef>
@@ -53,19 +53,19 @@ struct Reduction {
   bool presampled = false;  ///< see FilterWeights
 };
 
-/// Separable resizing. Only the rows that the next results need are held.
+/// Separable resizing. Holds only the rows that the next results need.
 class Resizer {
  public:
   using Emit = std::function<void(const std::int16_t* row)>;
   using EmitBytes = std::function<void(const std::uint8_t* row)>;
 
-  /// `emit` receives each row of the result: 16-bit samples (see fixed_point.h), readable up to the
+  /// `emit` receives each row of the result: 16-bit samples (see kFractionBits), readable up to the
   /// next multiple of the kernels' lanes.
   Resizer(const Reduction& reduction, const RowKernels& kernels, Emit emit);
   /// The same, with 8-bit samples.
   Resizer(const Reduction& reduction, const RowKernels& kernels, EmitBytes emit);
 
-  /// The next row of the source, 8 bits a sample.
+  /// Adds the next row of the source, 8 bits per sample.
   void AddRow(const std::uint8_t* row);
 
  private:

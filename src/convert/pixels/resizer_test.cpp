@@ -86,7 +86,7 @@ Image Resized(const std::vector<std::uint8_t>& image, const Reduction& reduction
   });
   const auto row = static_cast<std::size_t>(reduction.source.width * reduction.channels);
   for (int y = 0; y < reduction.source.height; ++y) {
-    // A copy of just the row, so that reading beyond its end is noticed.
+    // A copy of just the row, so that the sanitizer sees a read beyond its end.
     const auto from = image.begin() + static_cast<std::ptrdiff_t>(row) * y;
     resizer.AddRow(std::vector<std::uint8_t>(from, from + static_cast<std::ptrdiff_t>(row)).data());
   }

@@ -8,7 +8,7 @@
 namespace keldo::convert {
 namespace {
 
-// Rows that are made together, so that each source row that is met serves them all.
+// Rows made at a time, so that each source row read serves all of them.
 constexpr int kRowsAtOnce = 16;
 
 class Rotator : public RowSink {

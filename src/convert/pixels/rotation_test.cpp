@@ -14,7 +14,7 @@ namespace {
 using keldo::testing::Image;
 using keldo::testing::Rgb;
 
-// Keeps what it is given.
+// Keeps the rows that it receives.
 class Collector : public RowSink {
  public:
   explicit Collector(Image& image) : image_(image) {}
@@ -32,7 +32,7 @@ class Collector : public RowSink {
   bool finished_ = false;
 };
 
-// Every pixel another colour.
+// Every pixel has a different colour.
 Image Numbered(int width, int height) {
   Image image{width, height, {}};
   for (int y = 0; y < height; ++y) {
@@ -80,7 +80,7 @@ TEST(RotationTest, RotatesClockwise) {
   }
 }
 
-TEST(RotationTest, AddsUp) {
+TEST(RotationTest, RotationsAndMirrorsCombine) {
   EXPECT_TRUE(Rotation{}.Rotated(90).Rotated(270).IsIdentity());
   EXPECT_TRUE(Rotation{}.Flopped().Flopped().IsIdentity());
   EXPECT_EQ(Rotation{}.Rotated(-90), Rotation{}.Rotated(270));

@@ -281,7 +281,7 @@ KernelList FindKernels() {
   if (HasSsse3()) list.Add(N_SSSE3::kKernels);
   if (HasAvx2()) list.Add(N_AVX2::kKernels);
 #else
-  // What this file was compiled for last is what every processor of this kind can run.
+  // The last target that this file is compiled for runs on every processor of this kind.
   list.Add(HWY_NAMESPACE::kKernels);
 #endif
   return list;

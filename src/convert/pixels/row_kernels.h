@@ -22,14 +22,14 @@ struct TransposedBlock {
 /// Pixels of a row.
 struct PixelRange {
   int first;
-  int end;       ///< the first one that is not meant
+  int end;       ///< one past the last
   int channels;  ///< samples of each: 1 or 3
 };
 
 struct RowKernels {
   const char* name;
-  /// Rows of a block, and samples of a vector: 8 or 16. Sample counts below are multiples of it
-  /// where nothing else is said.
+  /// Rows of a block, and samples of a vector: 8 or 16. Sample counts are multiples of it
+  /// unless stated otherwise.
   std::size_t lanes;
 
   /// 8-bit samples as 16-bit ones.

@@ -1,4 +1,4 @@
-// Every instruction set against exact arithmetic.
+// Checks every instruction set against exact arithmetic.
 #include "convert/pixels/row_kernels.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ std::string NameOf(const ::testing::TestParamInfo<const RowKernels*>& info) {
 INSTANTIATE_TEST_SUITE_P(Each, RowKernelsTest,
                          ::testing::ValuesIn(AllKernels().begin(), AllKernels().end()), NameOf);
 
-TEST(AllKernelsTest, EndWithTheBestAndBeginWithThoseOfAnyProcessor) {
+TEST(AllKernelsTest, StartWithThePortableOnesAndEndWithTheBest) {
   ASSERT_FALSE(AllKernels().empty());
   EXPECT_EQ(AllKernels().back(), &BestKernels());
 #if defined(__x86_64__)
@@ -100,14 +100,14 @@ TEST_P(RowKernelsTest, AddsWeightedRows) {
         double exact = 0;
         for (std::size_t tap = 0; tap < pointers.size(); ++tap)
           exact += pointers[tap][i] * (taps.weights[tap] / static_cast<double>(kWeightOne));
-        // Each product is rounded for itself.
+        // Each product is rounded separately.
         EXPECT_NEAR(sum[i], std::clamp<double>(exact, 0, kLargestSample), 0.5 * 26) << i;
       }
     }
   }
 }
 
-TEST_P(RowKernelsTest, ASumOfEqualSamplesIsThatSample) {
+TEST_P(RowKernelsTest, ASumOfEqualSamplesEqualsTheSample) {
   const FilterWeights weights(977, 31, Filter::kLanczos, false);
   const std::size_t lanes = kernels().lanes;
   for (const int value : {0, 1, 100, 254, 255}) {
@@ -122,7 +122,7 @@ TEST_P(RowKernelsTest, ASumOfEqualSamplesIsThatSample) {
   }
 }
 
-TEST_P(RowKernelsTest, ClampsWhatOvershoots) {
+TEST_P(RowKernelsTest, ClampsOvershoot) {
   const std::size_t lanes = kernels().lanes;
   const Samples bright(lanes, kLargestSample);
   const Samples dark(lanes, 0);
@@ -178,7 +178,7 @@ TEST_P(RowKernelsTest, FiltersTransposedBlocks) {
     const auto pixel = static_cast<std::size_t>(channels) * lanes;
     const Samples transposed = RandomSamples(67 * pixel);
     Samples result(20 * pixel);
-    // As two strips, the second of which begins in the middle of the block.
+    // In two strips, the second of which starts in the middle of the block.
     kernels().filter_transposed({transposed.data(), 0}, result.data(), weights, {0, 13, channels});
     const auto start = static_cast<std::size_t>(30 * channels);
     kernels().filter_transposed({transposed.data() + start * lanes, start},
@@ -198,7 +198,7 @@ TEST_P(RowKernelsTest, FiltersTransposedBlocks) {
   }
 }
 
-TEST_P(RowKernelsTest, SharpensWhatDiffersEnough) {
+TEST_P(RowKernelsTest, SharpensDifferencesAboveTheThreshold) {
   for (const std::size_t count : Counts()) {
     const Samples plain = RandomSamples(count);
     const Samples blurred = RandomSamples(count);

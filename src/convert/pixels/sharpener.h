@@ -1,4 +1,4 @@
-// Unsharp masking of an image that comes in row by row.
+// Unsharp masking, row by row.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace keldo::convert {
 
-/// Holds as many rows as the blur is high. The image's edges are repeated outside it.
+/// Holds as many rows as the blur is high. Beyond its edges the image is continued by their pixels.
 class Sharpener {
  public:
   using Emit = std::function<void(const std::int16_t* row)>;
@@ -20,7 +20,7 @@ class Sharpener {
   Sharpener(const Sharpening& sharpening, const Size& size, int channels, const RowKernels& kernels,
             Emit emit);
 
-  /// The next row: 16-bit samples, readable up to the next multiple of the kernels' lanes.
+  /// Adds the next row: 16-bit samples, readable up to the next multiple of the kernels' lanes.
   void AddRow(const std::int16_t* row);
 
  private:
@@ -33,7 +33,7 @@ class Sharpener {
   std::size_t channels_;
   std::size_t stride_;  // samples of a row, a whole number of vectors
   std::vector<std::int16_t> weights_;
-  int aside_;  // pixels of the blur on each side
+  int aside_;  // pixels of the blur on either side
   float gain_;
   float threshold_;
   std::vector<std::int16_t> kept_;

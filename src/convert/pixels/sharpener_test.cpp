@@ -15,7 +15,7 @@ namespace {
 
 using Image = std::vector<double>;
 
-TEST(BlurKernelTest, AShortOneHasThreeWeights) {
+TEST(BlurKernelTest, ASmallRadiusGivesThreeWeights) {
   const std::vector<std::int16_t> kernel = BlurKernel(0.5, 0.5);
   ASSERT_EQ(kernel.size(), 3U);
   EXPECT_NEAR(kernel[0] / static_cast<double>(kWeightOne), 0.1533, 0.0001);
@@ -23,13 +23,13 @@ TEST(BlurKernelTest, AShortOneHasThreeWeights) {
   EXPECT_EQ(kernel[0] + kernel[1] + kernel[2], kWeightOne);
 }
 
-TEST(BlurKernelTest, TheRadiusGivesItsWidth) {
+TEST(BlurKernelTest, TheRadiusDecidesTheWidth) {
   EXPECT_EQ(BlurKernel(1, 1).size(), 3U);
   EXPECT_EQ(BlurKernel(1.2, 1).size(), 5U);
   EXPECT_EQ(BlurKernel(7, 2).size(), 15U);
 }
 
-TEST(BlurKernelTest, WithoutARadiusItEndsWhereNothingIsVisible) {
+TEST(BlurKernelTest, WithoutARadiusItIsAsWideAsVisible) {
   for (const double sigma : {1.0, 5.0}) {
     const std::vector<std::int16_t> kernel = BlurKernel(0, sigma);
     EXPECT_LT(kernel.front(), 8) << sigma;
@@ -121,7 +121,7 @@ TEST(SharpenerTest, AgreesWithTheExactReferenceForEveryInstructionSet) {
   }
 }
 
-TEST(SharpenerTest, LeavesAloneWhatDiffersTooLittle) {
+TEST(SharpenerTest, LeavesDifferencesBelowTheThreshold) {
   const Size size{16, 16};
   const Image image = RandomImage(size, 1);
   EXPECT_EQ(Sharpened(image, size, 1, {0.5, 0.5, 1.25, 2.1}, BestKernels()), image);

@@ -18,7 +18,7 @@ constexpr int kColourBits = 24;
 struct Header {
   std::size_t pixels = 0;        // where the rows start
   std::size_t palette = 0;       // where the palette starts
-  std::size_t palette_step = 0;  // bytes an entry of the palette
+  std::size_t palette_step = 0;  // bytes per entry of the palette
   std::uint32_t colours = 0;     // entries of the palette
   std::int64_t width = 0;
   std::int64_t height = 0;  // negative when the top row comes first
@@ -76,7 +76,7 @@ Header ReadHeader(Bytes file) {
   return result;
 }
 
-// Whether each value stands for itself, as for the gray images that djpeg writes.
+// True when each value stands for itself, as in the gray images that djpeg writes.
 bool HasGrayRamp(Bytes file, const Header& header) {
   constexpr std::uint32_t kValues = 256;
   if (header.colours != kValues) return false;
@@ -88,7 +88,7 @@ bool HasGrayRamp(Bytes file, const Header& header) {
   return true;
 }
 
-// Hands out rows of the file itself.
+// Returns rows of the file itself.
 class BmpReader : public ImageReader {
  public:
   BmpReader(Bytes file, const ReadOptions& options) {
@@ -112,7 +112,7 @@ class BmpReader : public ImageReader {
   [[nodiscard]] const std::uint8_t* NextRow() override { return next_ + step_ * rows_read_++; }
 
  private:
-  // Rows are filled up to whole words.
+  // Rows are padded to whole words.
   static std::size_t StrideOf(const Header& header) {
     const auto bytes = static_cast<std::size_t>(header.width * header.bits / 8);
     return (bytes + 3) / 4 * 4;

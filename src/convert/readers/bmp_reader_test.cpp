@@ -80,12 +80,12 @@ TEST(BmpReaderTest, ReadsColourAndGrayOfBothHeaders) {
   ExpectLikeImageMagick({.width = 1, .height = 1, .top_down = true});
 }
 
-TEST(BmpReaderTest, RowsMayComeFromTheTop) {
+TEST(BmpReaderTest, ReadsBitmapsStoredFromTheTop) {
   ExpectLikeImageMagick({.top_down = true});
   EXPECT_NE(ReadWholeImage(BmpFile({.top_down = true})).rgb, ReadWholeImage(BmpFile({})).rgb);
 }
 
-TEST(BmpReaderTest, SaysWhatTheImageIs) {
+TEST(BmpReaderTest, DescribesTheImage) {
   const ImageInfo colour = ReadWholeImage(BmpFile({})).info;
   EXPECT_EQ(colour.layout, PixelLayout::kBgr);
   EXPECT_EQ(colour.full_width, 7);
@@ -97,12 +97,12 @@ TEST(BmpReaderTest, SaysWhatTheImageIs) {
   EXPECT_TRUE(gray.has_alpha_or_palette);
 }
 
-TEST(BmpReaderTest, DensityIsInCentimetres) {
+TEST(BmpReaderTest, DensityIsPerCentimetre) {
   EXPECT_EQ(ReadWholeImage(BmpFile({.density = 9699})).info.density,
             (Density{.unit = 2, .x = 96, .y = 96}));
 }
 
-TEST(BmpReaderTest, LeavesOtherBitmapsToOthers) {
+TEST(BmpReaderTest, RefusesOtherBitmapsAsUnsupported) {
   EXPECT_EQ(RefusalOf(BmpFile({.compression = 1})), Kind::kUnsupported);
   EXPECT_EQ(RefusalOf(BmpFile({.bits = 8, .ramp = false})), Kind::kUnsupported);
   EXPECT_EQ(RefusalOf(BmpFile({.bits = 16})), Kind::kUnsupported);
@@ -112,7 +112,7 @@ TEST(BmpReaderTest, LeavesOtherBitmapsToOthers) {
   EXPECT_EQ(RefusalOf(header), Kind::kUnsupported);
 }
 
-TEST(BmpReaderTest, ChecksTheFileBeforeItsRows) {
+TEST(BmpReaderTest, ChecksTheFileSizeFirst) {
   Data file = BmpFile({});
   file.pop_back();
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);

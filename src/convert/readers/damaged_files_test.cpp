@@ -1,4 +1,4 @@
-// Damage of any kind gives rows or a reason, and never more: what the sanitizers would see.
+// Any damage gives rows or an ImageError, and nothing that the sanitizers would report.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -37,7 +37,7 @@ Data Pixmap() {
   return file;
 }
 
-// Small limits, so that a damaged size is refused and not read to its end.
+// Small limits, so that a damaged size is refused rather than read to its end.
 constexpr Limits kSmall{.side = 2000, .pixels = 1'000'000, .memory_bytes = 16 << 20};
 
 class DamagedFilesTest : public ::testing::TestWithParam<Sample> {};
@@ -47,7 +47,7 @@ TEST_P(DamagedFilesTest, FilesCutOffAnywhereAreRefusedOrRead) {
   ASSERT_EQ(testing::RefusalOf(whole, kSmall), std::nullopt);
   int refused = 0;
   for (std::size_t part = 0; part < 20; ++part) {
-    // A copy of its own, so that reading past its end is seen.
+    // A copy, so that the sanitizer sees a read past its end.
     const Data cut(whole.begin(),
                    whole.begin() + static_cast<std::ptrdiff_t>(whole.size() * part / 20));
     if (testing::RefusalOf(cut, kSmall)) ++refused;
@@ -61,7 +61,7 @@ TEST_P(DamagedFilesTest, FilesWithWrongBytesAreRefusedOrRead) {
   int refused = 0;
   for (int round = 0; round < 200; ++round) {
     Data damaged = whole;
-    // The header is where damage does most.
+    // Damage does most in the header.
     const std::size_t range =
         round % 2 == 0 ? std::min<std::size_t>(whole.size(), 100) : whole.size();
     for (int i = 0; i <= round % 4; ++i)

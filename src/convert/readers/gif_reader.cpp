@@ -28,8 +28,8 @@ constinit GifCodec codec{};
   throw ImageError(ImageError::Kind::kCorrupt, reason);
 }
 
-// Gives what is left of the file, and behind it one zero: the end mark of the image data, which
-// some files lack.
+// What is left of the file, followed by one zero: the end mark of the image data, which some files
+// lack.
 struct Source {
   Bytes left;
   bool end_given = false;
@@ -48,8 +48,8 @@ int Read(GifFileType* gif, GifByteType* to, int size) {
   return static_cast<int>(count);
 }
 
-// The picture is the first frame alone: where it lies on the animation's canvas does not matter
-// to its thumbnail.
+// The image is the first frame alone; where it lies on the animation's canvas does not matter to a
+// thumbnail.
 class GifReader : public ImageReader {
  public:
   GifReader(Bytes file, const ReadOptions& options) : source_{.left = file} {
@@ -139,12 +139,12 @@ class GifReader : public ImageReader {
     if (transparent < 0) return;
     const auto index = static_cast<std::size_t>(transparent);
     palette_[index] = BackgroundOf(index);
-    // Some programs use the value behind the palette's last.
+    // Some programs use the value after the palette's last.
     if (index == colours_) ++colours_;
   }
 
-  // The palette of the whole file has a background colour, which may itself be transparent: then
-  // there is nothing to see. A frame with a palette of its own lies over white.
+  // The file's own palette has a background colour. Where that is the transparent one, the pixels
+  // come out black. A frame with a palette of its own lies over white.
   [[nodiscard]] Background BackgroundOf(std::size_t transparent) const {
     if (gif_->Image.ColorMap != nullptr) return kWhite;
     const std::size_t index =
@@ -158,7 +158,7 @@ class GifReader : public ImageReader {
     }
   }
 
-  // Every eighth row first, then the ones between.
+  // Every eighth row first, then the rows in between.
   void ReadInterlaced() {
     struct Pass {
       int first;

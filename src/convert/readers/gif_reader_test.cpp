@@ -57,14 +57,14 @@ TEST(GifReaderTest, TheFirstFrameIsReadWhereverItLies) {
   ExpectLikeImageMagick({.frames = {{.left = 5, .top = 4, .width = 60, .height = 50}}});
 }
 
-TEST(GifReaderTest, SaysWhatTheImageIs) {
+TEST(GifReaderTest, DescribesTheImage) {
   const ImageInfo info = ReadWholeImage(GifFile({})).info;
   EXPECT_EQ(info.layout, PixelLayout::kRgb);
   EXPECT_TRUE(info.has_alpha_or_palette);
   EXPECT_EQ(info.density, Density{});
 }
 
-TEST(GifReaderTest, TheEndMarksMayBeMissing) {
+TEST(GifReaderTest, ReadsFilesWithoutEndMarks) {
   const Data whole = GifFile({});
   Data file = whole;
   file.pop_back();
@@ -84,7 +84,7 @@ TEST(GifReaderTest, RefusesDamagedFiles) {
       << "pixels without a colour";
 }
 
-TEST(GifReaderTest, LimitsAreChecked) {
+TEST(GifReaderTest, ChecksTheLimits) {
   EXPECT_EQ(RefusalOf(GifFile({}), {.side = 39}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(GifFile({}), {.memory_bytes = 1199}), std::nullopt);
   EXPECT_EQ(RefusalOf(GifFile({.frames = {{.interlaced = true}}}), {.memory_bytes = 1199}),

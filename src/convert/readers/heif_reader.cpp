@@ -42,15 +42,15 @@ struct HeifCodec {
 constinit HeifCodec codec{};
 
 // AV1 decoders start a thread for every processor that they may run on, and libheif has no option
-// against it. While this object lives they may run on few: where threads cannot be bound, more
-// start, and nothing else changes.
+// against that. While this object lives they may run on only a few. Where threads cannot be bound,
+// more start, and nothing else changes.
 class FewProcessors {
  public:
   explicit FewProcessors(int count) {
     if (::sched_getaffinity(0, sizeof allowed_, &allowed_) != 0) return;
     cpu_set_t few;
     CPU_ZERO(&few);
-    // Beginning with the one that this thread's caches are warm on.
+    // Starting with the one whose caches are warm for this thread.
     const int here = std::max(::sched_getcpu(), 0);
     for (int i = 0; i < CPU_SETSIZE && CPU_COUNT(&few) < count; ++i) {
       const auto processor = static_cast<std::size_t>((here + i) % CPU_SETSIZE);
@@ -95,20 +95,20 @@ void Check(const heif_error& error) {
   throw ImageError(KindOf(error), std::string("the HEIF file cannot be read: ") + error.message);
 }
 
-// Decoded whole when the first row is asked for; turned and mirrored by libheif.
+// Decoded whole at the first call of NextRow; libheif rotates and mirrors it.
 class HeifReader : public ImageReader {
  public:
   HeifReader(Bytes file, const ReadOptions& options)
       : one_thread_(options.one_thread), context_(codec.context_alloc()) {
     codec.set_size_limit(context_.get(), options.limits.side);
-    // Tiles are decoded in this thread: one beside it would only make this one wait.
+    // Tiles are decoded in this thread: with a second one this thread would only wait.
     codec.set_threads(context_.get(), 0);
     Check(codec.read_from_memory(context_.get(), file.data(), file.size(), nullptr));
     heif_image_handle* handle = nullptr;
     Check(codec.get_primary(context_.get(), &handle));
     handle_.reset(handle);
     alpha_ = codec.handle_has_alpha(handle) != 0;
-    // -1 stands for a file that does not say.
+    // -1 when the file does not say.
     deep_ = codec.handle_bits(handle) > 8;
     info_.width = info_.full_width = codec.handle_width(handle);
     info_.height = info_.full_height = codec.handle_height(handle);
@@ -133,7 +133,7 @@ class HeifReader : public ImageReader {
  private:
   [[nodiscard]] std::size_t Samples() const { return alpha_ ? 4 : 3; }
 
-  // The interleaved pixels beside the planes that they are made from.
+  // The interleaved pixels, and the planes that they are made from.
   [[nodiscard]] std::int64_t BytesHeld() const {
     const std::int64_t pixels = std::int64_t{info_.width} * info_.height;
     const auto samples = static_cast<std::int64_t>(Samples());
@@ -148,7 +148,7 @@ class HeifReader : public ImageReader {
     Check(codec.profile(handle_.get(), info_.icc.data()));
   }
 
-  // The orientation in it is what libheif has done already.
+  // libheif has already applied the orientation in it.
   void ReadExif(std::size_t most) {
     heif_item_id id = 0;
     if (codec.metadata_ids(handle_.get(), "Exif", &id, 1) != 1) return;
@@ -162,8 +162,8 @@ class HeifReader : public ImageReader {
     if (offset < exif.size()) info_.density = DensityWithExif(exif.subspan(offset), info_.density);
   }
 
-  // Always to interleaved RGB: asked for the planes that the codec makes, libheif makes RGB of them
-  // and planes of that again.
+  // Always to interleaved RGB: asked for the codec's own planes, libheif would convert them to RGB
+  // and back.
   void Decode() {
     heif_chroma chroma = alpha_ ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB;
     if (deep_) {
@@ -203,7 +203,7 @@ class HeifReader : public ImageReader {
   std::unique_ptr<heif_image, FreeImage> image_;
   ImageInfo info_;
   bool alpha_ = false;
-  bool deep_ = false;  // more than 8 bits a sample
+  bool deep_ = false;  // more than 8 bits per sample
   unsigned most_ = 0;  // the largest sample of a deep image
   const std::uint8_t* next_ = nullptr;
   std::size_t stride_ = 0;
@@ -244,7 +244,7 @@ bool FindFunctions(const CodecLibrary& library) {
 bool LoadHeif() {
   const CodecLibrary library("libheif.so.1");
   if (!FindFunctions(library) || !FindHandleFunctions(library)) return false;
-  // Plug-ins are looked for here, while files can still be opened.
+  // This looks for plug-ins, while files can still be opened.
   return codec.init(nullptr).code == heif_error_Ok;
 }
 

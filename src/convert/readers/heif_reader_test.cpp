@@ -13,7 +13,7 @@ using testing::ReadWholeImage;
 using testing::RefusalOf;
 using Kind = ImageError::Kind;
 
-// ImageMagick and libheif round colours in different ways.
+// ImageMagick and libheif round colours differently.
 constexpr int kRounding = 6;
 
 void ExpectLikeImageMagick(const HeifFacts& facts) {
@@ -27,7 +27,7 @@ TEST(HeifReaderTest, ReadsHeicAndAvif) {
   ExpectLikeImageMagick({.av1 = true});
 }
 
-TEST(HeifReaderTest, TheImageComesTurned) {
+TEST(HeifReaderTest, RowsAreRotatedUpright) {
   for (const int orientation : {2, 3, 6, 8}) {
     const HeifFacts facts{.orientation = orientation};
     ExpectLikeImageMagick(facts);
@@ -38,7 +38,7 @@ TEST(HeifReaderTest, TheImageComesTurned) {
   }
 }
 
-TEST(HeifReaderTest, ATagInTheFileDoesNotTurnItAgain) {
+TEST(HeifReaderTest, TheExifTagDoesNotRotateTheImageAgain) {
   const Data exif = testing::ExifBlock({.orientation = 6, .numerator = 300, .denominator = 1});
   const ImageInfo info = ReadWholeImage(HeifFile({.orientation = 6, .exif = exif})).info;
   EXPECT_EQ(info.orientation, 1);
@@ -46,13 +46,13 @@ TEST(HeifReaderTest, ATagInTheFileDoesNotTurnItAgain) {
   EXPECT_EQ(info.density, (Density{.unit = 1, .x = 300, .y = 300}));
 }
 
-TEST(HeifReaderTest, DeepImagesAreRounded) {
+TEST(HeifReaderTest, RoundsDeepImagesToEightBits) {
   const Data shallow = ReadWholeImage(HeifFile({.av1 = true})).rgb;
   const Data deep = ReadWholeImage(HeifFile({.av1 = true, .bits = 10})).rgb;
   EXPECT_LE(testing::LargestDifference(shallow, deep), kRounding);
 }
 
-TEST(HeifReaderTest, AlphaIsLaidOverWhite) {
+TEST(HeifReaderTest, FlattensAlphaOntoWhite) {
   for (const int bits : {8, 10}) {
     const testing::Image image = ReadWholeImage(HeifFile({.alpha = true, .bits = bits}));
     EXPECT_TRUE(image.info.has_alpha_or_palette);
@@ -68,7 +68,7 @@ TEST(HeifReaderTest, AlphaIsLaidOverWhite) {
   }
 }
 
-TEST(HeifReaderTest, SaysWhatTheImageIs) {
+TEST(HeifReaderTest, DescribesTheImage) {
   const ImageInfo info = ReadWholeImage(HeifFile({.icc = Data(200, 7)})).info;
   EXPECT_EQ(info.layout, PixelLayout::kRgb);
   EXPECT_FALSE(info.has_alpha_or_palette);
@@ -77,7 +77,7 @@ TEST(HeifReaderTest, SaysWhatTheImageIs) {
   EXPECT_TRUE(ReadWholeImage(HeifFile({})).info.icc.empty()) << "colours named by number";
 }
 
-TEST(HeifReaderTest, LimitsAreChecked) {
+TEST(HeifReaderTest, ChecksTheLimits) {
   EXPECT_EQ(RefusalOf(HeifFile({}), {.side = 63}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(HeifFile({}), {.pixels = 64 * 48 - 1}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(HeifFile({}), {.memory_bytes = 64 * 48 * 6 - 1}), Kind::kLimit);

@@ -24,14 +24,14 @@ constexpr std::string_view kExifMark("Exif\0\0", 6);
 constexpr unsigned kLongestMarker = 0xFFFF;
 constexpr int kApp1 = JPEG_APP0 + 1;
 constexpr int kApp2 = JPEG_APP0 + 2;
-// Each scan of a progressive file costs a pass over the whole image, however short it is. Cameras
-// and programs write about ten.
+// Each scan of a progressive file costs a pass over the whole image, however short the scan is.
+// Cameras and programs write about ten.
 constexpr int kMostScans = 500;
-// An image of fewer pixels is decoded at full size: a thumbnail's thumbnail then consists of the
-// very samples that the usual reduction picks, for a few milliseconds.
+// A smaller image is decoded at full size: for a few milliseconds, its thumbnails are made of the
+// same samples that the usual reduction picks.
 constexpr std::int64_t kAlwaysFull = 4'000'000;
 
-// What libjpeg calls back with; `base` comes first so that its pointer leads here.
+// What libjpeg passes to its callbacks; `base` comes first so that its pointer leads here.
 struct ErrorTrap {
   jpeg_error_mgr base;
   std::jmp_buf back;
@@ -49,7 +49,7 @@ ErrorTrap& TrapOf(j_common_ptr codec) {
 
 void IgnoreMessage(j_common_ptr /*codec*/) {}
 
-// The file has ended. What is missing is filled with gray, unless nothing came yet.
+// The file has ended. What is missing is filled with gray, unless no row has come yet.
 boolean EndOfFile(j_decompress_ptr codec) {
   static constexpr std::array<JOCTET, 2> kEndMarker{0xFF, JPEG_EOI};
   if (codec->input_scan_number <= 1 && codec->input_iMCU_row == 0) {
@@ -103,7 +103,7 @@ class JpegReader : public ImageReader {
   }
 
  private:
-  // Runs calls into libjpeg, whose errors come back as a jump: `calls` must own nothing.
+  // Runs calls into libjpeg, whose errors return by longjmp: `calls` must own nothing.
   void Guarded(void (*calls)(JpegReader&)) {
     if (setjmp(trap_.back) != 0) Fail();  // NOLINT(cert-err52-cpp): libjpeg offers nothing else
     calls(*this);
@@ -167,7 +167,7 @@ class JpegReader : public ImageReader {
                     static_cast<std::size_t>(codec_.output_components));
   }
 
-  // A file of several scans is held whole, as 16-bit coefficients.
+  // A file of several scans is held whole in memory, as 16-bit coefficients.
   void CheckSize(const Limits& limits) {
     const std::int64_t samples = std::int64_t{info_.full_width} * info_.full_height;
     std::int64_t held = 0;
@@ -180,7 +180,7 @@ class JpegReader : public ImageReader {
       case JCS_GRAYSCALE:
         codec_.out_color_space = JCS_GRAYSCALE;
         info_.layout = PixelLayout::kGray;
-        // Gray files count as files with a palette of grays.
+        // A gray file counts as one with a palette of grays.
         info_.has_alpha_or_palette = true;
         return;
       case JCS_YCbCr:
@@ -238,7 +238,7 @@ class JpegReader : public ImageReader {
   }
 
   void KeepIcc() {
-    // Rows of inks come as light, which the profile of the inks does not describe.
+    // CMYK rows are converted to RGB, which the profile of the inks does not describe.
     if (codec_.out_color_space == JCS_CMYK) return;
     Guarded(ReadIcc);
     if (icc_ == nullptr) return;
@@ -246,7 +246,7 @@ class JpegReader : public ImageReader {
     std::free(icc_);  // NOLINT(cppcoreguidelines-no-malloc): libjpeg's allocation
   }
 
-  // Stored as light, not as ink, by every program that writes such files.
+  // Every program that writes such files stores them inverted: as light, not as ink.
   const std::uint8_t* RowFromCmyk() {
     constexpr int kFull = 255;
     std::uint8_t* to = decoded_.data();

@@ -44,7 +44,7 @@ Image ReadAll(ImageReader& reader) {
   return image;
 }
 
-// What libjpeg is told beside the defaults.
+// Changes to libjpeg's defaults.
 using Setting = void (*)(jpeg_compress_struct& codec);
 
 std::string Compressed(const std::vector<std::uint8_t>& samples, int width, J_COLOR_SPACE colours,
@@ -122,7 +122,7 @@ TEST(JpegReaderTest, ReadsEveryKindOfColourFile) {
   }
 }
 
-TEST(JpegReaderTest, KnowsTheSampling) {
+TEST(JpegReaderTest, ReportsTheSampling) {
   const std::string content =
       Compressed(keldo::testing::FourCorners(40, 40),
                  [](jpeg_compress_struct& codec) { codec.comp_info[0].v_samp_factor = 1; });
@@ -139,8 +139,8 @@ TEST(JpegReaderTest, ReadsGrayAsOneChannel) {
   EXPECT_NEAR(ReadAll(*reader).At(20, 10)[0], 80, 1);
 }
 
-// Light of each colour is the stored light of its ink times that of black.
-TEST(JpegReaderTest, ReadsInksAsLight) {
+// Each colour is the product of its stored, inverted ink and the stored, inverted black.
+TEST(JpegReaderTest, ReadsCmykInverted) {
   std::vector<std::uint8_t> samples;
   for (int i = 0; i < 16 * 16; ++i)
     samples.insert(samples.end(), {255, 128, 0, 128});
@@ -174,7 +174,7 @@ TEST(JpegReaderTest, KeepsOrientationProfileAndDensity) {
   EXPECT_EQ(OpenJpeg(BytesOf(dense), WithBox(1000))->info().density, (Density{1, 300, 200}));
 }
 
-TEST(JpegReaderTest, ReadsALargeImageNoLargerThanNeeded) {
+TEST(JpegReaderTest, ReducesALargeImageWhileDecoding) {
   const std::string content = EncodeJpeg(keldo::testing::Plain(2401, 2000, {90, 120, 150}));
   const auto width_for = [&](const ReadOptions& options) {
     const auto reader = OpenJpeg(BytesOf(content), options);
@@ -190,12 +190,12 @@ TEST(JpegReaderTest, ReadsALargeImageNoLargerThanNeeded) {
   EXPECT_EQ(width_for(WithBox(120)), 301);
 }
 
-TEST(JpegReaderTest, ReadsASmallImageWhole) {
+TEST(JpegReaderTest, ReadsASmallImageAtFullSize) {
   const std::string content = EncodeJpeg(keldo::testing::FourCorners(800, 800));
   EXPECT_EQ(OpenJpeg(BytesOf(content), WithBox(100))->info().width, 800);
 }
 
-TEST(JpegReaderTest, ACutFileGivesWhatIsThere) {
+TEST(JpegReaderTest, ReadsTheRowsOfACutOffFile) {
   const Image natural = keldo::testing::NaturalImage(160, 160);
   for (const Setting setting : {Setting{nullptr}, Setting{[](jpeg_compress_struct& codec) {
                                   jpeg_simple_progression(&codec);
@@ -208,7 +208,7 @@ TEST(JpegReaderTest, ACutFileGivesWhatIsThere) {
   }
 }
 
-TEST(JpegReaderTest, AFileCutBeforeItsFirstRowsIsCorrupt) {
+TEST(JpegReaderTest, RefusesAFileCutOffBeforeItsFirstRows) {
   const std::string content = Compressed(keldo::testing::NaturalImage(160, 160));
   const std::size_t data = content.find("\xFF\xDA") + 14;
   std::string reason;
@@ -222,7 +222,7 @@ TEST(JpegReaderTest, AFileCutBeforeItsFirstRowsIsCorrupt) {
   EXPECT_EQ(KindOfFailure("\xFF\xD8\xFFgarbage", WithBox(100)), ImageError::Kind::kCorrupt);
 }
 
-TEST(JpegReaderTest, LimitsAreCheckedInTheHeader) {
+TEST(JpegReaderTest, ChecksTheLimitsInTheHeader) {
   ReadOptions options = WithBox(100);
   options.limits.side = 60'000;
   EXPECT_EQ(KindOfFailure(keldo::testing::JpegHeaderOf(65'000, 10), options),
@@ -232,8 +232,8 @@ TEST(JpegReaderTest, LimitsAreCheckedInTheHeader) {
             ImageError::Kind::kLimit);
 }
 
-// Such a file is held whole, which a plain one is not.
-TEST(JpegReaderTest, TheMemoryOfAProgressiveFileIsLimited) {
+// Only a progressive file is held whole in memory.
+TEST(JpegReaderTest, LimitsTheMemoryOfAProgressiveFile) {
   const Image image = keldo::testing::FourCorners(400, 400);
   ReadOptions options = WithBox(100);
   options.limits.memory_bytes = 500'000;
@@ -247,7 +247,7 @@ TEST(JpegReaderTest, TheMemoryOfAProgressiveFileIsLimited) {
 }
 
 // Ten thousand scans of nothing would keep the decoder busy for minutes.
-TEST(JpegReaderTest, AFileOfEndlessScansIsRefused) {
+TEST(JpegReaderTest, RefusesAFileOfEndlessScans) {
   const std::string content =
       Compressed(keldo::testing::FourCorners(64, 64),
                  [](jpeg_compress_struct& codec) { jpeg_simple_progression(&codec); });
@@ -261,17 +261,17 @@ TEST(JpegReaderTest, AFileOfEndlessScansIsRefused) {
   EXPECT_EQ(reason, "the file has more than 500 scans");
 }
 
-TEST(JpegReaderTest, WhatTheLibraryDoesNotReadIsForAnother) {
+TEST(JpegReaderTest, RefusesOtherKindsOfJpegAsUnsupported) {
   std::string content = Compressed(keldo::testing::FourCorners(64, 64));
   const std::size_t frame = content.find("\xFF\xC0");
-  content[frame + 4] = 12;  // bits a sample
+  content[frame + 4] = 12;  // bits per sample
   EXPECT_EQ(KindOfFailure(content, WithBox(100)), ImageError::Kind::kUnsupported);
   content[frame + 4] = 8;
   content[frame + 1] = '\xC3';  // lossless
   EXPECT_EQ(KindOfFailure(content, WithBox(100)), ImageError::Kind::kUnsupported);
 }
 
-TEST(JpegReaderTest, DamageIsReportedOrRead) {
+TEST(JpegReaderTest, ReportsDamageOrReadsOn) {
   const std::string good = Compressed(keldo::testing::NaturalImage(120, 90));
   std::mt19937 random(11);
   int failed = 0;

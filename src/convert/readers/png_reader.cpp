@@ -43,8 +43,8 @@ struct PngCodec {
 
 constinit PngCodec codec{};
 
-// Where libpng comes back to when it gives up, and what it reads from. Only plain values: the jump
-// runs no destructors.
+// Where libpng jumps to when it gives up, and what it reads from. Plain values only: the jump runs
+// no destructors.
 struct Session {
   std::jmp_buf back;
   std::array<char, 80> reason;
@@ -58,7 +58,7 @@ struct Session {
   std::longjmp(session->back, 1);
 }
 
-// What libpng only warns of, it also repairs.
+// libpng repairs what it only warns about.
 void OnWarning(png_structp /*png*/, png_const_charp /*message*/) {}
 
 void Read(png_structp png, png_bytep to, std::size_t size) {
@@ -79,7 +79,7 @@ void Guarded(Session& session, const Work& work) {
   work();
 }
 
-// The parts of the header that limits and layout depend on.
+// The parts of the header that decide limits and layout.
 struct Header {
   png_uint_32 width = 0;
   png_uint_32 height = 0;
@@ -124,13 +124,13 @@ class PngReader : public ImageReader {
     } else {
       Guarded(session_, [&] { codec.read_row(png_, row, nullptr); });
     }
-    // A file that is damaged behind its pixels gives no thumbnail either.
+    // A file that is damaged after its pixels gives no thumbnail either.
     if (++rows_read_ == info_.height) Guarded(session_, [&] { codec.read_end(png_, nullptr); });
     return Flattened(row);
   }
 
  private:
-  // libpng has limits of its own, but calls what exceeds them damaged.
+  // libpng has limits of its own, but reports larger images as damaged.
   static void CheckFirstChunk(Bytes file, const Limits& limits) {
     constexpr std::size_t kWidth = 16;
     constexpr std::size_t kHeight = 20;
@@ -147,7 +147,7 @@ class PngReader : public ImageReader {
       // A compressed colour profile can be far larger than the file.
       constexpr png_alloc_size_t kLargestChunk = png_alloc_size_t{16} << 20U;
       codec.set_chunk_malloc_max(png_, kLargestChunk);
-      // Text may claim any length and would be read in spite of that.
+      // Text may claim any length, and would be read all the same.
       constexpr std::string_view kText("tEXt\0zTXt\0iTXt\0", 15);
       codec.set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER,
                                     reinterpret_cast<png_const_bytep>(kText.data()), 3);
@@ -171,7 +171,7 @@ class PngReader : public ImageReader {
     Allocate(limits);
   }
 
-  // Such images are resized in linear light elsewhere; a look-alike here would be a guess.
+  // ImageMagick resizes such images in linear light; imitating that here would be a guess.
   void RefuseLinearLight() {
     constexpr png_fixed_point kMostlyLinear = 75000;
     png_fixed_point gamma = 0;
@@ -222,7 +222,7 @@ class PngReader : public ImageReader {
     info_.width = info_.full_width = static_cast<int>(header.width);
     info_.height = info_.full_height = static_cast<int>(header.height);
     info_.layout = channels_ <= 2 ? PixelLayout::kGray : PixelLayout::kRgb;
-    // Gray up to 8 bits counts as a palette of grays.
+    // Gray of up to 8 bits counts as a palette of grays.
     const bool gray_palette = header.colour == PNG_COLOR_TYPE_GRAY && header.depth <= 8;
     info_.has_alpha_or_palette =
         channels_ == 2 || channels_ == 4 || header.colour == PNG_COLOR_TYPE_PALETTE || gray_palette;
@@ -243,7 +243,7 @@ class PngReader : public ImageReader {
     Guarded(session_, [&] { codec.read_image(png_, rows.data()); });
   }
 
-  // In place: pixels only become smaller.
+  // In place, since pixels only become smaller.
   const std::uint8_t* Flattened(std::uint8_t* row) const {
     const auto pixels = static_cast<std::size_t>(info_.width);
     if (channels_ == 2) FlattenGray(row, pixels, background_, row);

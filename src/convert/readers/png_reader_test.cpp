@@ -74,12 +74,12 @@ TEST(PngReaderTest, ReadsEveryDepthOfEveryColourType) {
   }
 }
 
-TEST(PngReaderTest, InterlacedImagesMayLackWholePasses) {
+TEST(PngReaderTest, ReadsInterlacedImagesWithEmptyPasses) {
   ExpectLikeImageMagick({.width = 1, .height = 1, .interlaced = true});
   ExpectLikeImageMagick({.width = 3, .height = 2, .colour = kRgba, .interlaced = true});
 }
 
-TEST(PngReaderTest, OneColourMayBeTransparent) {
+TEST(PngReaderTest, ReadsImagesWithATransparentColour) {
   ExpectLikeImageMagick({.colour = kRgb, .chunks = {Words("tRNS", {33, 44, 55})}});
   ExpectLikeImageMagick({.colour = kGray, .chunks = {Words("tRNS", {33})}});
   ExpectLikeImageMagick({.depth = 4, .colour = kGray, .chunks = {Words("tRNS", {5})}});
@@ -87,7 +87,7 @@ TEST(PngReaderTest, OneColourMayBeTransparent) {
                   .info.has_alpha_or_palette);
 }
 
-TEST(PngReaderTest, ColoursOfAPaletteMayBeTransparent) {
+TEST(PngReaderTest, ReadsPalettesWithTransparentColours) {
   Data alphas;
   for (int i = 0; i < 100; ++i)
     alphas.push_back(static_cast<std::uint8_t>(i * 2));
@@ -107,7 +107,7 @@ TEST(PngReaderTest, TheBackgroundOfTheFileReplacesWhite) {
   ExpectLikeImageMagick({.colour = kRgb, .chunks = {Words("bKGD", {255, 0, 128})}});
 }
 
-TEST(PngReaderTest, SaysWhatDecidesTheFilter) {
+TEST(PngReaderTest, ReportsAlphaAndPalettes) {
   const auto flag = [](const testing::PngFacts& facts) {
     return ReadWholeImage(PngFile(facts)).info.has_alpha_or_palette;
   };
@@ -124,7 +124,7 @@ TEST(PngReaderTest, GrayRowsStayGray) {
   EXPECT_EQ(ReadWholeImage(PngFile({.colour = kRgba})).info.layout, PixelLayout::kRgb);
 }
 
-TEST(PngReaderTest, DensityIsCutToWholeNumbersPerCentimetre) {
+TEST(PngReaderTest, CutsDensityToWholeNumbersPerCentimetre) {
   const auto density = [](const PngChunk& chunk) {
     return ReadWholeImage(PngFile({.chunks = {chunk}})).info.density;
   };
@@ -134,7 +134,7 @@ TEST(PngReaderTest, DensityIsCutToWholeNumbersPerCentimetre) {
   EXPECT_EQ(ReadWholeImage(PngFile({})).info.density, convert::Density{});
 }
 
-TEST(PngReaderTest, GammaIsNotAppliedAndLinearLightIsLeftToOthers) {
+TEST(PngReaderTest, IgnoresGammaAndRefusesLinearLight) {
   ExpectLikeImageMagick({.chunks = {Gamma(45455)}});
   ExpectLikeImageMagick({.chunks = {Gamma(75000)}});
   ExpectLikeImageMagick({.chunks = {{"sRGB", {0}}, Gamma(100000)}});
@@ -142,7 +142,7 @@ TEST(PngReaderTest, GammaIsNotAppliedAndLinearLightIsLeftToOthers) {
   EXPECT_EQ(RefusalOf(PngFile({.chunks = {Gamma(100000)}})), Kind::kUnsupported);
 }
 
-TEST(PngReaderTest, OrientationInAFileIsNotHeeded) {
+TEST(PngReaderTest, IgnoresTheOrientationInAFile) {
   const PngChunk exif{"eXIf", testing::ExifBlock({.orientation = 6})};
   EXPECT_EQ(ReadWholeImage(PngFile({.chunks = {exif}})).info.orientation, 1);
 }
@@ -167,7 +167,7 @@ TEST(PngReaderTest, AChecksumCountsOnlyWhereTheImageDependsOnIt) {
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);
 }
 
-TEST(PngReaderTest, LimitsAreCheckedBeforeAnythingElse) {
+TEST(PngReaderTest, ChecksTheLimitsFirst) {
   EXPECT_EQ(RefusalOf(PngFile({}), {.side = 39}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(PngFile({}), {.pixels = 1199}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(PngFile({}), {.memory_bytes = 120}), std::nullopt) << "one row is held";

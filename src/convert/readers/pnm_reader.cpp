@@ -15,7 +15,7 @@ constexpr unsigned kMostOfWord = 65535;
   throw ImageError(ImageError::Kind::kCorrupt, reason);
 }
 
-// The text at the start of the file: numbers between white space and comments.
+// The text at the start of the file: numbers, separated by white space and comments.
 class HeaderText {
  public:
   explicit HeaderText(Bytes file) : file_(file) {}
@@ -32,7 +32,7 @@ class HeaderText {
     return number;
   }
 
-  // One white space stands between the last number and the pixels.
+  // A single white space separates the last number from the pixels.
   [[nodiscard]] std::size_t PixelsStart() const {
     if (!IsBlank(Peek())) Refuse("the header of the pixmap is damaged");
     return place_ + 1;
@@ -56,10 +56,10 @@ class HeaderText {
   }
 
   Bytes file_;
-  std::size_t place_ = 2;  // behind "P5" or "P6"
+  std::size_t place_ = 2;  // after "P5" or "P6"
 };
 
-// Hands out rows of the file itself where they are what is asked for, and scaled copies elsewhere.
+// Returns rows of the file itself where they have 8 bits per sample, and scaled copies otherwise.
 class PnmReader : public ImageReader {
  public:
   PnmReader(Bytes file, const ReadOptions& options) {
@@ -100,7 +100,7 @@ class PnmReader : public ImageReader {
   }
 
  private:
-  // Samples above the largest that the header announces are cut to it.
+  // Samples above the maximum that the header announces are clamped to it.
   [[nodiscard]] std::uint8_t Scaled(unsigned sample) const {
     return static_cast<std::uint8_t>((std::min(sample, most_) * kMostOfByte + most_ / 2) / most_);
   }

@@ -31,7 +31,7 @@ TEST(PnmReaderTest, ReadsColourAndGrayOfEightAndSixteenBits) {
   ExpectLikeImageMagick(PnmFile("P5\n7 5\n65535\n", 70), 0);
 }
 
-TEST(PnmReaderTest, ScalesOtherRangesAndCutsWhatLiesAboveThem) {
+TEST(PnmReaderTest, ScalesOtherRangesAndClampsSamplesAboveThem) {
   ExpectLikeImageMagick(PnmFile("P5\n7 5\n100\n", 35), 1);
   ExpectLikeImageMagick(PnmFile("P6\n7 5\n4095\n", 210), 1);
   Data file = PnmFile("P5 3 1 100\n", 0);
@@ -42,24 +42,24 @@ TEST(PnmReaderTest, ScalesOtherRangesAndCutsWhatLiesAboveThem) {
   EXPECT_EQ(ReadWholeImage(file).rgb, (Data{0, 0, 0, 128, 128, 128, 255, 255, 255}));
 }
 
-TEST(PnmReaderTest, CommentsAndBlanksStandAnywhereInTheHeader) {
+TEST(PnmReaderTest, AcceptsCommentsAndBlanksAnywhereInTheHeader) {
   ExpectLikeImageMagick(PnmFile("P6#one\n# two 99\n\t7# three\r\n 5\n255\n", 105), 0);
 }
 
-TEST(PnmReaderTest, OneBlankEndsTheHeaderEvenWhenPixelsLookLikeMore) {
+TEST(PnmReaderTest, ASingleBlankEndsTheHeader) {
   Data file = PnmFile("P5 2 1 255 ", 0);
   file.insert(file.end(), {' ', '#'});
   EXPECT_EQ(ReadWholeImage(file).rgb, (Data{32, 32, 32, 35, 35, 35}));
 }
 
-TEST(PnmReaderTest, TheFirstOfSeveralImagesCounts) {
+TEST(PnmReaderTest, ReadsTheFirstOfSeveralImages) {
   Data file = PnmFile("P5 2 1 255\n", 2);
   const Data first = ReadWholeImage(file).rgb;
   testing::Append(file, "P5 1 1 255\nx");
   EXPECT_EQ(ReadWholeImage(file).rgb, first);
 }
 
-TEST(PnmReaderTest, SaysWhatTheImageIs) {
+TEST(PnmReaderTest, DescribesTheImage) {
   const ImageInfo gray = ReadWholeImage(PnmFile("P5 7 5 255\n", 35)).info;
   EXPECT_EQ(gray.layout, PixelLayout::kGray);
   EXPECT_FALSE(gray.has_alpha_or_palette);

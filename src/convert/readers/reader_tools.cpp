@@ -20,7 +20,7 @@ std::uint8_t Mix(unsigned value, unsigned alpha, unsigned background) {
 
 }  // namespace
 
-// RTLD_NOW: nothing may be looked up later, when the process can no longer open files.
+// RTLD_NOW, since nothing can be looked up once the process can no longer open files.
 CodecLibrary::CodecLibrary(const char* soname) : handle_(::dlopen(soname, RTLD_NOW | RTLD_LOCAL)) {}
 
 void* CodecLibrary::Symbol(const char* name) const {
@@ -53,13 +53,13 @@ Density DensityWithExif(Bytes exif, const Density& header) {
   const TiffDirectory directory(exif);
   const std::optional<double> x = directory.Rational(TiffDirectory::kXResolution);
   const std::optional<double> y = directory.Rational(TiffDirectory::kYResolution);
-  // An image without a density stays without one unless both sides are named.
+  // An image without a density stays without one unless EXIF names both directions.
   const bool unknown = header == Density{};
   if (unknown && (!x || !y)) return header;
   Density density = header;
   if (x) density.x = DensityValue(*x);
   if (y) density.y = DensityValue(*y);
-  // EXIF counts 1 none, 2 inch, 3 centimetre; JFIF one less.
+  // In EXIF 1 is none, 2 inch, 3 centimetre; in JFIF each is one less.
   const std::uint32_t unit = directory.Integer(TiffDirectory::kResolutionUnit).value_or(0);
   if (unit >= 1 && unit <= 3) density.unit = static_cast<std::uint8_t>(unit - 1);
   if (x == 0.0 || y == 0.0) return Density{};

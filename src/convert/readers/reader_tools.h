@@ -9,11 +9,12 @@
 
 namespace keldo::convert {
 
-/// A shared library that stays loaded to the end of the process: codecs keep state and may have
-/// started threads, and the process ends after one image.
+/// A shared library with a codec, loaded when a file needs it so that starting up stays cheap. It
+/// is never closed: codecs keep state and may have started threads, and the process ends after one
+/// image.
 class CodecLibrary {
  public:
-  /// `soname` is the name with the version whose headers we are built with.
+  /// `soname` names the version whose headers we are built with.
   explicit CodecLibrary(const char* soname);
 
   /// Finds a function; false when the library or the function is not there. The type of `function`
@@ -30,33 +31,32 @@ class CodecLibrary {
   void* handle_;
 };
 
-/// Red, green and blue; all alike for gray pixels.
+/// Red, green and blue; all three equal for gray pixels.
 using Background = std::array<std::uint8_t, 3>;
 
 inline constexpr Background kWhite{0xFF, 0xFF, 0xFF};
 
-/// Lays `pixels` pixels of gray and alpha over the first value of a background. `to` may be `from`.
+/// Flattens `pixels` pixels of gray and alpha onto a gray background. `to` may be `from`.
 void FlattenGray(const std::uint8_t* from, std::size_t pixels, const Background& background,
                  std::uint8_t* to);
 
-/// Lays `pixels` pixels of RGBA over a background. `to` may be `from`.
+/// Flattens `pixels` pixels of RGBA onto a background. `to` may be `from`.
 void FlattenRgb(const std::uint8_t* from, std::size_t pixels, const Background& background,
                 std::uint8_t* to);
 
-/// The whole part; JFIF has 16 bits for it. Dropped and not rounded, since 28.5 has always come out
-/// as 28 in thumbnails.
+/// A density as JFIF stores it, in 16 bits. Fractions are cut off, not rounded: 28.5 has always
+/// become 28 in thumbnails.
 [[nodiscard]] inline std::uint16_t DensityValue(double value) {
   constexpr double kMost = 65535;
   if (!(value > 0)) return 0;
   return static_cast<std::uint16_t>(value < kMost ? value : kMost);
 }
 
-/// The orientation, 1 to 8, that an EXIF block names; 1 where it names none or is damaged. `exif`
-/// starts at its byte order mark, "II*" or "MM*".
+/// The orientation in an EXIF block, 1 to 8; 1 where it has none or is damaged. `exif` starts at
+/// its byte order mark, "II*" or "MM*".
 [[nodiscard]] int OrientationOf(Bytes exif);
 
-/// The density of an image: what an EXIF block names replaces what the file's own header gave, each
-/// value on its own.
+/// The density of an image: each value in the EXIF block replaces that of the file's own header.
 [[nodiscard]] Density DensityWithExif(Bytes exif, const Density& header);
 
 }  // namespace keldo::convert

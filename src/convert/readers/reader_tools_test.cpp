@@ -12,7 +12,7 @@ using testing::ExifBlock;
 
 constexpr Density kOf96{.unit = 1, .x = 96, .y = 96};
 
-TEST(ExifOrientationTest, ReadsEveryOrientationInBothByteOrders) {
+TEST(OrientationOfTest, ReadsEveryOrientationInBothByteOrders) {
   for (std::uint16_t orientation = 1; orientation <= 8; ++orientation) {
     EXPECT_EQ(OrientationOf(ExifBlock({.orientation = orientation})), orientation);
     EXPECT_EQ(OrientationOf(ExifBlock({.orientation = orientation, .big_endian = true})),
@@ -20,7 +20,7 @@ TEST(ExifOrientationTest, ReadsEveryOrientationInBothByteOrders) {
   }
 }
 
-TEST(ExifOrientationTest, WhatIsNoOrientationIsOne) {
+TEST(OrientationOfTest, InvalidOrientationsCountAsOne) {
   EXPECT_EQ(OrientationOf(ExifBlock({.orientation = 0})), 1);
   EXPECT_EQ(OrientationOf(ExifBlock({.orientation = 9})), 1);
   EXPECT_EQ(OrientationOf({}), 1);
@@ -35,17 +35,17 @@ TEST(ExifOrientationTest, WhatIsNoOrientationIsOne) {
   EXPECT_EQ(OrientationOf(other), 1);
 }
 
-TEST(ExifOrientationTest, ABlockThatIsCutOffAnywhereIsReadAsFarAsItGoes) {
+TEST(OrientationOfTest, ReadsACutOffBlockAsFarAsItGoes) {
   const Data whole = ExifBlock({.orientation = 6, .numerator = 240, .denominator = 7});
   for (std::size_t size = 0; size < whole.size(); ++size) {
-    // A copy of its own, so that reading past its end is seen.
+    // A copy, so that the sanitizer sees a read past its end.
     const Data cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_EQ(OrientationOf(cut), size >= 22 ? 6 : 1) << size;
     (void)DensityWithExif(cut, {});
   }
 }
 
-TEST(ExifOrientationTest, AnOffsetBeyondTheBlockIsNotFollowed) {
+TEST(OrientationOfTest, IgnoresAnOffsetBeyondTheBlock) {
   Data block = ExifBlock({.orientation = 6});
   block[7] = 0xFF;
   EXPECT_EQ(OrientationOf(block), 1);
@@ -54,7 +54,7 @@ TEST(ExifOrientationTest, AnOffsetBeyondTheBlockIsNotFollowed) {
   EXPECT_EQ(OrientationOf(block), 1);
 }
 
-TEST(ExifDensityTest, ReplacesWhatTheHeaderSays) {
+TEST(DensityWithExifTest, ReplacesTheValuesOfTheHeader) {
   EXPECT_EQ(DensityWithExif(ExifBlock({.numerator = 240, .denominator = 7}), kOf96),
             (Density{.unit = 1, .x = 34, .y = 34}));
   EXPECT_EQ(DensityWithExif(ExifBlock({.numerator = 300, .denominator = 1, .unit = 3}), {}),
@@ -64,19 +64,19 @@ TEST(ExifDensityTest, ReplacesWhatTheHeaderSays) {
             (Density{.unit = 0, .x = 300, .y = 300}));
 }
 
-TEST(ExifDensityTest, ABlockWithoutDensityChangesNothing) {
+TEST(DensityWithExifTest, ABlockWithoutDensityChangesNothing) {
   EXPECT_EQ(DensityWithExif(ExifBlock({.orientation = 6}), kOf96), kOf96);
   EXPECT_EQ(DensityWithExif({}, kOf96), kOf96);
   EXPECT_EQ(DensityWithExif(ExifBlock({.orientation = 6}), {}), Density{});
 }
 
-TEST(ExifDensityTest, AUnitAloneDoesNotMakeADensity) {
+TEST(DensityWithExifTest, AUnitAloneIsNotADensity) {
   Data block = ExifBlock({.numerator = 300, .denominator = 1, .unit = 3});
   block[22] = 0;  // no longer the width's density
   EXPECT_EQ(DensityWithExif(block, {}), Density{});
 }
 
-TEST(ExifDensityTest, ADensityOfNothingIsNone) {
+TEST(DensityWithExifTest, ADensityOfZeroCountsAsNone) {
   EXPECT_EQ(DensityWithExif(ExifBlock({.numerator = 0, .denominator = 1}), kOf96), Density{});
 }
 

@@ -20,8 +20,7 @@ Number Field(TIFF* tiff, std::uint32_t tag) {
   return value;
 }
 
-// RAW files of cameras are TIFF files with a small preview as their first page, or with the sensor
-// itself in it.
+// Camera RAW files are TIFF files whose first page is a small preview, or the sensor data.
 void RefuseRawFiles(TIFF* tiff) {
   constexpr std::uint32_t kPreviewOrMask = FILETYPE_REDUCEDIMAGE | FILETYPE_MASK;
   if ((Field<std::uint32_t>(tiff, TIFFTAG_SUBFILETYPE) & kPreviewOrMask) != 0) {
@@ -40,7 +39,7 @@ std::uint16_t PhotometricOf(TIFF* tiff) {
   if (compression == COMPRESSION_OJPEG || tiff_codec.is_codec_configured(compression) == 0) {
     RefuseKind("a TIFF image with an unknown compression");
   }
-  // libtiff has the JPEG library convert.
+  // libtiff lets the JPEG library convert it.
   if (photometric == PHOTOMETRIC_YCBCR && compression == COMPRESSION_JPEG) {
     tiff_codec.set_field(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
     return PHOTOMETRIC_RGB;
@@ -74,7 +73,7 @@ TiffAlpha AlphaOf(TIFF* tiff, std::size_t samples, std::size_t colour_samples) {
   RefuseKind("a TIFF image with unknown samples");
 }
 
-// Palettes have 16 bits; old programs wrote 8 into them.
+// Palettes have 16 bits; old programs wrote 8-bit values.
 std::vector<Background> PaletteOf(TIFF* tiff) {
   std::array<const std::uint16_t*, 3> columns{};
   if (tiff_codec.get_field(tiff, TIFFTAG_COLORMAP, &columns[0], &columns[1], &columns[2]) != 1) {
@@ -103,7 +102,7 @@ Density DensityOf(TIFF* tiff) {
       tiff_codec.get_field(tiff, TIFFTAG_YRESOLUTION, &y) != 1 || !(x > 0) || !(y > 0)) {
     return {};
   }
-  // TIFF counts 1 none, 2 inch, 3 centimetre; JFIF one less.
+  // In TIFF 1 is none, 2 inch, 3 centimetre; in JFIF each is one less.
   const auto unit = Field<std::uint16_t>(tiff, TIFFTAG_RESOLUTIONUNIT);
   return {.unit = static_cast<std::uint8_t>(unit >= 1 && unit <= 3 ? unit - 1 : 0),
           .x = DensityValue(x),
@@ -120,7 +119,7 @@ std::vector<std::uint8_t> IccOf(TIFF* tiff) {
   return {bytes, bytes + size};
 }
 
-// Sides that no int holds are refused like those beyond the limits, which the caller checks.
+// A side too large for an int exceeds the limits anyway, which the caller checks.
 int SideOf(TIFF* tiff, std::uint32_t tag) {
   std::uint32_t side = 0;
   tiff_codec.get_field(tiff, tag, &side);
@@ -169,7 +168,7 @@ void ReadTiles(TIFF* tiff, TiffLayout& layout) {
 
 std::uint8_t FromSixteen(const std::uint8_t* bytes) {
   std::uint16_t value = 0;
-  std::memcpy(&value, bytes, sizeof value);  // libtiff gives words in the machine's order
+  std::memcpy(&value, bytes, sizeof value);  // libtiff returns words in the machine's order
   constexpr unsigned kByte = 255;
   constexpr unsigned kWord = 65535;
   return static_cast<std::uint8_t>((value * kByte + kWord / 2) / kWord);

@@ -36,17 +36,17 @@ extern constinit TiffCodec tiff_codec;
 
 enum class TiffAlpha : std::uint8_t {
   kNone,
-  kSeparate,       ///< colours are what they would be without alpha
+  kSeparate,       ///< colours are independent of alpha
   kPremultiplied,  ///< colours are already multiplied by alpha
 };
 
-/// A page of gray, RGB or palette pixels with 8 or 16 bits a sample.
+/// A page of gray, RGB or palette pixels with 8 or 16 bits per sample.
 struct TiffLayout {
   int width = 0;
   int height = 0;
   std::uint32_t tile_width = 0;   ///< 0 for a page in strips
   std::uint32_t tile_height = 0;  ///< 0 for a page in strips
-  std::size_t samples = 1;        ///< a pixel, alpha included
+  std::size_t samples = 1;        ///< per pixel, alpha included
   bool sixteen_bits = false;
   bool zero_is_white = false;
   TiffAlpha alpha = TiffAlpha::kNone;
@@ -65,11 +65,11 @@ struct TiffLayout {
   }
 };
 
-/// The layout of the current page. Throws ImageError: kUnsupported for pages of other kinds,
-/// previews in camera RAW files among them.
+/// The layout of the current page. Throws ImageError, of kind kUnsupported for other pages, among
+/// them the previews in camera RAW files.
 [[nodiscard]] TiffLayout TiffLayoutOf(TIFF* tiff);
 
-/// Makes a row of gray or RGB of 8 bits, without alpha, from a row as the file has it.
+/// Converts a row as the file stores it to 8-bit gray or RGB without alpha.
 void ConvertTiffRow(const TiffLayout& layout, const std::uint8_t* stored, std::uint8_t* row);
 
 }  // namespace keldo::convert

@@ -88,7 +88,7 @@ class TiffSource {
 
   static toff_t SizeOf(thandle_t handle) { return SourceOf(handle).file_.size(); }
 
-  // libtiff only reads through the pointer, the file being opened for reading.
+  // libtiff does not write through the pointer, since the file is open for reading.
   static int Map(thandle_t handle, void** base, toff_t* size) {
     TiffSource& source = SourceOf(handle);
     *base = const_cast<std::uint8_t*>(source.file_.data());
@@ -104,7 +104,7 @@ class TiffSource {
   TIFF* tiff_ = nullptr;
 };
 
-// Reads one page, by rows where it is stored in strips, by rows of tiles otherwise.
+// Reads one page: row by row from strips, or by rows of tiles.
 class TiffReader : public ImageReader {
  public:
   TiffReader(Bytes file, const ReadOptions& options)
@@ -131,7 +131,7 @@ class TiffReader : public ImageReader {
  private:
   [[nodiscard]] TIFF* tiff() const { return source_.tiff(); }
 
-  // Sides first: their products fit in 64 bits only when they are within the limits.
+  // Sides first: only within the limits do their products fit in 64 bits.
   void Allocate(const Limits& limits) {
     CheckLimits(limits, layout_.width, layout_.height, 0);
     std::size_t stored_rows = 1;
@@ -178,7 +178,7 @@ class TiffReader : public ImageReader {
   TiffLayout layout_;
   ImageInfo info_;
   std::uint32_t rows_read_ = 0;
-  std::vector<std::uint8_t> stored_;  // rows as the file has them: one, or as many as a tile
+  std::vector<std::uint8_t> stored_;  // rows as the file stores them: one, or as many as a tile has
   std::vector<std::uint8_t> tile_;
   std::vector<std::uint8_t> row_;
 };

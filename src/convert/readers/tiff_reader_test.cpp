@@ -53,13 +53,13 @@ TEST(TiffReaderTest, ReadsStripsAndTilesOfEveryCompression) {
   ExpectLikeImageMagick({.width = 33, .height = 17, .tile = 16});
 }
 
-TEST(TiffReaderTest, AlphaIsLaidOverWhite) {
+TEST(TiffReaderTest, FlattensAlphaOntoWhite) {
   ExpectLikeImageMagick({.samples = 4, .extra_sample = 2});
   ExpectLikeImageMagick({.samples = 2, .photometric = kBlackIsZero, .extra_sample = 2});
   ExpectLikeImageMagick({.samples = 4, .bits = 16, .extra_sample = 2}, 1);
 }
 
-TEST(TiffReaderTest, PremultipliedColoursAreNotMultipliedAgain) {
+TEST(TiffReaderTest, DoesNotMultiplyPremultipliedColoursAgain) {
   Data pixels;
   for (int i = 0; i < 40 * 30; ++i) {
     const auto alpha = static_cast<std::uint8_t>(i);
@@ -69,7 +69,7 @@ TEST(TiffReaderTest, PremultipliedColoursAreNotMultipliedAgain) {
   ExpectLikeImageMagick({.samples = 4, .extra_sample = 1, .pixels = pixels}, 1);
 }
 
-TEST(TiffReaderTest, SaysWhatTheImageIs) {
+TEST(TiffReaderTest, DescribesTheImage) {
   const ImageInfo colour =
       ReadWholeImage(TiffFile({.orientation = 6, .density = 150.7F, .icc = {1, 2, 3}})).info;
   EXPECT_EQ(colour.layout, PixelLayout::kRgb);
@@ -96,11 +96,11 @@ TEST(TiffReaderTest, DensityKeepsItsUnit) {
             (Density{.unit = 0, .x = 118, .y = 118}));
 }
 
-TEST(TiffReaderTest, TheFirstPageCounts) {
+TEST(TiffReaderTest, ReadsTheFirstPage) {
   EXPECT_EQ(ReadWholeImage(TiffFile({.pages = 3})).rgb, ReadWholeImage(TiffFile({})).rgb);
 }
 
-TEST(TiffReaderTest, LeavesOtherPagesToOthers) {
+TEST(TiffReaderTest, RefusesOtherPagesAsUnsupported) {
   EXPECT_EQ(RefusalOf(TiffFile({.samples = 4, .photometric = kCmyk})), Kind::kUnsupported);
   EXPECT_EQ(RefusalOf(TiffFile({.photometric = kYcbcr})), Kind::kUnsupported);
   EXPECT_EQ(RefusalOf(TiffFile({.samples = 4, .extra_sample = 0})), Kind::kUnsupported);
@@ -109,7 +109,7 @@ TEST(TiffReaderTest, LeavesOtherPagesToOthers) {
   EXPECT_EQ(RefusalOf(TiffFile({.bits = 32})), Kind::kUnsupported);
 }
 
-TEST(TiffReaderTest, LimitsAreChecked) {
+TEST(TiffReaderTest, ChecksTheLimits) {
   EXPECT_EQ(RefusalOf(TiffFile({}), {.side = 39}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(TiffFile({.tile = 64}), {.memory_bytes = std::int64_t{64} * 64 * 3}),
             Kind::kLimit)
@@ -123,7 +123,7 @@ TEST(TiffReaderTest, ACutOffFileGivesNoImage) {
   EXPECT_EQ(RefusalOf(file), Kind::kCorrupt);
 }
 
-TEST(TiffReaderTest, DamagedPixelsGiveNoPicture) {
+TEST(TiffReaderTest, RefusesDamagedPixels) {
   for (const int tile : {0, 16}) {
     Data file = TiffFile({.compression = kDeflate, .tile = tile});
     std::fill_n(file.begin() + 8, 40, std::uint8_t{0xFF});

@@ -24,10 +24,10 @@ constexpr std::size_t kFileHeader = 12;
 constexpr std::size_t kChunkHeader = 8;
 constexpr int kLossless = 2;
 
-// The first chunk of an extended file starts with flags that say which other chunks are there.
+// The first chunk of an extended file starts with flags for the other chunks that it has.
 enum Feature : std::uint8_t { kExifFeature = 0x08, kIccFeature = 0x20 };
 
-// The content of a chunk; nothing when the file's flags do not announce it.
+// The content of a chunk; nothing when the flags do not announce it.
 std::optional<Bytes> FindChunk(Bytes file, std::string_view name, Feature feature) {
   std::size_t place = kFileHeader;
   if (file.size() < place + kChunkHeader + 1 || TextAt(file, place, 4) != "VP8X")
@@ -38,7 +38,7 @@ std::optional<Bytes> FindChunk(Bytes file, std::string_view name, Feature featur
     const std::size_t room = file.size() - place - kChunkHeader;
     if (size > room) return std::nullopt;
     if (TextAt(file, place, 4) == name) return file.subspan(place + kChunkHeader, size);
-    // Chunks start at even places.
+    // Chunks start at even offsets.
     const std::size_t step = kChunkHeader + size + size % 2;
     if (step > file.size() - place) return std::nullopt;
     place += step;
@@ -93,8 +93,8 @@ class WebpReader : public ImageReader {
  private:
   [[nodiscard]] int BytesPerPixel() const { return alpha_ ? 4 : 3; }
 
-  // What the decoder holds for each pixel besides. The lossless one keeps a whole image, which it
-  // also does for the transparency of a lossy image, beside that itself.
+  // What the decoder itself holds per pixel. The lossless decoder keeps a whole image, also for the
+  // transparency of a lossy one, in addition to the transparency.
   static int DecoderBytes(const WebPBitstreamFeatures& features) {
     constexpr int kImage = 4;
     constexpr int kTransparency = 1;
@@ -102,8 +102,8 @@ class WebpReader : public ImageReader {
     return features.has_alpha != 0 ? kImage + kTransparency : 0;
   }
 
-  // Only a block with the mark that JPEG files have counts, although WebP files need none: the
-  // same photo must come out alike whichever converter makes its thumbnails.
+  // WebP does not require the mark that EXIF blocks have in JPEG files, but blocks without it are
+  // ignored, as ImageMagick does: either converter must give the same thumbnails.
   void ReadExif(Bytes exif) {
     using std::string_view_literals::operator""sv;
     constexpr std::string_view kMark = "Exif\0\0"sv;

@@ -13,7 +13,7 @@ using testing::WebpFacts;
 using testing::WebpFile;
 using Kind = ImageError::Kind;
 
-// As ImageMagick and JPEG files have it.
+// With the mark that JPEG files have and ImageMagick expects.
 Data Marked(const Data& exif) {
   Data block;
   testing::Append(block, std::string("Exif\0\0", 6));
@@ -35,7 +35,7 @@ TEST(WebpReaderTest, ReadsLossyAndLosslessImages) {
   }
 }
 
-TEST(WebpReaderTest, SaysWhatTheImageIs) {
+TEST(WebpReaderTest, DescribesTheImage) {
   const ImageInfo opaque = ReadWholeImage(WebpFile({})).info;
   EXPECT_EQ(opaque.width, 40);
   EXPECT_EQ(opaque.height, 30);
@@ -55,13 +55,13 @@ TEST(WebpReaderTest, FindsProfileAndOrientation) {
   EXPECT_EQ(info.density, (Density{.unit = 1, .x = 34, .y = 34}));
 }
 
-TEST(WebpReaderTest, OrientationCountsOnlyBehindTheMark) {
+TEST(WebpReaderTest, IgnoresExifWithoutTheMark) {
   const Data exif = testing::ExifBlock({.orientation = 6});
   EXPECT_EQ(ReadWholeImage(WebpFile({.exif = exif})).info.orientation, 1);
   EXPECT_EQ(ReadWholeImage(WebpFile({.exif = {'E', 'x', 'i', 'f', 0, 0}})).info.orientation, 1);
 }
 
-TEST(WebpReaderTest, ChunksThatTheFlagsDoNotAnnounceAreNotThere) {
+TEST(WebpReaderTest, IgnoresChunksThatTheFlagsDoNotAnnounce) {
   Data file = WebpFile({.icc = {7, 8, 9}, .exif = Marked(testing::ExifBlock({.orientation = 6}))});
   file[20] = 0;
   const ImageInfo info = ReadWholeImage(file).info;
@@ -69,11 +69,11 @@ TEST(WebpReaderTest, ChunksThatTheFlagsDoNotAnnounceAreNotThere) {
   EXPECT_EQ(info.orientation, 1);
 }
 
-TEST(WebpReaderTest, AnimationsAreLeftToOthers) {
+TEST(WebpReaderTest, RefusesAnimationsAsUnsupported) {
   EXPECT_EQ(RefusalOf(WebpFile({.animated = true})), Kind::kUnsupported);
 }
 
-TEST(WebpReaderTest, LimitsCountWhatDecodingHolds) {
+TEST(WebpReaderTest, LimitsIncludeTheDecodersMemory) {
   constexpr std::int64_t kPixels = 1200;
   EXPECT_EQ(RefusalOf(WebpFile({}), {.side = 39}), Kind::kLimit);
   EXPECT_EQ(RefusalOf(WebpFile({}), {.memory_bytes = kPixels * 7 - 1}), Kind::kLimit);

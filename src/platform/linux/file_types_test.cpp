@@ -12,28 +12,28 @@ using keldoindexutils::DoesPhotoOnWebConvertFile;
 using keldoindexutils::DoesRawImage;
 using keldoindexutils::DoesVideoOnWebFile;
 
-TEST(FileTypes, PhotosAreTakenByNameOrPathInAnyCase) {
+TEST(FileTypes, RecognisesPhotosByNameOrPathInAnyCase) {
   for (const char* path : {"a.jpg", "/v/photo/A.JPG", "a.jpeg", "a.Png", "a.gif", "a.bmp", "a.tif",
                            "a.TIFF", "a.webp", "IMG.Heic", "a.avif", "a.ppm", "a.psd"}) {
     EXPECT_TRUE(DoesPhotoOnWebConvertFile(path)) << path;
   }
 }
 
-TEST(FileTypes, CameraRawFilesArePhotosToo) {
+TEST(FileTypes, CameraRawFilesArePhotos) {
   for (const char* path : {"a.NEF", "a.cr2", "a.CR3", "a.arw", "a.dng", "a.X3F", "a.raf", "a.rw2",
                            "a.orf", "a.pef", "a.srw", "a.kdc", "a.crw"}) {
     EXPECT_TRUE(DoesPhotoOnWebConvertFile(path)) << path;
   }
 }
 
-TEST(FileTypes, OtherFilesAreNoPhotos) {
+TEST(FileTypes, OtherFilesAreNotPhotos) {
   for (const char* path : {"a.txt", "a.mp4", "jpg", ".jpg", "a.jpg/", "a.jpg.part", "a.", "",
                            "/v/b.jpg/notes", "a.jp"}) {
     EXPECT_FALSE(DoesPhotoOnWebConvertFile(path)) << path;
   }
 }
 
-TEST(FileTypes, RawIsToldByTheExtensionWithoutADot) {
+TEST(FileTypes, RecognisesRawByTheExtensionWithoutADot) {
   for (const char* extension : {"nef", "NEF", "x3f", "X3F", "cr2", "dng", "3fr"}) {
     EXPECT_TRUE(DoesRawImage(extension)) << extension;
   }
@@ -51,7 +51,7 @@ TEST(FileTypes, JpegHasThreeExtensions) {
   }
 }
 
-TEST(FileTypes, SeveralPagesOrFramesNeedAFormatThatHoldsThem) {
+TEST(FileTypes, RecognisesFormatsWithSeveralPagesOrFrames) {
   for (const char* path :
        {"a.gif", "/v/a.TIF", "a.tiff", "a.heic", "a.HEIF", "a.avif", "a.webp", "a.psd"}) {
     EXPECT_TRUE(DoesMultiplePagePhotoFile(path)) << path;
@@ -61,7 +61,7 @@ TEST(FileTypes, SeveralPagesOrFramesNeedAFormatThatHoldsThem) {
   }
 }
 
-TEST(FileTypes, VideosAreNoPhotosAndTheOtherWayRound) {
+TEST(FileTypes, VideosAreNotPhotosAndPhotosAreNotVideos) {
   for (const char* path : {"a.mp4", "/v/A.MOV", "a.avi", "a.mkv", "a.mts", "a.m2ts", "a.3gp",
                            "a.wmv", "a.webm", "a.mpg", "a.vob", "a.flv"}) {
     EXPECT_TRUE(DoesVideoOnWebFile(path)) << path;
