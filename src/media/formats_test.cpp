@@ -8,7 +8,7 @@ namespace keldo::media {
 namespace {
 
 Format FormatOfText(const std::string& bytes) {
-  return DetectFormat(Bytes(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+  return DetectFormat(AsBytes(bytes));
 }
 
 // The start of an ISO media file.

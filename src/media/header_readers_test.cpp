@@ -32,7 +32,7 @@ std::optional<RawHeader> HeaderOf(const std::string& content) {
   const std::string path = directory.path() + "/photo";
   std::ofstream(path, std::ios::binary) << content;
   const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  const Bytes start(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
+  const Bytes start = AsBytes(content);
   const HeaderReader read = HeaderReaderOf(DetectFormat(start));
   return read == nullptr ? std::nullopt : read({start, fd.get()});
 }

@@ -10,6 +10,10 @@ namespace keldo {
 
 using Bytes = std::span<const std::uint8_t>;
 
+[[nodiscard]] inline Bytes AsBytes(std::string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
 // The caller has checked that the bytes of a number are there.
 
 [[nodiscard]] constexpr std::uint16_t LittleEndian16(const std::uint8_t* bytes) {

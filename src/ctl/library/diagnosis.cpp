@@ -14,6 +14,7 @@
 #include <optional>
 #include <string_view>
 
+#include "media/formats.h"
 #include "media/image_header.h"
 #include "platform/file_types.h"
 #include "platform/text.h"
@@ -73,9 +74,8 @@ const char* ForeignContent(std::string_view head) {
 
 // A JPEG file ends with this marker; cameras may append their own data after it.
 bool LacksJpegEnd(int fd, off_t size, std::string_view head) {
-  constexpr std::string_view kStart = "\xFF\xD8\xFF";
   constexpr std::string_view kEnd = "\xFF\xD9";
-  if (!head.starts_with(kStart)) return false;
+  if (media::DetectFormat(AsBytes(head)) != media::Format::kJpeg) return false;
   const off_t from = std::max<off_t>(0, size - static_cast<off_t>(kLookedAt));
   return ReadPart(fd, from).find(kEnd) == std::string::npos;
 }
