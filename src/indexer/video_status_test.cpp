@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "fakes/core_test.h"
+#include "indexer/indexer.h"
 #include "platform/index_ipc.h"
-#include "thumbs/keldomk_thumb_status.h"
 #include "thumbs/paths.h"
 #include "util/handles.h"
 #include "util/path.h"

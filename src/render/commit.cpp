@@ -8,14 +8,14 @@
 #include <cstring>
 #include <ctime>
 
-#include "render/keldomk_photo_thumb.h"
-#include "render/source_file.h"
+#include "render/pipeline.h"
+#include "thumbs/thumb_state.h"
 
 namespace keldo {
 namespace {
 
 constexpr mode_t kThumbnailMode = 0644;
-constexpr off_t kLeastThumbnailBytes = 2;
+constexpr const char* kSource = "keldomk_photo_thumb";
 constexpr int kSetAccessAndModification = 3;
 
 void DeleteTemporaries(const ThumbRequestList& list) {
@@ -31,23 +31,23 @@ void CopyFutureTime(const std::string& path, const KLIBCFileRecord& photo) {
   KLIBCFileUTime(path.c_str(), kSetAccessAndModification, {time, time, platform_words});
 }
 
-// Moves one thumbnail into place. False when it could not be moved or turns out to be no picture.
+// Moves one thumbnail into place. False when it could not be moved or is too small to be an image.
 bool CommitOne(const ThumbRequest& request, const KLIBCFileRecord& photo, time_t now) {
   const char* destination = request.destPath.c_str();
   if (rename(request.tempPath.c_str(), destination) != 0) {
-    syslog(LOG_ERR, "%s:%d [Error] rename: %s, %s", "keldomk_photo_thumb", 504,
-           request.tempPath.c_str(), destination);
+    syslog(LOG_ERR, "%s:%d [Error] rename: %s, %s", kSource, 504, request.tempPath.c_str(),
+           destination);
     unlink(request.tempPath.c_str());
     return false;
   }
   if (chmod(destination, kThumbnailMode) != 0) {
-    syslog(LOG_ERR, "%s:%d [Error] Failed to chmod [%s], %s", "keldomk_photo_thumb", 511,
-           destination, std::strerror(errno));
+    syslog(LOG_ERR, "%s:%d [Error] Failed to chmod [%s], %s", kSource, 511, destination,
+           std::strerror(errno));
   }
   struct stat status {};
-  if (stat(destination, &status) != 0 || status.st_size < kLeastThumbnailBytes) {
+  if (stat(destination, &status) != 0 || IsStub(status)) {
     unlink(destination);
-    syslog(LOG_ERR, "%s:%d [Error] file size of dest path: %d, %s", "keldomk_photo_thumb", 515,
+    syslog(LOG_ERR, "%s:%d [Error] file size of dest path: %d, %s", kSource, 515,
            static_cast<int>(status.st_size), destination);
     return false;
   }
@@ -57,23 +57,22 @@ bool CommitOne(const ThumbRequest& request, const KLIBCFileRecord& photo, time_t
 
 }  // namespace
 
-bool CommitThumbnails(const ThumbRequestList& list, const std::string& sourcePath,
-                      std::int64_t oldBlocks, std::int64_t oldSize) {
+bool CommitThumbnails(const ThumbRequestList& list, const std::string& source_path,
+                      std::int64_t old_blocks, std::int64_t old_size) {
   const time_t now = time(nullptr);
   KLIBCFileRecord photo{};
-  if (!StatSource(sourcePath, photo)) {
-    syslog(LOG_ERR, "%s:%d Failed to KLIBCFileStat() path [%s]", "keldomk_photo_thumb", 471,
-           sourcePath.c_str());
+  if (!StatSource(source_path, photo)) {
+    syslog(LOG_ERR, "%s:%d Failed to KLIBCFileStat() path [%s]", kSource, 471, source_path.c_str());
     DeleteTemporaries(list);
     return false;
   }
   // Both must differ: a file system may move blocks about, and a tag may be rewritten in place,
-  // without the picture being another one.
-  if (photo.st.st_size != oldSize && photo.st.st_blocks != oldBlocks) {
+  // while the image stays the same.
+  if (photo.st.st_size != old_size && photo.st.st_blocks != old_blocks) {
     syslog(LOG_ERR, "%s:%d [Error] file size changed: st_blocks %d -> %d; st_size %jd -> %jd, %s",
-           "keldomk_photo_thumb", 484, static_cast<int>(oldBlocks),
-           static_cast<int>(photo.st.st_blocks), static_cast<std::intmax_t>(oldSize),
-           static_cast<std::intmax_t>(photo.st.st_size), sourcePath.c_str());
+           kSource, 484, static_cast<int>(old_blocks), static_cast<int>(photo.st.st_blocks),
+           static_cast<std::intmax_t>(old_size), static_cast<std::intmax_t>(photo.st.st_size),
+           source_path.c_str());
     DeleteTemporaries(list);
     return false;
   }

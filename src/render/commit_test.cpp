@@ -8,7 +8,7 @@
 #include <ctime>
 
 #include "fakes/core_test.h"
-#include "render/keldomk_photo_thumb.h"
+#include "render/pipeline.h"
 
 namespace keldo::testing {
 namespace {

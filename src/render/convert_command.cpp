@@ -37,22 +37,22 @@ void AddThumbnailGroups(KELDOUtils::ProcessRunner& runner, const ThumbRequestLis
 
 }  // namespace
 
-bool RunConvert(const ThumbRequestList& list, const std::string& inputPath,
-                const std::string& iccPath) {
+bool RunConvert(const ThumbRequestList& list, const std::string& input_path,
+                const std::string& icc_path) {
   const std::string converter = ConverterPath();
   KELDOUtils::ProcessRunner runner(converter.c_str(), converter.c_str());
   AddTemporaryPathDefine(list, runner);
   if (IsLowMemory()) runner.addArguments("-limit", "thread", "1");
-  runner.addArguments(InputArgument(inputPath).c_str());
-  if (!iccPath.empty() && keldoindexutils::stat::DoesFileExistAndHasSize(iccPath)) {
-    runner.addArguments("-profile", iccPath.c_str());
+  runner.addArguments(InputArgument(input_path).c_str());
+  if (!icc_path.empty() && keldoindexutils::stat::DoesFileExistAndHasSize(icc_path)) {
+    runner.addArguments("-profile", icc_path.c_str());
   }
   AddThumbnailGroups(runner, list);
   return runner.run(true, false) == 0;
 }
 
-bool RunConvertPlain(const ThumbRequestList& list, const std::string& inputPath) {
-  return RunConvert(list, inputPath, "");
+bool RunConvertPlain(const ThumbRequestList& list, const std::string& input_path) {
+  return RunConvert(list, input_path, "");
 }
 
 void AddTemporaryPathDefine(const ThumbRequestList& list, KELDOUtils::ProcessRunner& runner) {
@@ -96,10 +96,10 @@ void AddLastThumbnail(KELDOUtils::ProcessRunner& runner, const ThumbRequest& req
   runner.addArguments(request.tempPath.c_str());
 }
 
-void ApplyPhotoRotation(ThumbRequestList& list, const keldoindexutils::MediaInfo& mediaInfo) {
+void ApplyPhotoRotation(ThumbRequestList& list, const keldoindexutils::MediaInfo& media) {
   ThumbRequest& first = list.at(0);
   // EXIF orientation as a clockwise rotation followed by a left-right mirror.
-  switch (mediaInfo.photo_rotation()) {
+  switch (media.photo_rotation()) {
     case 2:
       first.flop = true;
       break;

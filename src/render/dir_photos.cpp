@@ -47,19 +47,19 @@ const dirent* NextEntry(DIR* directory, int& error) {
 
 }  // namespace
 
-std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& dirPath, int* error) {
+std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& directory, int* error) {
   std::vector<DirPhoto> photos;
   int first_error = 0;
-  const UniqueDir stream(opendir(dirPath.c_str()));
+  const UniqueDir stream(opendir(directory.c_str()));
   if (!stream) {
     first_error = errno;
-    syslog(LOG_ERR, "%s:%d [Error] opendir: %s", "keldothumb", kOpenFailedLine, dirPath.c_str());
+    syslog(LOG_ERR, "%s:%d [Error] opendir: %s", "keldothumb", kOpenFailedLine, directory.c_str());
   }
   while (const dirent* entry = stream ? NextEntry(stream.get(), first_error) : nullptr) {
     // The name decides before the file is looked up: most entries of most directories cost nothing.
     DirPhoto photo{entry->d_name, {}};
     if (!IsPhotoName(photo.name)) continue;
-    if (!GetStatus(stream.get(), dirPath, photo)) {
+    if (!GetStatus(stream.get(), directory, photo)) {
       if (errno != ENOENT && errno != ELOOP) first_error = errno;
     } else if (S_ISREG(photo.status.st_mode)) {
       photos.push_back(std::move(photo));
@@ -72,9 +72,9 @@ std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& dirPath, int* e
   return photos;
 }
 
-std::vector<std::string> ListDirPhotos(const std::string& dirPath) {
+std::vector<std::string> ListDirPhotos(const std::string& directory) {
   std::vector<std::string> names;
-  for (DirPhoto& photo : ListDirPhotosWithStatus(dirPath))
+  for (DirPhoto& photo : ListDirPhotosWithStatus(directory))
     names.push_back(std::move(photo.name));
   return names;
 }

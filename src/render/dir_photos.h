@@ -18,12 +18,12 @@ struct DirPhoto {
 /// looked up once. Same order, same log lines. `error`, where given, becomes an errno value when
 /// the list is not complete, else 0; that a file went meanwhile, or a link leads nowhere, is no
 /// error.
-[[nodiscard]] std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& dirPath,
+[[nodiscard]] std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& directory,
                                                             int* error = nullptr);
 
-/// Names of the regular files (links followed) in `dirPath` that get thumbnails, in ascending byte
-/// order; "._" names are left out. `dirPath` has no trailing slash. What cannot be read is logged
-/// and left out.
-[[nodiscard]] std::vector<std::string> ListDirPhotos(const std::string& dirPath);
+/// Names of the regular files (links followed) in `directory` that get thumbnails, in ascending
+/// byte order; "._" names are left out. `directory` has no trailing slash. What cannot be read is
+/// logged and left out.
+[[nodiscard]] std::vector<std::string> ListDirPhotos(const std::string& directory);
 
 }  // namespace keldo

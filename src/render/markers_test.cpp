@@ -3,7 +3,8 @@
 #include <filesystem>
 
 #include "fakes/core_test.h"
-#include "render/keldomk_photo_thumb.h"
+#include "render/pipeline.h"
+#include "thumbs/thumb_state.h"
 
 namespace keldo::testing {
 namespace {

@@ -11,7 +11,7 @@
 #include "process/output.h"
 #include "render/resolution.h"
 #include "render/thumb_requests.h"
-#include "thumbs/dir_helpers.h"
+#include "thumbs/directories.h"
 #include "thumbs/paths.h"
 
 namespace keldo {

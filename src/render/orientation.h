@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "thumbs/thumb_job.h"
+#include "thumbs/thumb_profile.h"
 
 namespace keldo {
 

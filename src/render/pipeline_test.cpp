@@ -1,3 +1,5 @@
+#include "render/pipeline.h"
+
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -7,7 +9,6 @@
 
 #include "fakes/converter.h"
 #include "fakes/core_test.h"
-#include "render/keldomk_photo_thumb.h"
 #include "thumbs/paths.h"
 
 namespace keldo::testing {

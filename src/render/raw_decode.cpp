@@ -10,7 +10,7 @@
 
 #include "platform/index_ipc.h"
 #include "process/isolated.h"
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 
 namespace keldo {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "render/libraw_file.h"
-#include "thumbs/thumb_job.h"
+#include "thumbs/thumb_profile.h"
 
 namespace keldo {
 

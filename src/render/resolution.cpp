@@ -15,7 +15,7 @@
 #include "process/isolated.h"
 #include "process/output.h"
 #include "render/libraw_file.h"
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 #include "thumbs/paths.h"
 
 namespace keldo {

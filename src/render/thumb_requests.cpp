@@ -1,22 +1,12 @@
 #include "render/thumb_requests.h"
 
 #include "platform/file.h"
-#include "render/keldomk_photo_thumb.h"
-#include "thumbs/dir_helpers.h"
-#include "thumbs/index.h"
+#include "render/pipeline.h"
+#include "thumbs/directories.h"
+#include "thumbs/thumb_state.h"
 
 namespace keldo {
 namespace {
-
-constexpr off_t kLeastThumbnailBytes = 2;
-
-// Up to date and more than the single byte that a broken writer leaves: such a stub would be shown
-// for ever, since it is neither empty nor old.
-bool CanBeSkipped(const ThumbProfile& profile, const std::string& path, const std::string& eaDir) {
-  if (!IsThumbUpToDate(profile, path, eaDir)) return false;
-  const std::optional<FoundThumbnail> found = FindThumbnail(profile, eaDir);
-  return found && found->status.st_size >= kLeastThumbnailBytes;
-}
 
 void FillFromProfile(ThumbRequest& request, const ThumbProfile& profile, const std::string& path) {
   request.sourcePath = path;
@@ -31,27 +21,27 @@ void FillFromProfile(ThumbRequest& request, const ThumbProfile& profile, const s
 }  // namespace
 
 bool MakePhotoThumbRequests(const ThumbProfileList& profiles, int phase, const std::string& path,
-                            const std::string& eaDir, bool autoOrient, int rotate) {
+                            const std::string& ea_dir, bool auto_orient, int rotate) {
   if (!keldoindexutils::stat::DoesFileExist(path)) return false;
   // Where this fails, so does the rendering, with its own message.
-  static_cast<void>(checkCreateDir(eaDir));
+  static_cast<void>(checkCreateDir(ea_dir));
 
   ThumbRequestList list;
   ThumbRequest request;
   for (std::size_t i = 0; i < profiles.count(phase); ++i) {
     const ThumbProfile* profile = profiles.at(i, phase);
-    if (profile == nullptr || CanBeSkipped(*profile, path, eaDir)) continue;
+    if (profile == nullptr || NeedsNoRendering(*profile, path, ea_dir)) continue;
     FillFromProfile(request, *profile, path);
-    request.destPath = eaDir + "/" + profile->eaFilename();
-    request.tempDir = eaDir;
+    request.destPath = ea_dir + "/" + profile->eaFilename();
+    request.tempDir = ea_dir;
     // The later phases read a thumbnail of ours, which carries nothing else any more.
     request.stripProfiles = phase == 0;
-    request.autoOrient = autoOrient;
+    request.autoOrient = auto_orient;
     request.rotate = rotate;
     AddThumbRequest(list, request);
   }
   if (CreatePhotoThumbnails(list)) return true;
-  MarkPhaseFailed(profiles, phase, eaDir);
+  MarkPhaseFailed(profiles, phase, ea_dir);
   return false;
 }
 
@@ -67,11 +57,11 @@ bool MakeRotatedThumbRequest(const ThumbProfile& profile, const RotatedThumb& th
   return CreatePhotoThumbnails(list);
 }
 
-int MarkPhaseFailed(const ThumbProfileList& profiles, int phase, const std::string& eaDir) {
+int MarkPhaseFailed(const ThumbProfileList& profiles, int phase, const std::string& ea_dir) {
   const std::size_t count = profiles.count(phase);
   for (std::size_t i = 0; i < count; ++i) {
     const ThumbProfile* profile = profiles.at(i, phase);
-    if (profile != nullptr) MarkThumbFailed(*profile, eaDir);
+    if (profile != nullptr) MarkThumbFailed(*profile, ea_dir);
   }
   return static_cast<int>(count);
 }

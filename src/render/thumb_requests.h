@@ -7,14 +7,14 @@
 
 namespace keldo {
 
-/// Renders the thumbnails of a phase that are not up to date. `path` is the image to read, `eaDir`
-/// the photo's metadata directory (made when missing), `autoOrient` whether the image's orientation
-/// tag is followed, `rotate` degrees clockwise (0 or less: none). True when nothing is left to do.
-/// False when the image is missing (no trace is left) or the rendering failed, and every profile of
-/// the phase then carries a failure marker: a phase is redone as a whole.
+/// Renders the thumbnails of a phase that are not up to date. `path` is the image to read, `ea_dir`
+/// the photo's metadata directory (made when missing), `auto_orient` whether the image's
+/// orientation tag is followed, `rotate` degrees clockwise (0 or less: none). True when nothing is
+/// left to do. False when the image is missing (no trace is left) or the rendering failed, and
+/// every profile of the phase then carries a failure marker: a phase is redone as a whole.
 [[nodiscard]] bool MakePhotoThumbRequests(const ThumbProfileList& profiles, int phase,
-                                          const std::string& path, const std::string& eaDir,
-                                          bool autoOrient, int rotate);
+                                          const std::string& path, const std::string& ea_dir,
+                                          bool auto_orient, int rotate);
 
 /// What is rendered for one profile under a name of its own.
 struct RotatedThumb {
@@ -29,6 +29,6 @@ struct RotatedThumb {
 [[nodiscard]] bool MakeRotatedThumbRequest(const ThumbProfile& profile, const RotatedThumb& thumb);
 
 /// Leaves a failure marker for every profile of a phase (PHASE_ALL: of all). Returns their number.
-int MarkPhaseFailed(const ThumbProfileList& profiles, int phase, const std::string& eaDir);
+int MarkPhaseFailed(const ThumbProfileList& profiles, int phase, const std::string& ea_dir);
 
 }  // namespace keldo

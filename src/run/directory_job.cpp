@@ -1,5 +1,5 @@
-#include "run/directory_job.h"
-
+#include <fcntl.h>
+#include <sys/file.h>
 #include <syslog.h>
 
 #include <ctime>
@@ -8,20 +8,21 @@
 
 #include "platform/index_ipc.h"
 #include "render/dir_photos.h"
-#include "run/directory_lock.h"
-#include "run/photo_task.h"
-#include "thumbs/dir_helpers.h"
+#include "run/thumb_job.h"
+#include "thumbs/directories.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/paths.h"
 #include "util/termination.h"
 
 namespace keldo {
 namespace {
 
-// Hands a directory with work left back to the indexer, which runs the program on it again.
+constexpr const char* kSource = "keldothumb";
+
+// Queues a directory with work left, so that the indexer runs the program on it again.
 void QueueDirectory(const std::string& directory) {
   if (keldoindexutils::filesystem::WriteIndexQueue(directory, paths::kThumbQueue)) return;
-  syslog(LOG_ERR, "%s:%d Failed to write [%s] to thumb queue", "keldothumb", 1169,
-         directory.c_str());
+  syslog(LOG_ERR, "%s:%d Failed to write [%s] to thumb queue", kSource, 1169, directory.c_str());
 }
 
 // Works through the photos. True when at least one has a phase left for a later run.
@@ -38,8 +39,26 @@ bool ProcessPhotos(const ThumbJob& job, const std::vector<std::string>& names, t
 
 }  // namespace
 
+DirectoryLock::DirectoryLock(const std::string& metadata_dir)
+    : directory_(open(metadata_dir.c_str(), O_RDONLY | O_CLOEXEC, 0777)) {
+  if (!directory_.valid()) {
+    syslog(LOG_ERR, "%s:%d Failed to open %s", kSource, 920, metadata_dir.c_str());
+    return;
+  }
+  if (flock(directory_.get(), LOCK_EX | LOCK_NB) != 0) {
+    syslog(LOG_ERR, "%s:%d Failed to lock %s", kSource, 925, metadata_dir.c_str());
+    return;
+  }
+  held_ = true;
+}
+
+DirectoryLock::~DirectoryLock() {
+  // Explicitly: a child that has not reached its program yet still shares the descriptor.
+  if (directory_.valid()) flock(directory_.get(), LOCK_UN);
+}
+
 void RunThumbJob(const ThumbJob& job) {
-  const std::string metadata_dir = job.path + "/@eaDir";
+  const std::string metadata_dir = job.path + "/" + kMetadataDirectory;
   const std::vector<std::string> names = ListDirPhotos(job.path);
   const time_t start_time = time(nullptr);
   if (names.empty() || !checkCreateDir(metadata_dir)) return;

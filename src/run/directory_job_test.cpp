@@ -1,12 +1,10 @@
-#include "run/directory_job.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <syslog.h>
 
 #include <cerrno>
 
-#include "run/directory_lock.h"
+#include "run/thumb_job.h"
 #include "support/job_test.h"
 #include "util/handles.h"
 

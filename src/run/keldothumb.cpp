@@ -12,13 +12,15 @@
 #include <cstring>
 #include <exception>
 
+#include "platform/file.h"
 #include "platform/process.h"
 #include "process/startup.h"
-#include "run/directory_job.h"
-#include "thumbs/index.h"
+#include "run/thumb_job.h"
+#include "thumbs/directories.h"
 #include "thumbs/paths.h"
 #include "thumbs/thumb_profile.h"
 #include "thumbs/tool_selection.h"
+#include "thumbs/tree_walk.h"
 #include "thumbs/work_queue.h"
 #include "util/path.h"
 #include "util/termination.h"
@@ -28,8 +30,10 @@ namespace {
 
 // What "R:" alone is taken to name. No walk finds it.
 constexpr const char* kNoDirectory = "(null)";
+constexpr const char* kSource = "keldothumb";
 constexpr int kDecimal = 10;
 constexpr int kTargetFailedLine = 1190;
+constexpr int kWalkEndedLine = 1256;
 
 // Owns what glob(3) allocates.
 class GlobResult {
@@ -114,7 +118,7 @@ void ProcessTarget(const std::string& target_path, const std::string& profile_pa
   try {
     ProcessPath(target_path, profile_path);
   } catch (const std::exception& error) {
-    syslog(LOG_ERR, "%s:%d [Error] giving up on %s: %s", "keldothumb", kTargetFailedLine,
+    syslog(LOG_ERR, "%s:%d [Error] giving up on %s: %s", kSource, kTargetFailedLine,
            target_path.c_str(), error.what());
   }
 }
@@ -125,8 +129,22 @@ void KillThumbProcesses() {
     const std::string path = pid_files.at(i);
     const pid_t pid = PidOfPath(path);
     if (pid == 0 || kill(pid, 0) == 0 || unlink(path.c_str()) == 0) continue;
-    syslog(LOG_ERR, "%s: %s(%d) - unlink(%s), %s\n", "keldothumb", "KillThumbProcesses", 1214,
+    syslog(LOG_ERR, "%s: %s(%d) - unlink(%s), %s\n", kSource, "KillThumbProcesses", 1214,
            path.c_str(), std::strerror(errno));
+  }
+}
+
+void WalkTree(const std::string& directory, const std::string& profile_path) {
+  const int result = WalkAccepted(directory, [&](const char* path) {
+    LetTerminationIn();
+    ProcessTarget(path, profile_path);
+  });
+  const int walk_error = errno;
+  // A root that is not there is passed over in silence, as every target is. A walk that breaks off
+  // (a link that leads to itself does that) has left directories out, and that must be known.
+  if (result == -1 && keldoindexutils::stat::DoesDirExist(directory)) {
+    syslog(LOG_ERR, "%s:%d [Error] walk of %s ended early, %s", kSource, kWalkEndedLine,
+           directory.c_str(), std::strerror(walk_error));
   }
 }
 

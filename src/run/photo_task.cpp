@@ -1,5 +1,3 @@
-#include "run/photo_task.h"
-
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -8,22 +6,23 @@
 #include "platform/system.h"
 #include "platform/text.h"
 #include "render/orientation.h"
+#include "render/pipeline.h"
 #include "render/raw_decode.h"
 #include "render/resolution.h"
-#include "render/source_file.h"
 #include "render/thumb_requests.h"
-#include "run/phase_state.h"
-#include "thumbs/dir_helpers.h"
-#include "thumbs/keldomk_ipc.h"
-#include "thumbs/keldomk_progress.h"
-#include "thumbs/keldomk_thumb_status.h"
+#include "run/thumb_job.h"
+#include "thumbs/daemon_requests.h"
+#include "thumbs/directories.h"
+#include "thumbs/metadata_names.h"
+#include "thumbs/progress.h"
+#include "thumbs/thumb_state.h"
 
 namespace keldo {
 namespace {
 
 constexpr int kErrorLevel = 3;
 constexpr int kSetAccessAndModification = 3;
-constexpr const char* kMarkerPattern = "*.fail";
+constexpr const char* kSource = "keldothumb";
 
 }  // namespace
 
@@ -31,7 +30,7 @@ PhotoTask::PhotoTask(const ThumbJob& job, const std::string& photo_name, time_t 
     : job_(job),
       start_time_(start_time),
       photo_path_(job.path + "/" + photo_name),
-      ea_dir_(job.path + "/@eaDir/" + photo_name),
+      ea_dir_(job.path + "/" + kMetadataDirectory + "/" + photo_name),
       source_(photo_path_) {}
 
 PhotoOutcome PhotoTask::Run() {
@@ -41,8 +40,8 @@ PhotoOutcome PhotoTask::Run() {
     return PhotoOutcome::kDone;
   }
   if (!HasDiskSpace(job_.path)) {
-    syslog(LOG_ERR, "%s:%d Stopping creating thumbs as the disk space is near full, %s",
-           "keldothumb", 969, photo_path_.c_str());
+    syslog(LOG_ERR, "%s:%d Stopping creating thumbs as the disk space is near full, %s", kSource,
+           969, photo_path_.c_str());
     return PhotoOutcome::kStopDirectory;
   }
   const int start_phase = FirstPhaseDue(*job_.profiles, photo_path_, ea_dir_);
@@ -57,8 +56,8 @@ PhotoOutcome PhotoTask::Run() {
 PhotoTask::Step PhotoTask::Prepare() {
   if (!StatSource(photo_path_, record_) || !checkCreateDir(ea_dir_)) return Step::kNextPhoto;
   if (!RemoveFilesByPattern(ea_dir_, kMarkerPattern)) {
-    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s/*.fail]", "keldothumb",
-                956, ea_dir_.c_str());
+    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s/%s]", kSource, 956,
+                ea_dir_.c_str(), kMarkerPattern);
   }
   return Step::kGoOn;
 }
@@ -106,7 +105,7 @@ bool PhotoTask::IsSourceRegularFile() const {
   return stat(source_.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// A photo that the index already knows may have been turned by its user: its new thumbnails follow
+// A photo that the index already knows may have been rotated by its user: its new thumbnails follow
 // the existing ones, not the orientation tag.
 void PhotoTask::ChooseOrientation(int start_phase) {
   if (GetIndexVersion(source_) <= 0) return;

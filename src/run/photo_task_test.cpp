@@ -1,8 +1,7 @@
-#include "run/photo_task.h"
-
 #include <syslog.h>
 #include <unistd.h>
 
+#include "run/thumb_job.h"
 #include "support/job_test.h"
 
 namespace keldo::testing {

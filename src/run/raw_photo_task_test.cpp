@@ -2,7 +2,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "run/photo_task.h"
+#include "run/thumb_job.h"
 #include "support/job_test.h"
 
 namespace keldo::testing {

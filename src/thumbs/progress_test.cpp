@@ -1,7 +1,8 @@
+#include "thumbs/progress.h"
+
 #include <syslog.h>
 
 #include "fakes/core_test.h"
-#include "thumbs/keldomk_progress.h"
 #include "thumbs/paths.h"
 
 namespace keldo::testing {
@@ -76,30 +77,6 @@ TEST_F(ProgressTest, ACounterIsRead) {
   EXPECT_EQ(ReadProgress(kVideoProgress, kCompletedKey), 3);
   EXPECT_EQ(ReadProgress(kVideoProgress, "absent"), 0);
   EXPECT_EQ(ReadProgress(kPhotoProgress, "total"), 0);
-}
-
-TEST_F(ProgressTest, TheSummaryGivesFractions) {
-  fake().WriteLines(paths::kPhotoProgress,
-                    {"total=8", "completed=2", "total_thumb=48", "completed_thumb=16"});
-  fake().WriteLines(paths::kVideoProgress, {"total=1", "completed=1"});
-  LogProgressSummary();
-  EXPECT_EQ(
-      CapturedSyslog(),
-      (Lines{{LOG_ERR, "keldomk_progress:146 ========== Convert Progress =========="},
-             {LOG_ERR, "keldomk_progress:147 total_photo: 8, complete_photo: 2, progress: 0.25"},
-             {LOG_ERR, "keldomk_progress:148 total_thumb: 48, complete_thumb: 16, progress: 0.33"},
-             {LOG_ERR, "keldomk_progress:149 total_video: 1, complete_video: 1, progress: 1.00"}}));
-}
-
-TEST_F(ProgressTest, ASummaryWithoutTotalsHasNoProgress) {
-  fake().WriteLines(paths::kPhotoProgress, {"total=0", "completed=2"});
-  LogProgressSummary();
-  EXPECT_EQ(
-      CapturedSyslog(),
-      (Lines{{LOG_ERR, "keldomk_progress:146 ========== Convert Progress =========="},
-             {LOG_ERR, "keldomk_progress:147 total_photo: 0, complete_photo: 2, progress: 0.00"},
-             {LOG_ERR, "keldomk_progress:148 total_thumb: 0, complete_thumb: 0, progress: 0.00"},
-             {LOG_ERR, "keldomk_progress:149 total_video: 0, complete_video: 0, progress: 0.00"}}));
 }
 
 }  // namespace

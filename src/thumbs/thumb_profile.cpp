@@ -7,7 +7,7 @@
 #include "platform/conf_parser.h"
 #include "platform/index_ipc.h"
 #include "platform/text.h"
-#include "thumbs/keldomk_util.h"
+#include "thumbs/thumb_kinds.h"
 #include "util/path.h"
 
 namespace keldo {
@@ -20,9 +20,9 @@ std::string ToUnderscoreSpelling(std::string name) {
   return name;
 }
 
-bool IsPrimaryKind(const std::string& ea_filename) {
-  return ea_filename == "KELDOPHOTO_THUMB_XL.jpg" || ea_filename == "KELDOPHOTO_THUMB_SM.jpg" ||
-         ea_filename == "KELDOPHOTO_THUMB_M.jpg" || ea_filename == "KELDOPHOTO_THUMB_L.jpg";
+bool FillsBox(const std::string& ea_filename) {
+  const ThumbKindInfo* kind = FindKind(ea_filename);
+  return kind != nullptr && kind->fills_box;
 }
 
 ThumbProfile::Settings ReadSection(const KELDOUtils::ConfParser& parser,
@@ -41,7 +41,7 @@ ThumbProfile::Settings ReadSection(const KELDOUtils::ConfParser& parser,
 ThumbProfile::ThumbProfile(Settings settings)
     : settings_(std::move(settings)),
       ea_filename_(ToUnderscoreSpelling(settings_.filename)),
-      primary_kind_(IsPrimaryKind(ea_filename_)) {}
+      primary_kind_(FillsBox(ea_filename_)) {}
 
 std::optional<FoundThumbnail> FindThumbnail(const ThumbProfile& profile,
                                             const std::string& ea_dir) {
@@ -50,15 +50,6 @@ std::optional<FoundThumbnail> FindThumbnail(const ThumbProfile& profile,
     if (stat(found.path.c_str(), &found.status) == 0) return found;
   }
   return std::nullopt;
-}
-
-bool IsThumbnailCurrent(const ThumbProfile& profile, const std::string& source_path,
-                        const std::string& ea_dir) {
-  const std::optional<FoundThumbnail> found = FindThumbnail(profile, ea_dir);
-  if (!found) return false;
-  struct stat source {};
-  if (stat(source_path.c_str(), &source) != 0) return false;
-  return found->status.st_mtime >= source.st_mtime && found->status.st_size >= 1;
 }
 
 int ThumbProfileList::load(const std::string& profile_path, const std::string& directory) {

@@ -37,7 +37,7 @@ class ThumbProfile {
   /// The file name in the underscore spelling, under which the thumbnail is made.
   [[nodiscard]] std::string eaFilename() const { return ea_filename_; }
   [[nodiscard]] int phase() const { return settings_.phase; }
-  /// True for the kinds that fill their box (XL, SM, M and L).
+  /// True for the kinds that fill their box.
   [[nodiscard]] bool primaryKind() const { return primary_kind_; }
 
  private:
@@ -56,11 +56,6 @@ struct FoundThumbnail {
 /// the name as written, so that a colon-spelled one is found too. Silent.
 [[nodiscard]] std::optional<FoundThumbnail> FindThumbnail(const ThumbProfile& profile,
                                                           const std::string& ea_dir);
-
-/// True when the profile's thumbnail is found, is not empty and not older than the source, and the
-/// source can be stat'ed. Silent; deletes nothing.
-[[nodiscard]] bool IsThumbnailCurrent(const ThumbProfile& profile, const std::string& source_path,
-                                      const std::string& ea_dir);
 
 /// The profiles that the index wants for one directory, from the smallest to the largest.
 class ThumbProfileList {
@@ -86,6 +81,13 @@ class ThumbProfileList {
   std::vector<std::unique_ptr<const ThumbProfile>> records_;
   Sequence all_;
   std::array<Sequence, 3> by_phase_;
+};
+
+/// One target directory and the profiles read for it. The per-path entry owns both and keeps them
+/// alive until the job returns.
+struct ThumbJob {
+  std::string path;  ///< Exactly as it came from the command line or the walk.
+  const ThumbProfileList* profiles = nullptr;
 };
 
 }  // namespace keldo

@@ -11,6 +11,7 @@
 
 #include "fakes/core_test.h"
 #include "platform/index_ipc.h"
+#include "thumbs/thumb_state.h"
 
 namespace keldo {
 namespace {
@@ -238,7 +239,7 @@ class ThumbProfileTest : public testing::CoreTest {
     SetTime(path, seconds);
     return path;
   }
-  [[nodiscard]] bool IsCurrent() const { return IsThumbnailCurrent(profile_, photo_, Dir()); }
+  [[nodiscard]] bool IsCurrent() const { return IsThumbUpToDate(profile_, photo_, Dir()); }
 
   const std::string photo_ = In("a.jpg");
   const ThumbProfile profile_ = Profile("KELDOPHOTO:THUMB_M.jpg");
@@ -315,7 +316,7 @@ TEST_F(ThumbProfileTest, AStaleUnderscoreThumbnailHidesACurrentColonOne) {
 TEST_F(ThumbProfileTest, NothingIsCurrentWithoutPhotoOrThumbnail) {
   EXPECT_FALSE(IsCurrent());
   WriteThumb("KELDOPHOTO_THUMB_M.jpg", 1000);
-  EXPECT_FALSE(IsThumbnailCurrent(profile_, In("none"), Dir()));
+  EXPECT_FALSE(IsThumbUpToDate(profile_, In("none"), Dir()));
   ExpectNoLog();
 }
 

@@ -1,6 +1,7 @@
 #include "thumbs/tree_walk.h"
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -9,12 +10,25 @@
 #include <set>
 #include <utility>
 
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 #include "util/handles.h"
 #include "util/path.h"
 
 namespace keldo {
 namespace {
+
+constexpr int kWalkDescriptors = 100;
+
+// What the walk that runs calls. nftw gives its callback no argument, so this has nowhere else to
+// live.
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
+const std::function<void(const char*)>* walk_visit = nullptr;
+
+int VisitEntry(const char* path, const struct stat* /*status*/, int type, struct FTW* position) {
+  if (type != FTW_D || !IsDirNameAccepted(path + position->base)) return FTW_SKIP_SUBTREE;
+  (*walk_visit)(path);
+  return FTW_CONTINUE;
+}
 
 class Walk {
  public:
@@ -60,6 +74,11 @@ class Walk {
 };
 
 }  // namespace
+
+int WalkAccepted(const std::string& root, const std::function<void(const char* directory)>& visit) {
+  walk_visit = &visit;
+  return nftw(root.c_str(), VisitEntry, kWalkDescriptors, FTW_MOUNT | FTW_ACTIONRETVAL);
+}
 
 std::vector<std::string> WalkedDirectoriesIn(DIR* directory) {
   std::vector<std::string> names;

@@ -1,4 +1,6 @@
-// The directories of a tree, for programs that look at a library rather than work on it.
+// The directories of a tree. There are two walks. The one that keldothumb and the indexer work by
+// is nftw's: it takes the directories in the order in which the file system gives them, and the
+// filter holds for the root too. The other one is for programs that show a library to people.
 #pragma once
 
 #include <dirent.h>
@@ -9,7 +11,12 @@
 
 namespace keldo {
 
-/// What a walk tells its caller.
+/// Calls `visit` for `root` and every directory below it that the filter accepts, parents first,
+/// without leaving its file system. Symbolic links are followed. Returns -1 with errno set when the
+/// walk broke off. Silent. One walk at a time.
+int WalkAccepted(const std::string& root, const std::function<void(const char* directory)>& visit);
+
+/// What WalkDirectories tells its caller.
 struct TreeVisitor {
   /// A directory, parents before what lies below them, siblings in byte order.
   std::function<void(const std::string& directory)> directory;

@@ -9,7 +9,7 @@
 #include "convert/running.h"
 #include "convert/sources.h"
 #include "fakes/core_test.h"
-#include "render/thumb_request.h"
+#include "render/convert_command.h"
 #include "support/natural_image.h"
 #include "support/temp_dir.h"
 

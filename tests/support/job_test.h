@@ -11,7 +11,7 @@
 #include "fakes/fake_libraw.h"
 #include "fakes/profiles.h"
 #include "thumbs/paths.h"
-#include "thumbs/thumb_job.h"
+#include "thumbs/thumb_profile.h"
 
 namespace keldo::testing {
 

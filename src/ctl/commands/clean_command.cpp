@@ -17,6 +17,7 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/library/metadata_cleaner.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/tree_walk.h"
 #include "util/path.h"
 
@@ -63,7 +64,7 @@ struct Entry {
   Leftovers leftovers;
 
   [[nodiscard]] std::string Metadata() const {
-    return JoinPath(JoinPath(directory, "@eaDir"), leftovers.photo);
+    return JoinPath(JoinPath(directory, kMetadataDirectory), leftovers.photo);
   }
 };
 
@@ -111,7 +112,7 @@ class Cleaning {
         Clean(directory, cleaner);
         break;
       case MetadataCleaner::State::kNotDirectory:
-        console_.Warn(ShownName(JoinPath(directory, "@eaDir")) + ": not a directory; skipped");
+        console_.Warn(ShownName(JoinPath(directory, kMetadataDirectory)) + ": not a directory; skipped");
         break;
       case MetadataCleaner::State::kLocked:
         Fail(directory, "another program is working on the folder; skipped");

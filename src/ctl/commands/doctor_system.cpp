@@ -16,7 +16,7 @@
 #include "index/index_database.h"
 #include "platform/conf_parser.h"
 #include "platform/index_ipc.h"
-#include "thumbs/dir_helpers.h"
+#include "thumbs/directories.h"
 
 namespace keldo::ctl {
 namespace {

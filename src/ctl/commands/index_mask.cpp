@@ -43,7 +43,7 @@ bool Change(IndexDatabase& database, const IndexMaskRequest& request, const std:
 }
 
 void PrintText(const std::string& key, const std::optional<MaskEntry>& entry, std::ostream& out) {
-  const int mask = entry ? entry->mask : index::kAllKinds;
+  const int mask = entry ? entry->mask : kAllKinds;
   out << key << ": " << mask << " (" << KindsText(mask) << "), ";
   if (!entry) {
     out << "the default\n";
@@ -56,7 +56,7 @@ void PrintText(const std::string& key, const std::optional<MaskEntry>& entry, st
 
 void PrintJson(const IndexMaskRequest& request, const std::string& key,
                const std::optional<MaskEntry>& entry, std::ostream& out) {
-  const int mask = entry ? entry->mask : index::kAllKinds;
+  const int mask = entry ? entry->mask : kAllKinds;
   Json::Value value(Json::objectValue);
   value["directory"] = key;
   value["type"] = request.video ? "video" : "photo";

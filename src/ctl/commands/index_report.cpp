@@ -88,7 +88,7 @@ bool Read(IndexDatabase& database, const std::string& key, Knowledge& known) {
 }
 
 std::string MaskLine(const std::optional<MaskEntry>& entry, const std::string& key) {
-  if (!entry) return MaskText(index::kAllKinds) + ", the default";
+  if (!entry) return MaskText(kAllKinds) + ", the default";
   return MaskText(entry->mask) + ", set " +
          (entry->directory == key ? "here" : "on " + ShownName(entry->directory));
 }
@@ -124,7 +124,7 @@ Json::Value JsonSize(int width, int height, Json::Value value = Json::Value(Json
 }
 
 Json::Value JsonMask(const std::optional<MaskEntry>& entry) {
-  const int mask = entry ? entry->mask : index::kAllKinds;
+  const int mask = entry ? entry->mask : kAllKinds;
   Json::Value value(Json::objectValue);
   value["mask"] = mask;
   value["kinds"] = JsonKinds(mask);

@@ -11,7 +11,8 @@
 #include "ctl/library/kind_profile.h"
 #include "ctl/library/library.h"
 #include "ctl/make/make_report.h"
-#include "thumbs/dir_helpers.h"
+#include "thumbs/directories.h"
+#include "thumbs/metadata_names.h"
 #include "util/path.h"
 
 namespace keldo::ctl {
@@ -53,7 +54,7 @@ std::string ProblemWithKinds(const std::string& text) {
 void ClearMarkers(DirectoryState& directory, PhotoScanner& scanner, Console& console) {
   for (const PhotoState& photo : directory.photos) {
     if (!photo.IsFailed()) continue;
-    const std::string metadata = JoinPath(JoinPath(directory.path, "@eaDir"), photo.name);
+    const std::string metadata = JoinPath(JoinPath(directory.path, kMetadataDirectory), photo.name);
     if (!RemoveFilesByPattern(metadata, kMarkers)) {
       console.Fail(PathOf(directory, photo), "cannot remove its failure markers");
     }

@@ -1,27 +1,11 @@
 #include "ctl/commands/mask_text.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <system_error>
 
-#include "index/index_database.h"
-
 namespace keldo::ctl {
 namespace {
-
-struct Kind {
-  std::string_view name;
-  int mask;
-};
-
-// From the smallest to the largest, which is not the order of their numbers.
-constexpr auto kKinds = std::to_array<Kind>({{"S", 1 << THUMB_S},
-                                             {"SM", 1 << THUMB_SM},
-                                             {"M", 1 << THUMB_M},
-                                             {"B", 1 << THUMB_B},
-                                             {"L", 1 << THUMB_L},
-                                             {"XL", 1 << THUMB_XL}});
 
 std::optional<int> ParseNumber(std::string_view text) {
   int base = 10;
@@ -33,7 +17,7 @@ std::optional<int> ParseNumber(std::string_view text) {
   const char* end = text.data() + text.size();
   const auto parsed = std::from_chars(text.data(), end, number, base);
   if (parsed.ec != std::errc() || parsed.ptr != end) return std::nullopt;
-  if (number < 0 || number > index::kAllKinds) return std::nullopt;
+  if (number < 0 || number > kAllKinds) return std::nullopt;
   return number;
 }
 
@@ -47,14 +31,10 @@ std::string UpperCase(std::string_view text) {
 
 }  // namespace
 
-std::string KindName(ThumbKind kind) {
-  return KindNames(1 << kind).front();
-}
-
 std::vector<std::string> KindNames(int mask) {
   std::vector<std::string> names;
-  for (const Kind& kind : kKinds) {
-    if ((mask & kind.mask) != 0) names.emplace_back(kind.name);
+  for (const ThumbKindInfo& kind : kKindsBySize) {
+    if (Wants(mask, kind.kind)) names.emplace_back(kind.short_name);
   }
   return names;
 }
@@ -71,9 +51,10 @@ std::optional<int> ParseMask(std::string_view text) {
   int mask = 0;
   while (true) {
     const std::size_t comma = text.find(',');
-    const auto kind = std::ranges::find(kKinds, UpperCase(text.substr(0, comma)), &Kind::name);
-    if (kind == kKinds.end()) return std::nullopt;
-    mask |= kind->mask;
+    const std::string name = UpperCase(text.substr(0, comma));
+    const auto* const kind = std::ranges::find(kThumbKindTable, name, &ThumbKindInfo::short_name);
+    if (kind == kThumbKindTable.end()) return std::nullopt;
+    mask |= 1 << kind->kind;
     if (comma == std::string_view::npos) return mask;
     text.remove_prefix(comma + 1);
   }

@@ -1,22 +1,14 @@
 // Size masks as people write and read them.
 #pragma once
 
-#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "thumbs/keldomk_util.h"
+#include "thumbs/thumb_kinds.h"
 
 namespace keldo::ctl {
-
-/// All kinds, from the smallest to the largest.
-inline constexpr std::array<ThumbKind, 6> kKindsBySize{THUMB_S, THUMB_SM, THUMB_M,
-                                                       THUMB_B, THUMB_L,  THUMB_XL};
-
-/// "XL" for THUMB_XL.
-[[nodiscard]] std::string KindName(ThumbKind kind);
 
 /// The names of the kinds in a mask, from the smallest to the largest: 35 gives S, SM, M.
 [[nodiscard]] std::vector<std::string> KindNames(int mask);

@@ -10,7 +10,7 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/commands/progress_report.h"
-#include "thumbs/keldomk_progress.h"
+#include "thumbs/progress.h"
 
 namespace keldo::ctl {
 namespace {

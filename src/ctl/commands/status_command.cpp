@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
-#include "ctl/commands/mask_text.h"
 #include "ctl/library/library.h"
 
 namespace keldo::ctl {
@@ -110,10 +109,10 @@ class StatusReport {
     std::vector<Row> rows{{"kind"}};
     for (const ThumbState state : kCountedStates)
       rows.front().push_back(NameOf(state));
-    for (const ThumbKind kind : kKindsBySize) {
-      Row row{KindName(kind)};
+    for (const ThumbKindInfo& kind : kKindsBySize) {
+      Row row{kind.short_name};
       for (const ThumbState state : kCountedStates)
-        row.push_back(Cell(state, total_.Thumbs(kind, state)));
+        row.push_back(Cell(state, total_.Thumbs(kind.kind, state)));
       rows.push_back(row);
     }
     return rows;
@@ -126,8 +125,8 @@ class StatusReport {
     for (const ThumbState state : kCountedStates) {
       value["thumbnails"][NameOf(state)] = counts.Thumbs(state);
       if (!request_.by_kind) continue;
-      for (const ThumbKind kind : kKindsBySize)
-        value["kinds"][KindName(kind)][NameOf(state)] = counts.Thumbs(kind, state);
+      for (const ThumbKindInfo& kind : kKindsBySize)
+        value["kinds"][kind.short_name][NameOf(state)] = counts.Thumbs(kind.kind, state);
     }
   }
 

@@ -16,7 +16,7 @@
 #include "ctl/watch/directory_tree.h"
 #include "ctl/watch/watch_loop.h"
 #include "process/startup.h"
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 #include "thumbs/paths.h"
 
 namespace keldo::ctl {

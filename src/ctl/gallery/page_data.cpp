@@ -2,22 +2,17 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
 #include <string_view>
 #include <utility>
 
-#include "ctl/commands/mask_text.h"
 #include "ctl/console.h"
 #include "ctl/gallery/page_text.h"
 #include "ctl/library/diagnosis.h"
+#include "thumbs/metadata_names.h"
 #include "util/path.h"
 
 namespace keldo::ctl {
 namespace {
-
-const ThumbKindInfo& InfoOf(ThumbKind kind) {
-  return kThumbKindTable.at(static_cast<std::size_t>(kind));
-}
 
 void AppendTo(std::string& list, std::string_view member) {
   if (!list.empty()) list += ',';
@@ -47,12 +42,12 @@ char LetterOf(ThumbState state) {
 // One letter per kind; a capital when only the colon spelling of the name exists.
 std::string SetOf(const std::string& directory, const PhotoState& photo) {
   std::string set;
-  const std::string metadata = directory + "/@eaDir/" + photo.name + "/";
-  for (const ThumbKind kind : kKindsBySize) {
-    const ThumbState state = photo.thumbs.at(static_cast<std::size_t>(kind));
+  const std::string metadata = directory + "/" + kMetadataDirectory + "/" + photo.name + "/";
+  for (const ThumbKindInfo& kind : kKindsBySize) {
+    const ThumbState state = photo.thumbs.at(static_cast<std::size_t>(kind.kind));
     const bool is_there = state == ThumbState::kPresent || state == ThumbState::kStale;
     const bool has_colon =
-        is_there && ::access((metadata + InfoOf(kind).underscore_name).c_str(), F_OK) != 0;
+        is_there && ::access((metadata + kind.underscore_name).c_str(), F_OK) != 0;
     set += static_cast<char>(has_colon ? LetterOf(state) - 'a' + 'A' : LetterOf(state));
   }
   return set;
@@ -60,13 +55,11 @@ std::string SetOf(const std::string& directory, const PhotoState& photo) {
 
 std::string KindsJson() {
   std::string json;
-  for (const ThumbKind kind : kKindsBySize) {
-    const ThumbKindInfo& info = InfoOf(kind);
-    const long side = std::strtol(info.box, nullptr, 10);
-    AppendTo(json, R"({"name":)" + ScriptString(KindName(kind)) + R"(,"box":)" +
-                       std::to_string(side) + R"(,"file":)" +
-                       ScriptString(UrlPath(info.underscore_name)) + R"(,"older":)" +
-                       ScriptString(UrlPath(info.colon_name)) + "}");
+  for (const ThumbKindInfo& kind : kKindsBySize) {
+    AppendTo(json, R"({"name":)" + ScriptString(kind.short_name) + R"(,"box":)" +
+                       std::to_string(BoxSide(kind)) + R"(,"file":)" +
+                       ScriptString(UrlPath(kind.underscore_name)) + R"(,"older":)" +
+                       ScriptString(UrlPath(kind.colon_name)) + "}");
   }
   return json;
 }

@@ -18,11 +18,12 @@
 #include "media/image_header.h"
 #include "platform/file_types.h"
 #include "platform/text.h"
-#include "thumbs/dir_helpers.h"
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/paths.h"
 #include "thumbs/tool_selection.h"
 #include "util/handles.h"
+#include "util/path.h"
 
 namespace keldo::ctl {
 namespace {
@@ -95,7 +96,7 @@ std::string WhatIsWrongInside(const std::string& path, int fd, off_t size) {
 // Why no thumbnails can be made here; empty if they can.
 std::string ProblemWithPlace(const std::string& photo_path) {
   const std::string directory = DirectoryOf(photo_path);
-  const std::string metadata = directory + "/@eaDir";
+  const std::string metadata = JoinPath(directory, kMetadataDirectory);
   const std::string& written_to = ::access(metadata.c_str(), F_OK) == 0 ? metadata : directory;
   if (::access(written_to.c_str(), W_OK | X_OK) != 0) {
     return "the folder cannot be written to: " + std::string(std::strerror(errno));
@@ -145,7 +146,7 @@ std::string WhyUnfinished(const std::string& photo_path) {
 
 bool IsDirectoryLocked(const std::string& directory) {
   struct stat status {};
-  if (::stat((directory + "/@eaDir").c_str(), &status) != 0) return false;
+  if (::stat(JoinPath(directory, kMetadataDirectory).c_str(), &status) != 0) return false;
   // "1: FLOCK  ADVISORY  WRITE 4711 08:02:1234 0 EOF"
   // Where the device number is virtual, as for each subvolume of btrfs, the kernel lists another
   // one there. The inode number alone must do then.

@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -16,10 +15,8 @@ namespace keldo::ctl {
 namespace {
 
 bool MakesOneOf(const std::string& file_name, ThumbSizeMask kinds) {
-  return std::any_of(kThumbKindTable.begin(), kThumbKindTable.end(), [&](const auto& kind) {
-    return (kinds & 1 << kind.kind) != 0 &&
-           (file_name == kind.underscore_name || file_name == kind.colon_name);
-  });
+  const ThumbKindInfo* kind = FindKind(file_name);
+  return kind != nullptr && Wants(kinds, kind->kind);
 }
 
 std::string SectionText(const KELDOUtils::ConfParser& parser, const std::string& section) {

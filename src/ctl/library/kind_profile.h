@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "thumbs/keldomk_util.h"
+#include "thumbs/thumb_kinds.h"
 #include "util/handles.h"
 
 namespace keldo::ctl {

@@ -6,7 +6,7 @@
 #include <set>
 #include <utility>
 
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 #include "thumbs/tree_walk.h"
 
 namespace keldo::ctl {

@@ -11,17 +11,16 @@
 #include <optional>
 #include <utility>
 
-#include "ctl/commands/metadata_names.h"
 #include "ctl/console.h"
 #include "ctl/library/photo_scan.h"
 #include "platform/file_types.h"
-#include "thumbs/keldomk_util.h"
+#include "thumbs/metadata_names.h"
+#include "thumbs/thumb_state.h"
 #include "util/handles.h"
 
 namespace keldo::ctl {
 namespace {
 
-constexpr const char* kMetadata = "@eaDir";
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // A regular file of ours.
@@ -127,17 +126,17 @@ MetadataCleaner::MetadataCleaner(const std::string& directory)
 
 MetadataCleaner::State MetadataCleaner::OpenMetadata() {
   struct stat status {};
-  if (::fstatat(directory_.get(), kMetadata, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (::fstatat(directory_.get(), kMetadataDirectory, &status, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return State::kNoMetadata;
-    NoteProblem(kMetadata);
+    NoteProblem(kMetadataDirectory);
     return State::kFailed;
   }
   if (!S_ISDIR(status.st_mode)) return State::kNotDirectory;
-  metadata_.reset(::openat(directory_.get(), kMetadata, kOpenDirectory));
+  metadata_.reset(::openat(directory_.get(), kMetadataDirectory, kOpenDirectory));
   // Programs that make thumbnails hold this lock while they work on the directory.
   if (metadata_.valid() && ::flock(metadata_.get(), LOCK_EX | LOCK_NB) == 0) return State::kReady;
   if (metadata_.valid() && errno == EWOULDBLOCK) return State::kLocked;
-  NoteProblem(kMetadata);
+  NoteProblem(kMetadataDirectory);
   return State::kFailed;
 }
 
@@ -159,7 +158,7 @@ std::vector<Leftovers> MetadataCleaner::Find() {
 std::vector<std::string> MetadataCleaner::MetadataOfPhotos() {
   std::optional<std::vector<std::string>> names = NamesIn(metadata_.get());
   if (!names) {
-    NoteProblem(kMetadata);
+    NoteProblem(kMetadataDirectory);
     return {};
   }
   std::erase_if(*names, [](const std::string& name) { return !IsPhotoName(name); });
@@ -183,7 +182,7 @@ UniqueFd MetadataCleaner::OpenMetadataOf(const std::string& photo) {
   UniqueFd fd(::openat(metadata_.get(), photo.c_str(), kOpenDirectory));
   // A link or a file is not of our making, and what is gone needs no message.
   if (!fd.valid() && errno != ENOTDIR && errno != ELOOP && errno != ENOENT) {
-    NoteProblem(std::string(kMetadata) + "/" + photo);
+    NoteProblem(std::string(kMetadataDirectory) + "/" + photo);
   }
   return fd;
 }
@@ -196,7 +195,7 @@ std::vector<Leftovers> MetadataCleaner::Judge(const std::string& photo) {
   if (!fd.valid()) return {};
   const std::optional<Content> content = ContentOf(fd.get());
   if (!content) {
-    NoteProblem(std::string(kMetadata) + "/" + photo);
+    NoteProblem(std::string(kMetadataDirectory) + "/" + photo);
     return {};
   }
   return presence == Presence::kGone ? LeftByGone(photo, *content)

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "ctl/commands/care_test_support.h"
-#include "ctl/commands/metadata_names.h"
 #include "support/temp_dir.h"
+#include "thumbs/metadata_names.h"
 #include "util/handles.h"
 
 namespace keldo::ctl {

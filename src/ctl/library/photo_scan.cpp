@@ -9,23 +9,17 @@
 #include <string_view>
 #include <utility>
 
-#include "index/index_database.h"
 #include "platform/conf_parser.h"
 #include "platform/index_ipc.h"
 #include "render/dir_photos.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/thumb_profile.h"
+#include "thumbs/thumb_state.h"
 #include "util/handles.h"
 #include "util/path.h"
 
 namespace keldo::ctl {
 namespace {
-
-constexpr const char* kMetadata = "@eaDir";
-
-// "KELDOPHOTO_THUMB_XL.jpg" has the marker "KELDOPHOTO_THUMB_XL.fail".
-std::string MarkerOf(std::string_view thumbnail) {
-  return std::string(thumbnail.substr(0, thumbnail.rfind('.'))) + ".fail";
-}
 
 // Looks a photo's files up below the directory's open "@eaDir" (-1 where there is none), by paths
 // as short as they can be.
@@ -87,10 +81,6 @@ class MetadataOf {
   time_t failed_at_ = 0;
 };
 
-bool Wants(ThumbSizeMask mask, int kind) {
-  return ((static_cast<unsigned>(mask) >> static_cast<unsigned>(kind)) & 1U) != 0;
-}
-
 PhotoState StateOf(const DirPhoto& photo, int metadata_fd, ThumbSizeMask wanted) {
   PhotoState state;
   state.name = photo.name;
@@ -107,10 +97,9 @@ PhotoState StateOf(const DirPhoto& photo, int metadata_fd, ThumbSizeMask wanted)
 
 ThumbSizeMask KindsOf(const ThumbProfileList& profiles) {
   ThumbSizeMask kinds = 0;
-  for (const ThumbKindInfo& kind : kThumbKindTable) {
-    for (std::size_t i = 0; i < profiles.count(PHASE_ALL); ++i) {
-      if (profiles.at(i, PHASE_ALL)->eaFilename() == kind.underscore_name) kinds |= 1 << kind.kind;
-    }
+  for (std::size_t i = 0; i < profiles.count(PHASE_ALL); ++i) {
+    const ThumbKindInfo* kind = FindKind(profiles.at(i, PHASE_ALL)->eaFilename());
+    if (kind != nullptr) kinds |= 1 << kind->kind;
   }
   return kinds;
 }
@@ -184,7 +173,7 @@ DirectoryState PhotoScanner::Scan(const std::string& directory) {
   const std::vector<DirPhoto> photos = ListDirPhotosWithStatus(directory, &state.error);
   if (photos.empty()) return state;
   const UniqueFd metadata(
-      open(JoinPath(directory, kMetadata).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+      open(JoinPath(directory, kMetadataDirectory).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   const ThumbSizeMask wanted = WantedKinds(directory);
   state.photos.reserve(photos.size());
   for (const DirPhoto& photo : photos)
@@ -193,7 +182,7 @@ DirectoryState PhotoScanner::Scan(const std::string& directory) {
 }
 
 ThumbSizeMask PhotoScanner::WantedKinds(const std::string& directory) {
-  ThumbSizeMask mask = index::kAllKinds;
+  ThumbSizeMask mask = kAllKinds;
   if (keldoindexutils::ipc::KELDOIDX_GetDirThumbSizeMap(directory.c_str(), THUMB_TYPE_PHOTO,
                                                         &mask) < 0) {
     return 0;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "thumbs/keldomk_util.h"
+#include "thumbs/thumb_kinds.h"
 
 namespace keldo::ctl {
 

@@ -11,7 +11,7 @@
 #include "ctl/watch/directory_tree.h"
 #include "platform/file_types.h"
 #include "platform/text.h"
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 #include "util/path.h"
 
 namespace keldo::ctl {

@@ -1,4 +1,4 @@
-#include "thumbs/keldomk_ipc.h"
+#include "thumbs/daemon_requests.h"
 
 #include <gtest/gtest.h>
 #include <json/reader.h>

@@ -1,32 +1,21 @@
-// How much work is outstanding: missing and stale thumbnails of photos, videos to convert, and what
-// the work queues already hold. Nothing here changes a queue.
+// What the indexer's other programs ask: how much work is outstanding, and how far it has come.
+// keldothumb and keldothumbctl call nothing of it. No queue is changed here. Everything logs on
+// failure.
 #pragma once
 
 #include <string>
 
-#include "thumbs/keldomk_util.h"
+#include "thumbs/thumb_kinds.h"
 
 namespace keldo {
 
-/// Asks the index for a photo's own mask.
-inline constexpr ThumbSizeMask kMaskFromIndex = -1;
-
-/// Thumbnails of one photo, by what the mask wants.
-struct PhotoThumbStatus {
-  int missing = 0;  ///< Absent, empty or older than the photo.
-  int present = 0;
-};
+// ---- Photos ----
 
 /// Work outstanding in a directory or a tree.
 struct ThumbWork {
   int files = 0;       ///< Photos that lack at least one thumbnail.
   int thumbnails = 0;  ///< Thumbnails that they lack.
 };
-
-/// Counts a photo's wanted thumbnails. Both counts are 0 when the photo does not exist (silent), or
-/// its metadata directory or mask cannot be had (logged). Stale thumbnails are left where they are.
-[[nodiscard]] PhotoThumbStatus GetPhotoThumbStatus(const std::string& source_path,
-                                                   ThumbSizeMask mask);
 
 /// Counts the work outstanding for the photos directly in a directory. Nothing when it does not
 /// exist (silent) or cannot be opened (logged).
@@ -41,6 +30,8 @@ int QueueDirForCounting(const std::string& directory);
 /// leaving the file system) and returns the totals.
 [[nodiscard]] ThumbWork GetTreeThumbStatus(const std::string& root);
 
+// ---- Videos ----
+
 /// True when a video lacks wanted thumbnails, or must be converted and has no films yet. Stale
 /// thumbnails are removed on the way. `path` may be null (false).
 [[nodiscard]] bool DoesVideoNeedWork(const char* path);
@@ -53,5 +44,26 @@ int QueueDirForCounting(const std::string& directory);
 /// Number of videos that a queue file holds and that need work. 0 when it does not exist (silent)
 /// or cannot be opened (logged).
 [[nodiscard]] int CountQueuedVideos(const std::string& queue_path);
+
+/// True when every kind wanted by `mask` has a current thumbnail. Stale and empty ones of the
+/// wanted kinds are removed on the way, in both spellings, so that they are made again.
+/// `source_path` may be null (logged, false).
+[[nodiscard]] bool AreWantedThumbnailsPresent(const char* source_path, ThumbSizeMask mask);
+
+/// The film check of a video: non-zero when converted films exist in its metadata directory, or
+/// when `source_path` is null (logged, -1). An H.264 film counts only below 4,500,000 bit/s.
+[[nodiscard]] int HasConvertedFilms(const char* source_path);
+
+// ---- Other questions ----
+
+/// The box of a kind as text ("640x640"). Null for a number that is no kind; a negative one is
+/// logged.
+[[nodiscard]] const char* BoxOfKind(int kind);
+
+/// True for a path inside the users' home share: "/volume1/homes" and what lies below. Silent.
+[[nodiscard]] bool IsHomeSharePath(const std::string& path);
+
+/// Logs four lines with the totals and fractions of photos, thumbnails and videos.
+void LogProgressSummary();
 
 }  // namespace keldo

@@ -1,4 +1,4 @@
-#include "render/keldomk_photo_thumb.h"
+#include "render/pipeline.h"
 
 #include <fcntl.h>
 #include <syslog.h>
@@ -7,13 +7,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <string_view>
 
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
 #include "platform/process.h"
 #include "platform/text.h"
 #include "render/convert_command.h"
-#include "render/source_file.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/paths.h"
 #include "util/handles.h"
 #include "util/path.h"
@@ -21,8 +22,7 @@
 namespace keldo {
 namespace {
 
-constexpr const char* kTempNameTemplate = "/KELDOPHOTO.tmp.XXXXXX";
-constexpr const char* kIccName = "/KELDOPHOTO_PROFILE.icc";
+constexpr const char* kSource = "keldomk_photo_thumb";
 // The box for which the fast decoder is worth its intermediate file.
 constexpr int kPrescaleBox = 1280;
 
@@ -57,10 +57,8 @@ bool Render(ThumbRequestList& list, const std::string& source) {
   return ConvertViaDjpeg(list, media);
 }
 
-// `path` with what follows its last dot replaced by "fail"; empty when it has no dot.
-std::string MarkerPath(const std::string& path) {
-  const std::size_t dot = path.rfind('.');
-  return dot == std::string::npos ? std::string() : path.substr(0, dot) + ".fail";
+std::string InSameDirectory(const std::string& path, std::string_view name) {
+  return KELDOUtils::GetPathDirName(path) + "/" + std::string(name);
 }
 
 }  // namespace
@@ -70,13 +68,11 @@ bool CreatePhotoThumbnails(ThumbRequestList& list) {
   const std::string source = FirstSourcePath(list);
   KLIBCFileRecord record{};
   if (!StatSource(source, record)) {
-    syslog(LOG_ERR, "%s:%d [Error] failed to stat file: %s", "keldomk_photo_thumb", 122,
-           source.c_str());
+    syslog(LOG_ERR, "%s:%d [Error] failed to stat file: %s", kSource, 122, source.c_str());
     return false;
   }
   if (!S_ISREG(record.st.st_mode)) {
-    syslog(LOG_ERR, "%s:%d [Error] not a regular file: %s", "keldomk_photo_thumb", 126,
-           source.c_str());
+    syslog(LOG_ERR, "%s:%d [Error] not a regular file: %s", kSource, 126, source.c_str());
     return false;
   }
   std::sort(list.begin(), list.end(), CompareRequestWidth);
@@ -95,36 +91,37 @@ std::string FirstSourcePath(const ThumbRequestList& list) {
 
 std::string MakeTempPath(const std::string& path) {
   const std::string extension = KELDOUtils::GetPathExt(path);
-  std::string name = KELDOUtils::GetPathDirName(path) + kTempNameTemplate;
+  const std::string pattern = InSameDirectory(path, kTemporaryTemplate);
+  std::string name = pattern;
   const UniqueFd reserved(mkostemp(name.data(), O_CLOEXEC));
-  if (!reserved.valid()) return KELDOUtils::GetPathDirName(path) + kTempNameTemplate;
+  if (!reserved.valid()) return pattern;
   // Only the name is wanted: the converter creates the file itself.
   unlink(name.c_str());
   return extension.empty() ? name : name + "." + extension;
 }
 
 std::string MakeIccPath(const std::string& path) {
-  return KELDOUtils::GetPathDirName(path) + kIccName;
+  return InSameDirectory(path, kIccProfileName);
 }
 
-int PrescaleShift(int width, int height, const keldoindexutils::MediaInfo& mediaInfo) {
+int PrescaleShift(int width, int height, const keldoindexutils::MediaInfo& media) {
   for (const int shift : {3, 2, 1}) {
-    if (mediaInfo.resolution_x() >> shift >= width && mediaInfo.resolution_y() >> shift >= height) {
+    if (media.resolution_x() >> shift >= width && media.resolution_y() >> shift >= height) {
       return shift;
     }
   }
   return 0;
 }
 
-bool ConvertViaDjpeg(ThumbRequestList& list, const keldoindexutils::MediaInfo& mediaInfo) {
+bool ConvertViaDjpeg(ThumbRequestList& list, const keldoindexutils::MediaInfo& media) {
   const ThumbRequest first = list.at(0);
   // The bitmap gets the thumbnail's extension, ".jpg"; the converter looks at the content.
   const std::string bitmap = MakeTempPath(first.destPath);
   const std::string icc = MakeIccPath(first.destPath);
   const std::string photo = FirstSourcePath(list);
   // A bitmap has no orientation tag, so the photo's is applied by hand.
-  ApplyPhotoRotation(list, mediaInfo);
-  const int shift = PrescaleShift(first.width, first.height, mediaInfo);
+  ApplyPhotoRotation(list, media);
+  const int shift = PrescaleShift(first.width, first.height, media);
   const bool done = RunDjpeg(photo, shift, bitmap, icc) && RunConvert(list, bitmap, icc);
   unlink(bitmap.c_str());
   unlink(icc.c_str());
@@ -142,26 +139,21 @@ bool CompareRequestWidth(const ThumbRequest& a, const ThumbRequest& b) {
   return a.width > b.width;
 }
 
-void RemoveThumbFiles(const ThumbProfile& profile, const std::string& eaDir) {
+void RemoveThumbFiles(const ThumbProfile& profile, const std::string& ea_dir) {
   for (const std::string& name : {profile.filename(), profile.eaFilename()}) {
-    const std::string path = JoinPath(eaDir, name);
+    const std::string path = JoinPath(ea_dir, name);
     unlink(path.c_str());
-    const std::string marker = MarkerPath(path);
+    const std::string marker = MarkerOf(path);
     if (!marker.empty()) unlink(marker.c_str());
   }
 }
 
-void MarkThumbFailed(const ThumbProfile& profile, const std::string& eaDir) {
-  RemoveThumbFiles(profile, eaDir);
-  const std::string marker = MarkerPath(eaDir + "/" + profile.eaFilename());
+void MarkThumbFailed(const ThumbProfile& profile, const std::string& ea_dir) {
+  RemoveThumbFiles(profile, ea_dir);
+  const std::string marker = MarkerOf(ea_dir + "/" + profile.eaFilename());
   if (marker.empty()) return;
   // The marker's existence is the whole message.
   const UniqueFd created(open(marker.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0777));
-}
-
-bool IsThumbUpToDate(const ThumbProfile& profile, const std::string& sourcePath,
-                     const std::string& eaDir) {
-  return IsThumbnailCurrent(profile, sourcePath, eaDir);
 }
 
 }  // namespace keldo

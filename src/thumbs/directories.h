@@ -1,4 +1,4 @@
-// Which directories and files the program works on.
+// Which directories and files the programs work on, and what they do with directories.
 #pragma once
 
 #include <string>
@@ -20,13 +20,21 @@ namespace keldo {
 /// True for network shares and type 12 only; disk images pass. Logs like IsFileSystemAccepted.
 [[nodiscard]] bool IsRemoteFileSystem(const std::string& path);
 
-/// True for a path inside the users' home share: "/volume1/homes" and what lies below.
-[[nodiscard]] bool IsHomeSharePath(const std::string& path);
-
 /// True when the extension of `path` is "x3f", any case.
 [[nodiscard]] bool IsX3f(const std::string& path);
 
 /// True when the extension of `path` is "heic", any case.
 [[nodiscard]] bool IsHeic(const std::string& path);
+
+/// Makes sure that `path` is a directory; a missing one is made with mode 0777 (the run's umask is
+/// 0). False when its parent is missing (silent) or mkdir fails otherwise (logged).
+[[nodiscard]] bool checkCreateDir(const std::string& path);
+
+/// Unlinks every entry of `directory` whose name matches the shell pattern; all are tried. True
+/// when none failed, also when nothing matched. Silent: the caller knows what the failure means.
+[[nodiscard]] bool RemoveFilesByPattern(const std::string& directory, const std::string& pattern);
+
+/// True when the volume of `directory` has at least 1 GiB (1,073,741,824 bytes) free.
+[[nodiscard]] bool HasDiskSpace(const std::string& directory);
 
 }  // namespace keldo

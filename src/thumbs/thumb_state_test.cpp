@@ -1,18 +1,17 @@
-#include "thumbs/keldomk_thumb_status.h"
+#include "thumbs/thumb_state.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <array>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "fakes/core_test.h"
 #include "platform/index_ipc.h"
-#include "thumbs/paths.h"
 
 namespace keldo {
 namespace {
@@ -21,7 +20,6 @@ using testing::fake;
 using Counts = std::pair<int, int>;
 using Texts = std::vector<std::string>;
 
-constexpr int kAllKinds = 63;
 constexpr time_t kPhotoTime = 1000000;
 
 class ThumbStatusTest : public testing::CoreTest {
@@ -49,15 +47,6 @@ class ThumbStatusTest : public testing::CoreTest {
   static Counts PhotoCounts(const std::string& photo, ThumbSizeMask mask) {
     const PhotoThumbStatus status = GetPhotoThumbStatus(photo, mask);
     return {status.missing, status.present};
-  }
-  // Files and thumbnails.
-  static Counts DirCounts(const std::string& directory) {
-    const ThumbWork work = GetDirThumbStatus(directory);
-    return {work.files, work.thumbnails};
-  }
-  static Counts TreeCounts(const std::string& root) {
-    const ThumbWork work = GetTreeThumbStatus(root);
-    return {work.files, work.thumbnails};
   }
 };
 
@@ -135,109 +124,85 @@ TEST_F(ThumbStatusTest, WithoutAMaskNothingIsCounted) {
   ExpectOneLog(LOG_ERR, "keldomk_thumb_status:99 [Error] get thumb size map: " + photo);
 }
 
-// ---- A directory ----
-
-TEST_F(ThumbStatusTest, ADirectoryCountsThePhotosThatLackThumbnails) {
-  WriteAllThumbs(WritePhoto("done.jpg"));
-  WritePhoto("none.jpg");
-  WriteThumb(WritePhoto("one.JPG"), "KELDOPHOTO_THUMB_S.jpg");
-  fake().dir_masks = {{{Dir(), THUMB_TYPE_PHOTO}, 7}};
-  EXPECT_EQ(DirCounts(Dir()), Counts(2, 5));
-  EXPECT_EQ(fake().CallsOf({"KELDOIDX_GetDirThumbSizeMap", "KELDOIDX_GetThumbSizeMap"}),
-            (Texts{"KELDOIDX_GetDirThumbSizeMap(" + Dir() + ", 1)"}));
-  ExpectNoLog();
-}
-
-TEST_F(ThumbStatusTest, ADirectoryIsNotEnteredFurther) {
-  WritePhoto("sub/a.jpg");
-  WritePhoto("b.jpg");
-  EXPECT_EQ(DirCounts(Dir()), Counts(1, 6));
-}
-
-TEST_F(ThumbStatusTest, OtherFilesAndHiddenNamesAreSkipped) {
-  for (const char* name : {"a.txt", "a.mp4", "._a.jpg", "jpg"})
-    WritePhoto(name);
-  fake().hidden_dirs.insert("hidden.jpg");
-  WritePhoto("hidden.jpg");
-  WritePhoto("_a.jpg");
-  EXPECT_EQ(DirCounts(Dir()), Counts(1, 6));
-}
-
-TEST_F(ThumbStatusTest, WithoutADirectoryMaskEveryPhotoIsAskedFor) {
-  const std::string first = WritePhoto("a.jpg");
-  const std::string second = WritePhoto("b.jpg");
-  fake().FailCall("KELDOIDX_GetDirThumbSizeMap");
-  fake().file_masks = {{{first, THUMB_TYPE_PHOTO}, 1}, {{second, THUMB_TYPE_PHOTO}, 6}};
-  EXPECT_EQ(DirCounts(Dir()), Counts(2, 3));
-  EXPECT_EQ(fake().CallsOf({"KELDOIDX_GetThumbSizeMap"}).size(), 2u);
-}
-
-TEST_F(ThumbStatusTest, AMissingDirectoryCountsNothing) {
-  EXPECT_EQ(DirCounts(In("none")), Counts(0, 0));
-  EXPECT_EQ(DirCounts(WritePhoto("a.jpg")), Counts(0, 0));
-  ExpectNoLog();
-}
-
-TEST_F(ThumbStatusTest, ADirectoryThatCannotBeOpenedIsLogged) {
-  WritePhoto("a.jpg");
-  fake().FailCall("opendir", 1, EACCES);
-  EXPECT_EQ(DirCounts(Dir()), Counts(0, 0));
-  ExpectOneLog(LOG_ERR, "keldomk_thumb_status:154 [Error] opendir: " + Dir());
-  EXPECT_EQ(fake().CallsOf({"KELDOIDX_GetDirThumbSizeMap"}), Texts{});
-}
-
-// ---- A tree ----
-
-TEST_F(ThumbStatusTest, ATreeIsCountedByTheWalksFilter) {
-  WritePhoto("a.jpg");
-  WritePhoto("sub/b.jpg");
-  WritePhoto("sub/deep/c.jpg");
-  for (const char* skipped : {"#recycle/x.jpg", "sub/#snapshot/x.jpg", "@eaDir/x.jpg",
-                              "Holiday.app/in/x.jpg", "._d/x.jpg"}) {
-    WritePhoto(skipped);
+// A photo dated kPhotoTime, and its metadata directory.
+class NeedsThumbnailTest : public testing::CoreTest {
+ protected:
+  void SetUp() override {
+    CoreTest::SetUp();
+    WriteFile(photo_, "photo");
+    SetTime(photo_, kPhotoTime);
+    MakeDir(thumbs_);
   }
-  WritePhoto("Holiday.APP/d.jpg");
-  fake().default_mask = 1;
-  EXPECT_EQ(TreeCounts(Dir()), Counts(4, 4));
+
+  // Writes a thumbnail whose time is `seconds` after the photo's.
+  std::string WriteThumb(const std::string& name, int seconds = 0,
+                         const std::string& bytes = "x") const {
+    std::string path = WriteFile(Thumb(name), bytes);
+    SetTime(path, kPhotoTime + seconds);
+    return path;
+  }
+  [[nodiscard]] std::string Thumb(const std::string& name) const { return thumbs_ + "/" + name; }
+
+  void ExpectMetadataDirLog(int line) const {
+    ExpectOneLog(LOG_ERR, "keldomk_util:" + std::to_string(line) +
+                              " KELDOEADirPath error [0x001F eadir.c:12] on " + photo_);
+  }
+  static void FailMetadataDir() {
+    fake().FailCall("KELDOEADirPath");
+    fake().kept_error = {0x1f, "eadir.c", 12};
+  }
+
+  const std::string photo_ = In("photos/a %s[1].jpg");
+  const std::string thumbs_ = In("photos/@eaDir/a %s[1].jpg");
+};
+
+// ---- One thumbnail ----
+
+TEST_F(NeedsThumbnailTest, AMissingThumbnailIsNeeded) {
+  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
   ExpectNoLog();
 }
 
-TEST_F(ThumbStatusTest, TheRootPassesThroughTheFilterToo) {
-  WritePhoto("#recycle/a.jpg");
-  EXPECT_EQ(TreeCounts(In("#recycle")), Counts(0, 0));
+TEST_F(NeedsThumbnailTest, AThumbnailOfTheSameSecondIsCurrent) {
+  WriteThumb("KELDOPHOTO_THUMB_S.jpg");
+  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
 }
 
-TEST_F(ThumbStatusTest, EveryTreeStartsAtZero) {
-  WritePhoto("a.jpg");
-  EXPECT_EQ(TreeCounts(Dir()), Counts(1, 6));
-  EXPECT_EQ(TreeCounts(Dir()), Counts(1, 6));
-  EXPECT_EQ(TreeCounts(In("none")), Counts(0, 0));
+TEST_F(NeedsThumbnailTest, AThumbnailOneSecondOlderIsNot) {
+  WriteThumb("KELDOPHOTO_THUMB_S.jpg", -1);
+  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
 }
 
-TEST_F(ThumbStatusTest, QueuedDirectoriesAddNothing) {
-  WritePhoto("in_work/a.jpg");
-  WritePhoto("queued/a.jpg");
-  WritePhoto("queued/below/a.jpg");
-  WritePhoto("open/a.jpg");
-  fake().WriteLines(paths::kThumbQueueInWork, {In("in_work")});
-  fake().WriteLines(paths::kThumbQueue, {In("queued"), In("open/longer")});
-  fake().get_line_finds_longer_lines = true;
-  EXPECT_EQ(TreeCounts(Dir()), Counts(2, 12));
+TEST_F(NeedsThumbnailTest, PartsOfASecondDoNotCount) {
+  const std::string path = WriteThumb("KELDOPHOTO_THUMB_S.jpg");
+  const std::array<timespec, 2> late{{{kPhotoTime, 999999999}, {kPhotoTime, 999999999}}};
+  ASSERT_EQ(utimensat(AT_FDCWD, photo_.c_str(), late.data(), 0), 0);
+  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
 }
 
-TEST_F(ThumbStatusTest, QueueingForCountingAlwaysLetsTheWalkGoOn) {
-  WritePhoto("a.jpg");
-  EXPECT_EQ(QueueDirForCounting(Dir()), 0);
-  fake().WriteLines(paths::kThumbQueue, {Dir()});
-  EXPECT_EQ(QueueDirForCounting(Dir()), 0);
-  EXPECT_EQ(QueueDirForCounting(In("none")), 0);
+TEST_F(NeedsThumbnailTest, AnEmptyThumbnailIsNeededWhateverItsTime) {
+  WriteThumb("KELDOPHOTO_THUMB_S.jpg", 10, "");
+  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
+  ExpectNoLog();
 }
 
-TEST_F(ThumbStatusTest, AQueuedDirectoryIsNotEvenRead) {
-  fake().WriteLines(paths::kThumbQueueInWork, {Dir()});
-  EXPECT_EQ(QueueDirForCounting(Dir()), 0);
-  EXPECT_EQ(fake().calls, (Texts{"KLIBCFileGetLine(/var/spool/thumb_create.queue.tmp, " + Dir() +
-                                 ", 4096, 1028)"}));
+TEST_F(NeedsThumbnailTest, OnlyTheGivenSpellingIsLookedAt) {
+  WriteThumb("KELDOPHOTO:THUMB_S.jpg");
+  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
+  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO:THUMB_S.jpg"));
+}
+
+TEST_F(NeedsThumbnailTest, AMissingPhotoNeedsNothing) {
+  EXPECT_FALSE(NeedsThumbnail(In("none"), "KELDOPHOTO_THUMB_S.jpg"));
+  ExpectOneLog(LOG_ERR, "keldomk_util:69 Fail to get " + In("none") + " file information");
+  EXPECT_EQ(fake().calls, Texts{});
+}
+
+TEST_F(NeedsThumbnailTest, WithoutAMetadataDirectoryNothingIsNeeded) {
+  FailMetadataDir();
+  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
+  ExpectMetadataDirLog(74);
+  EXPECT_EQ(fake().calls, (Texts{"KELDOEADirPath(" + photo_ + ", 4096)"}));
 }
 
 }  // namespace

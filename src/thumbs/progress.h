@@ -20,7 +20,4 @@ void AddProgress(int kind, const char* key, int amount);
 /// The counter's value; 0 when it is absent or no number, or the kind is another one.
 [[nodiscard]] int ReadProgress(int kind, const char* key);
 
-/// Logs four lines with the totals and fractions of photos, thumbnails and videos.
-void LogProgressSummary();
-
 }  // namespace keldo

@@ -1,13 +1,36 @@
-// The job of one photo, step by step.
+// The thumbnail job: all photos of one directory, and one photo step by step.
 #pragma once
 
 #include <ctime>
 #include <string>
 
 #include "platform/file.h"
-#include "thumbs/thumb_job.h"
+#include "thumbs/thumb_profile.h"
+#include "util/handles.h"
 
 namespace keldo {
+
+/// Makes the missing and outdated thumbnails of every photo that lies directly in the job's
+/// directory, under the directory's lock. Reports through the log, the thumbnails and failure
+/// markers, the progress files, the daemon and the thumbnail queue.
+void RunThumbJob(const ThumbJob& job);
+
+/// Holds the exclusive lock of a metadata directory, which is its own lock file.
+class DirectoryLock {
+ public:
+  /// Tries to lock `metadata_dir` without waiting. A failure is logged and leaves `held` false.
+  explicit DirectoryLock(const std::string& metadata_dir);
+  /// Unlocks and closes.
+  ~DirectoryLock();
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+  [[nodiscard]] bool held() const { return held_; }
+
+ private:
+  UniqueFd directory_;
+  bool held_ = false;
+};
 
 /// What a photo means for the rest of its directory.
 enum class PhotoOutcome {

@@ -1,26 +1,20 @@
-#include "thumbs/keldomk_util.h"
-
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
-#include <array>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "fakes/core_test.h"
+#include "indexer/indexer.h"
 
 namespace keldo {
 namespace {
 
 using testing::fake;
 using Texts = std::vector<std::string>;
-using ThumbKindTest = testing::CoreTest;
 
-constexpr int kAllKinds = 63;
 constexpr time_t kPhotoTime = 1000000;
 
 // A photo dated kPhotoTime, and its metadata directory.
@@ -57,118 +51,6 @@ class PresenceTest : public testing::CoreTest {
   const std::string photo_ = In("photos/a %s[1].jpg");
   const std::string thumbs_ = In("photos/@eaDir/a %s[1].jpg");
 };
-
-// ---- The kind table ----
-
-TEST_F(ThumbKindTest, KindsStandInTheOrderOfTheirBits) {
-  const std::vector<std::array<std::string, 3>> expected = {
-      {"120x120", "KELDOPHOTO_THUMB_S.jpg", "KELDOPHOTO:THUMB_S.jpg"},
-      {"320x320", "KELDOPHOTO_THUMB_M.jpg", "KELDOPHOTO:THUMB_M.jpg"},
-      {"640x640", "KELDOPHOTO_THUMB_B.jpg", "KELDOPHOTO:THUMB_B.jpg"},
-      {"800x800", "KELDOPHOTO_THUMB_L.jpg", "KELDOPHOTO:THUMB_L.jpg"},
-      {"1280x1280", "KELDOPHOTO_THUMB_XL.jpg", "KELDOPHOTO:THUMB_XL.jpg"},
-      {"240x240", "KELDOPHOTO_THUMB_SM.jpg", "KELDOPHOTO:THUMB_SM.jpg"}};
-  ASSERT_EQ(kThumbKindTable.size(), expected.size());
-  for (std::size_t i = 0; i < expected.size(); ++i) {
-    const ThumbKindInfo& row = kThumbKindTable[i];
-    EXPECT_EQ(row.kind, static_cast<int>(i));
-    EXPECT_EQ((std::array<std::string, 3>{row.box, row.underscore_name, row.colon_name}),
-              expected[i]);
-    EXPECT_STREQ(BoxOfKind(static_cast<int>(i)), expected[i][0].c_str());
-  }
-  EXPECT_STREQ(BoxOfKind(THUMB_XL), "1280x1280");
-  EXPECT_STREQ(BoxOfKind(THUMB_SM), "240x240");
-  ExpectNoLog();
-}
-
-TEST_F(ThumbKindTest, ANegativeKindHasNoBox) {
-  EXPECT_EQ(BoxOfKind(-1), nullptr);
-  ExpectOneLog(LOG_ERR, "keldomk_util:52 Bad parameters.");
-}
-
-TEST_F(ThumbKindTest, ANumberBeyondTheTableHasNoBox) {
-  EXPECT_EQ(BoxOfKind(6), nullptr);
-  ExpectNoLog();
-}
-
-TEST_F(ThumbKindTest, AKindIsWantedByItsOwnBitAlone) {
-  for (const ThumbKindInfo& row : kThumbKindTable) {
-    const int bit = 1 << row.kind;
-    for (const char* name : {row.underscore_name, row.colon_name}) {
-      EXPECT_TRUE(IsKindWanted(name, bit)) << name;
-      EXPECT_TRUE(IsKindWanted(name, -1)) << name;
-      EXPECT_FALSE(IsKindWanted(name, ~bit)) << name;
-      EXPECT_FALSE(IsKindWanted(name, 0)) << name;
-    }
-  }
-  ExpectNoLog();
-}
-
-TEST_F(ThumbKindTest, TheColonSpellingOfXlHasBitFour) {
-  EXPECT_TRUE(IsKindWanted("KELDOPHOTO:THUMB_XL.jpg", 16));
-  EXPECT_FALSE(IsKindWanted("KELDOPHOTO:THUMB_XL.jpg", 15));
-  EXPECT_TRUE(IsKindWanted("KELDOPHOTO_THUMB_SM.jpg", 32));
-  EXPECT_FALSE(IsKindWanted("KELDOPHOTO_THUMB_SM.jpg", 31));
-}
-
-TEST_F(ThumbKindTest, UnknownNamesAreLoggedAndNotWanted) {
-  for (const char* name :
-       {"keldophoto:thumb_xl.jpg", "KELDOPHOTO_THUMB_S.JPG", "KELDOPHOTO_THUMB_S",
-        "KELDOPHOTO_THUMB_S.jpg2", "KELDOPHOTO_THUMB_XS.jpg", "x%s", ""}) {
-    testing::ClearSyslog();
-    EXPECT_FALSE(IsKindWanted(name, kAllKinds)) << name;
-    ExpectOneLog(LOG_ERR, std::string("keldomk_util:118 [Error] invalid thumb filename: ") + name);
-  }
-}
-
-// ---- One thumbnail ----
-
-TEST_F(PresenceTest, AMissingThumbnailIsNeeded) {
-  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-  ExpectNoLog();
-}
-
-TEST_F(PresenceTest, AThumbnailOfTheSameSecondIsCurrent) {
-  WriteThumb("KELDOPHOTO_THUMB_S.jpg");
-  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-}
-
-TEST_F(PresenceTest, AThumbnailOneSecondOlderIsNot) {
-  WriteThumb("KELDOPHOTO_THUMB_S.jpg", -1);
-  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-}
-
-TEST_F(PresenceTest, PartsOfASecondDoNotCount) {
-  const std::string path = WriteThumb("KELDOPHOTO_THUMB_S.jpg");
-  const std::array<timespec, 2> late{{{kPhotoTime, 999999999}, {kPhotoTime, 999999999}}};
-  ASSERT_EQ(utimensat(AT_FDCWD, photo_.c_str(), late.data(), 0), 0);
-  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-}
-
-TEST_F(PresenceTest, AnEmptyThumbnailIsNeededWhateverItsTime) {
-  WriteThumb("KELDOPHOTO_THUMB_S.jpg", 10, "");
-  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-  ExpectNoLog();
-}
-
-TEST_F(PresenceTest, OnlyTheGivenSpellingIsLookedAt) {
-  WriteThumb("KELDOPHOTO:THUMB_S.jpg");
-  EXPECT_TRUE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO:THUMB_S.jpg"));
-}
-
-TEST_F(PresenceTest, AMissingPhotoNeedsNothing) {
-  EXPECT_FALSE(NeedsThumbnail(In("none"), "KELDOPHOTO_THUMB_S.jpg"));
-  ExpectOneLog(LOG_ERR, "keldomk_util:69 Fail to get " + In("none") + " file information");
-  EXPECT_EQ(fake().calls, Texts{});
-}
-
-TEST_F(PresenceTest, WithoutAMetadataDirectoryNothingIsNeeded) {
-  FailMetadataDir();
-  EXPECT_FALSE(NeedsThumbnail(photo_, "KELDOPHOTO_THUMB_S.jpg"));
-  ExpectMetadataDirLog(74);
-  EXPECT_EQ(fake().calls, (Texts{"KELDOEADirPath(" + photo_ + ", 4096)"}));
-}
 
 // ---- All wanted thumbnails ----
 

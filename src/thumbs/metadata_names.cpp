@@ -1,26 +1,13 @@
-#include "ctl/commands/metadata_names.h"
+#include "thumbs/metadata_names.h"
 
 #include <algorithm>
-#include <array>
-#include <string>
 
-#include "thumbs/keldomk_util.h"
-
-namespace keldo::ctl {
+namespace keldo {
 namespace {
 
-constexpr std::string_view kTemporaryStart = "KELDOPHOTO.tmp.";
 constexpr std::size_t kRandomLength = 6;
-
-// The decoded picture and the preview of a RAW photo, the colour profile that goes with a
-// prescaled JPEG, and the renderings by which a photo's rotation is found.
-constexpr std::array<std::string_view, 7> kIntermediates{"KELDOPHOTO_RAW_TEMP.ppm",
-                                                         "KELDOPHOTO_THUMB_RAW.jpg",
-                                                         "KELDOPHOTO_PROFILE.icc",
-                                                         "Temp_0.jpg",
-                                                         "Temp_90.jpg",
-                                                         "Temp_180.jpg",
-                                                         "Temp_270.jpg"};
+constexpr std::string_view kTemporaryStart =
+    kTemporaryTemplate.substr(0, kTemporaryTemplate.size() - kRandomLength);
 
 bool IsAlphanumeric(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -30,7 +17,7 @@ bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Takes "-12" off the front: a converter numbers the pages where it was given several.
+// Removes "-12" from the front: a converter numbers the pages of a file that has several.
 void SkipPageNumber(std::string_view& text) {
   if (!text.starts_with('-')) return;
   const auto end = std::find_if_not(text.begin() + 1, text.end(), IsDigit);
@@ -62,23 +49,34 @@ bool IsPixelCache(std::string_view name) {
                      [](char c) { return IsAlphanumeric(c) || c == '-' || c == '_'; });
 }
 
+bool IsIntermediate(std::string_view name) {
+  if (name == kRawImageName || name == kRawPreviewName || name == kIccProfileName) return true;
+  return std::ranges::any_of(std::initializer_list<int>{0, 90, 180, 270},
+                             [&](int angle) { return name == RotationTrialName(angle); });
+}
+
 }  // namespace
 
+std::string RotationTrialName(int angle) {
+  return "Temp_" + std::to_string(angle) + ".jpg";
+}
+
+std::string MarkerOf(std::string_view thumbnail) {
+  const std::size_t dot = thumbnail.rfind('.');
+  return dot == std::string_view::npos ? "" : std::string(thumbnail.substr(0, dot)) + ".fail";
+}
+
 MetadataName WhatIs(std::string_view name) {
-  if (IsTemporary(name) || IsPixelCache(name)) return {MetadataFile::kTemporary, 0};
-  if (std::find(kIntermediates.begin(), kIntermediates.end(), name) != kIntermediates.end()) {
+  if (IsTemporary(name) || IsPixelCache(name) || IsIntermediate(name)) {
     return {MetadataFile::kTemporary, 0};
   }
   for (const ThumbKindInfo& kind : kThumbKindTable) {
-    for (const std::string_view thumbnail : {kind.underscore_name, kind.colon_name}) {
+    for (const char* thumbnail : {kind.underscore_name, kind.colon_name}) {
       if (name == thumbnail) return {MetadataFile::kThumbnail, kind.kind};
-      const std::string_view stem = thumbnail.substr(0, thumbnail.rfind('.'));
-      if (name.starts_with(stem) && name.substr(stem.size()) == ".fail") {
-        return {MetadataFile::kMarker, kind.kind};
-      }
+      if (name == MarkerOf(thumbnail)) return {MetadataFile::kMarker, kind.kind};
     }
   }
   return {};
 }
 
-}  // namespace keldo::ctl
+}  // namespace keldo

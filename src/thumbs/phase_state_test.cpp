@@ -1,7 +1,6 @@
-#include "run/phase_state.h"
-
 #include "fakes/core_test.h"
 #include "fakes/profiles.h"
+#include "thumbs/thumb_state.h"
 
 namespace keldo::testing {
 namespace {

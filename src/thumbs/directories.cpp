@@ -1,14 +1,17 @@
-#include "thumbs/index.h"
+#include "thumbs/directories.h"
 
 #include <strings.h>
+#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
-#include <vector>
 
 #include "platform/ea_dir.h"
 #include "platform/file.h"
+#include "platform/index_ipc.h"
 #include "platform/text.h"
 
 namespace keldo {
@@ -17,6 +20,7 @@ namespace {
 constexpr int kUnknownFileSystem = -1;
 // Rejected besides the two classes: it looks local, but metadata directories do not belong on it.
 constexpr int kUnsuitableFileSystem = 12;
+constexpr std::uint64_t kLeastFreeBytes = std::uint64_t{1} << 30;
 
 // The type code of the file system of `path`; a failure is logged under the caller's line value.
 int FileSystemType(const std::string& path, int log_line) {
@@ -30,18 +34,6 @@ int FileSystemType(const std::string& path, int log_line) {
 
 bool HasExtension(const std::string& path, const char* extension) {
   return strcasecmp(keldoindexutils::GetFileExtension(path).c_str(), extension) == 0;
-}
-
-std::vector<std::string> SplitOnSlash(const std::string& path) {
-  std::vector<std::string> parts;
-  std::size_t begin = 0;
-  for (std::size_t slash = path.find('/'); slash != std::string::npos;
-       slash = path.find('/', begin)) {
-    parts.push_back(path.substr(begin, slash - begin));
-    begin = slash + 1;
-  }
-  parts.push_back(path.substr(begin));
-  return parts;
 }
 
 }  // namespace
@@ -73,17 +65,34 @@ bool IsRemoteFileSystem(const std::string& path) {
   return KELDOFSIsRemoteFS(type) == 1 || type == kUnsuitableFileSystem;
 }
 
-bool IsHomeSharePath(const std::string& path) {
-  const std::vector<std::string> parts = SplitOnSlash(path);
-  return parts.size() >= 3 && keldoindexutils::StartWith(parts[1], "volume") && parts[2] == "homes";
-}
-
 bool IsX3f(const std::string& path) {
   return HasExtension(path, "x3f");
 }
 
 bool IsHeic(const std::string& path) {
   return HasExtension(path, "heic");
+}
+
+bool checkCreateDir(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
+  if (mkdir(path.c_str(), 0777) == 0 || errno == EEXIST) return true;
+  if (errno == ENOENT) return false;
+  syslog(LOG_ERR, "%s:%d %s: %s(%d) - mkdir(%s, 0777 ), errno: %d\n", "keldothumb", 507,
+         "keldothumb", "checkCreateDir", 507, path.c_str(), errno);
+  return false;
+}
+
+bool RemoveFilesByPattern(const std::string& directory, const std::string& pattern) {
+  bool all_removed = true;
+  for (const std::string& path : keldoindexutils::filesystem::GlobFiles(directory, pattern)) {
+    if (unlink(path.c_str()) != 0) all_removed = false;
+  }
+  return all_removed;
+}
+
+bool HasDiskSpace(const std::string& directory) {
+  return KLIBGetFsAvailSize(directory.c_str()) >= kLeastFreeBytes;
 }
 
 }  // namespace keldo
