@@ -73,8 +73,8 @@ IndexDatabase::OpenResult IndexDatabase::OpenFile(const std::string& path) {
     return result;
   }
   sqlite3_busy_timeout(raw, kBusyMilliseconds);
-  // The files beside the database stay when the last writer goes: a reader that may not make them
-  // could not read the database without them.
+  // Keep the files beside the database when the last writer closes it: a reader without the right
+  // to make them could not read the database.
   int keep = 1;
   sqlite3_file_control(raw, "main", SQLITE_FCNTL_PERSIST_WAL, &keep);
   result.database = std::move(index);

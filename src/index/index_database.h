@@ -15,7 +15,7 @@ namespace keldo::index {
 
 inline constexpr const char* kDatabasePath = "/var/lib/keldoindex/index.db";
 
-/// All six kinds of thumbnails: what is wanted where no mask was set.
+/// All six kinds of thumbnails, wanted wherever no mask was set.
 inline constexpr int kAllKinds = 63;
 
 /// A size mask, and the directory that it was set for.
@@ -48,7 +48,7 @@ struct MediaRecord {
   int database = 0;     ///< 1: videos.
 };
 
-/// How many files the index knows something of.
+/// How many files the index has records of.
 struct IndexCounts {
   std::int64_t resolutions = 0;
   std::int64_t versions = 0;
@@ -59,7 +59,7 @@ struct IndexCounts {
 /// One open index database: size masks by directory and type, resolutions of photos and of their
 /// thumbnails, index versions, finished files, media records and whether conversion is on.
 ///
-/// All directories and paths are taken and given as PathKey makes them. Nothing is logged or
+/// All directories and paths are spelt as PathKey spells them. Nothing is logged or
 /// thrown; after a failure problem() says why.
 class IndexDatabase {
  public:
@@ -79,7 +79,7 @@ class IndexDatabase {
   /// Sets or changes the mask of one directory.
   [[nodiscard]] bool SetMask(std::string_view directory, int type, int mask);
 
-  /// Removes the mask of one directory; that there was none is no failure.
+  /// Removes the mask of one directory; succeeds where there was none.
   [[nodiscard]] bool RemoveMask(std::string_view directory, int type);
 
   /// Notes the resolutions of a photo and of a thumbnail made from it, in place of older ones.
@@ -106,7 +106,7 @@ class IndexDatabase {
   /// The size that was noted for a photo.
   [[nodiscard]] bool FindResolution(std::string_view path, std::optional<Measured>& found);
 
-  /// The thumbnail whose size was noted together with that of a photo.
+  /// The thumbnail that was noted with a photo's size.
   [[nodiscard]] bool FindMeasuredThumbnail(std::string_view path, std::optional<Measured>& found);
 
   /// All masks, in the byte order of their directories, photos before videos.

@@ -56,7 +56,7 @@ TEST_F(IndexDatabaseTest, CreatingMakesFilesThatAllCanRead) {
   }
 }
 
-TEST_F(IndexDatabaseTest, CreatingAgainKeepsWhatIsThere) {
+TEST_F(IndexDatabaseTest, CreatingAgainKeepsTheRecords) {
   ASSERT_TRUE(Create()->SetMask("/v", kPhoto, 3));
   std::optional<MaskEntry> entry;
   ASSERT_TRUE(Create()->FindMask("/v", kPhoto, entry));
@@ -65,7 +65,7 @@ TEST_F(IndexDatabaseTest, CreatingAgainKeepsWhatIsThere) {
   EXPECT_EQ(entry->directory, "/v");
 }
 
-TEST_F(IndexDatabaseTest, AMaskTellsWhereItWasSet) {
+TEST_F(IndexDatabaseTest, AMaskNamesTheDirectoryItWasSetOn) {
   const auto database = Create();
   ASSERT_TRUE(database->SetMask("/v", kPhoto, 3));
   std::optional<MaskEntry> entry;
@@ -76,7 +76,7 @@ TEST_F(IndexDatabaseTest, AMaskTellsWhereItWasSet) {
   EXPECT_FALSE(entry);
 }
 
-TEST_F(IndexDatabaseTest, RemovingAMaskThatIsNotThereIsNoFailure) {
+TEST_F(IndexDatabaseTest, RemovingAMissingMaskSucceeds) {
   const auto database = Create();
   EXPECT_TRUE(database->RemoveMask("/v", kPhoto));
   ASSERT_TRUE(database->SetMask("/v", kPhoto, 3));
@@ -89,7 +89,7 @@ TEST_F(IndexDatabaseTest, RemovingAMaskThatIsNotThereIsNoFailure) {
   EXPECT_TRUE(entry);
 }
 
-// Runs `body` in a child process of its own, which ends with status 0 when it returned true.
+// Runs `body` in a child process of its own, which ends with status 0 when `body` returns true.
 template <typename Body>
 pid_t InAChild(const Body& body) {
   const pid_t child = fork();
@@ -97,7 +97,7 @@ pid_t InAChild(const Body& body) {
   return child;
 }
 
-TEST_F(IndexDatabaseTest, ManyMayCreateItAtOnce) {
+TEST_F(IndexDatabaseTest, ManyProcessesMayCreateItAtOnce) {
   constexpr int kRounds = 20;
   constexpr int kCreators = 4;
   for (int round = 0; round < kRounds; ++round) {
@@ -124,7 +124,7 @@ TEST_F(IndexDatabaseTest, ManyMayCreateItAtOnce) {
   }
 }
 
-TEST_F(IndexDatabaseTest, AWriterWaitsForAnotherButNotForEver) {
+TEST_F(IndexDatabaseTest, AWriterWaitsForAnotherForAWhile) {
   const auto database = Create();
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open_v2(path_.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
@@ -146,7 +146,7 @@ TEST_F(IndexDatabaseTest, AWriterWaitsForAnotherButNotForEver) {
   EXPECT_TRUE(database->SetMask("/v", kPhoto, 3));
 }
 
-// What every later run would read at its start and write back at its end.
+// Otherwise every later run would read it at its start and write it back at its end.
 TEST_F(IndexDatabaseTest, TheLogIsEmptyOnceTheDatabaseIsClosed) {
   Create().reset();
   EXPECT_EQ(std::filesystem::file_size(path_ + "-wal"), 0U);
@@ -157,7 +157,7 @@ TEST_F(IndexDatabaseTest, TheLogIsEmptyOnceTheDatabaseIsClosed) {
   EXPECT_TRUE(entry);
 }
 
-TEST_F(IndexDatabaseTest, AnotherVersionIsAProblem) {
+TEST_F(IndexDatabaseTest, RefusesAnotherVersion) {
   Create();
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open_v2(path_.c_str(), &raw, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
@@ -171,7 +171,7 @@ TEST_F(IndexDatabaseTest, AnotherVersionIsAProblem) {
   }
 }
 
-TEST_F(IndexDatabaseTest, WhatIsNoDatabaseIsAProblem) {
+TEST_F(IndexDatabaseTest, RefusesAFileThatIsNotADatabase) {
   std::filesystem::create_directory(dir_.path() + "/state");
   std::ofstream(path_) << std::string(5000, 'x');
   EXPECT_EQ(IndexDatabase::Open(path_).problem, "file is not a database");

@@ -46,7 +46,7 @@ class IndexRecordsTest : public ::testing::Test {
 
 const std::string kOddPath("/v/a\xFF\n'%\".jpg");
 
-TEST_F(IndexRecordsTest, VersionsAreThoseThatWereSet) {
+TEST_F(IndexRecordsTest, KeepsVersions) {
   EXPECT_EQ(Version(kOddPath), std::nullopt);
   ASSERT_TRUE(database_->SetVersion(kOddPath, 3));
   ASSERT_TRUE(database_->SetVersion("/v/b.jpg", -1));
@@ -102,7 +102,7 @@ TEST_F(IndexRecordsTest, MediaRecordsAreKeptByPathAndDatabase) {
   EXPECT_FALSE(Media(kOddPath, 2));
 }
 
-TEST_F(IndexRecordsTest, ReportedSizesOfAPhotoAreFound) {
+TEST_F(IndexRecordsTest, FindsTheReportedSizeOfAPhoto) {
   std::optional<Measured> found = Measured();
   ASSERT_TRUE(database_->FindResolution(kOddPath, found));
   EXPECT_FALSE(found);
@@ -114,7 +114,7 @@ TEST_F(IndexRecordsTest, ReportedSizesOfAPhotoAreFound) {
   EXPECT_EQ(found->height, 4000);
 }
 
-TEST_F(IndexRecordsTest, TheThumbnailThatWasReportedWithAPhotoIsFound) {
+TEST_F(IndexRecordsTest, FindsTheThumbnailReportedWithAPhoto) {
   std::optional<Measured> found = Measured();
   ASSERT_TRUE(database_->FindMeasuredThumbnail(kOddPath, found));
   EXPECT_FALSE(found);
@@ -126,7 +126,7 @@ TEST_F(IndexRecordsTest, TheThumbnailThatWasReportedWithAPhotoIsFound) {
   EXPECT_EQ(found->height, 213);
 }
 
-TEST_F(IndexRecordsTest, MasksAreListedInOrder) {
+TEST_F(IndexRecordsTest, ListsMasksInOrder) {
   std::vector<MaskRecord> masks(1);
   ASSERT_TRUE(database_->ListMasks(masks));
   EXPECT_TRUE(masks.empty());
@@ -143,7 +143,7 @@ TEST_F(IndexRecordsTest, MasksAreListedInOrder) {
   EXPECT_EQ(masks[2].directory, "/v/b");
 }
 
-TEST_F(IndexRecordsTest, AFilesMediaRecordsAreListedInOrder) {
+TEST_F(IndexRecordsTest, ListsAFilesMediaRecordsInOrder) {
   MediaRecord media;
   media.path = "/v/other";
   media.database = 0;
@@ -170,7 +170,7 @@ TEST_F(IndexRecordsTest, AFilesMediaRecordsAreListedInOrder) {
   EXPECT_EQ(records[1].height, 0);
 }
 
-TEST_F(IndexRecordsTest, RecordsAreCountedByWhatTheyTell) {
+TEST_F(IndexRecordsTest, CountsRecordsByKind) {
   MediaRecord media;
   media.path = "/v/a";
   media.database = 0;

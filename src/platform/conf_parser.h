@@ -18,8 +18,8 @@ class ConfParser {
   ConfParser(const ConfParser&) = delete;
   ConfParser& operator=(const ConfParser&) = delete;
 
-  /// Returns non-zero when the file was read and parsed; 0 when it cannot be read, is no regular
-  /// file or has a line that is neither. Silent. Only one load per object.
+  /// Returns non-zero when the file was read and parsed; 0 when it cannot be read, is not a
+  /// regular file or has a line of another form. Silent. Only one load per object.
   int loadFromFile(const char* path);
 
   /// The section names in file order, each once.

@@ -21,7 +21,7 @@ int KELDOEAIsHiddenDir(const char* name);
                                                  const std::string& underscore_name,
                                                  const std::string& colon_name);
 
-/// Removes both spellings from `directory`; a missing one is no failure. True when neither is left.
+/// Removes both spellings from `directory`; succeeds for a missing one. True when neither is left.
 bool RemoveEAFile(const std::string& directory, const std::string& underscore_name,
                   const std::string& colon_name);
 

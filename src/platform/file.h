@@ -23,8 +23,8 @@ int KLIBCFileStat(const char* path, int flags, KLIBCFileRecord* record);
 /// platform. `mode` 3 sets access and modification time. Returns 0 on success, -1 with errno set.
 int KLIBCFileUTime(const char* path, int mode, const std::array<timespec, 3>& times);
 
-/// Returns the bytes that the caller may still write on the volume of `path`; 0 when that cannot be
-/// found out.
+/// Returns the bytes that the caller may still write on the volume of `path`; 0 when that is
+/// unknown.
 [[nodiscard]] std::uint64_t KLIBGetFsAvailSize(const char* path);
 
 /// Type code of the file system of `path`, for the two classes below; -1 with errno set when it

@@ -30,7 +30,7 @@ class MediaInfo {
 
   /// Fills the record from the members "path", "resolution_x", "resolution_y", "photo_rotation"
   /// and "frame_bitrate" of a JSON object. Members that are absent or of another type leave their
-  /// field as it was; a value that is no object changes nothing.
+  /// field as it was; a value that is not an object changes nothing.
   void SetByJson(const Json::Value& media);
 
  private:
@@ -57,7 +57,7 @@ enum _tag_THUMB_TYPE_ : int { THUMB_TYPE_PHOTO = 1, THUMB_TYPE_VIDEO = 2 };
 namespace keldoindexutils::ipc {
 
 /// Fills `mask` with the kinds wanted for the files of `directory` (bit k: thumbnails of kind k).
-/// Returns 0 on success, negative when the index cannot tell; `mask` is then left as it was.
+/// Returns 0 on success, negative when the index does not know; `mask` is then left as it was.
 int KELDOIDX_GetDirThumbSizeMap(const char* directory, _tag_THUMB_TYPE_ type, int* mask);
 
 /// The same for one file.
@@ -70,7 +70,7 @@ int KELDOIDX_GetThumbSizeMap(const char* path, _tag_THUMB_TYPE_ type, int* mask)
 /// cannot be read as an image (logged).
 [[nodiscard]] int KELDOIDX_GetMediaInfo(const char* path, MediaInfo& info);
 
-/// Tells the index the resolutions of a photo and of a thumbnail made from it. Returns 0 on
+/// Reports the resolutions of a photo and of a thumbnail made from it to the index. Returns 0 on
 /// success.
 int KELDOIDX_IndexConvertAdd(const MediaInfo& source, const MediaInfo& converted,
                              const Json::Value& extra);

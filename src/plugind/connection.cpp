@@ -12,10 +12,10 @@ namespace keldo::plugind {
 namespace {
 
 constexpr std::size_t kReadSize = 16384;
-// Replies that a client has not taken yet. No request is answered, and none read, beyond that.
+// Bytes of replies that a client has not read. Beyond that no request is read or answered.
 constexpr std::size_t kMaxOutput = 65536;
-// How much of what is waiting in the kernel is still taken when the daemon stops: more than a
-// socket's buffer holds, and an end for a client that sends and sends.
+// How often a client is still read when the daemon stops: enough to empty a socket's buffer, and an
+// end for a client that never stops sending.
 constexpr int kMaxLastReads = 64;
 
 }  // namespace

@@ -14,7 +14,7 @@
 namespace keldo::plugind {
 namespace {
 
-// A connection over a pair of sockets, whose every request gets the same reply.
+// A connection over a pair of sockets that answers every request alike.
 class ConnectionTest : public ::testing::Test {
  protected:
   ConnectionTest() {
@@ -30,7 +30,7 @@ class ConnectionTest : public ::testing::Test {
     ASSERT_EQ(::send(client_.get(), bytes.data(), bytes.size(), 0),
               static_cast<ssize_t>(bytes.size()));
   }
-  // Takes all that has been sent to the client, and counts the replies.
+  // Reads everything that was sent to the client, and counts the replies.
   std::size_t TakeReplies() const {
     std::size_t replies = 0;
     std::array<char, 4096> block{};
@@ -53,7 +53,7 @@ class ConnectionTest : public ::testing::Test {
 };
 
 TEST_F(ConnectionTest, RequestsThatCameTogetherAreAllAnswered) {
-  // Their replies do not fit into what is kept for the client, only into the socket.
+  // Their replies fit only into the socket's buffer, not into the connection's.
   constexpr std::size_t kRequests = 1500;
   Send(std::string(kRequests, '\n'));
   EXPECT_TRUE(Serve());
@@ -63,7 +63,7 @@ TEST_F(ConnectionTest, RequestsThatCameTogetherAreAllAnswered) {
   EXPECT_EQ(TakeReplies(), kRequests);
 }
 
-TEST_F(ConnectionTest, WhoDoesNotReadIsNotReadFrom) {
+TEST_F(ConnectionTest, StopsReadingFromAClientThatDoesNotRead) {
   constexpr std::size_t kRequests = 10000;
   Send(std::string(kRequests, '\n'));
   EXPECT_TRUE(Serve());
@@ -83,7 +83,7 @@ TEST_F(ConnectionTest, WhoDoesNotReadIsNotReadFrom) {
   EXPECT_TRUE(connection_->wants_to_read());
 }
 
-TEST_F(ConnectionTest, OnlyWholeRequestsAndTakenRepliesAreProgress) {
+TEST_F(ConnectionTest, OnlyWholeRequestsAndReadRepliesAreProgress) {
   Send("half");
   EXPECT_TRUE(Serve(1));
   EXPECT_EQ(connection_->last_progress(), After(0));
@@ -106,7 +106,7 @@ TEST_F(ConnectionTest, EndsWhenAllIsAnswered) {
   EXPECT_EQ(TakeReplies(), 2U);
 }
 
-TEST_F(ConnectionTest, AtTheEndAllThatWasSentIsTakenButNoHalfRequest) {
+TEST_F(ConnectionTest, AtTheEndAnswersWholeRequestsOnly) {
   constexpr std::size_t kRequests = 300;
   std::string requests;
   for (std::size_t i = 0; i < kRequests; ++i)

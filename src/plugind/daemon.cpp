@@ -68,13 +68,13 @@ void Describe(CLI::App& app, Options& options) {
 
 int Fail(const std::string& problem, const Options& options) {
   syslog(LOG_ERR, "%s", problem.c_str());
-  // With --verbose the log says it there.
+  // With --verbose the log goes there too.
   if (!options.verbose) std::cerr << kName << ": " << problem << '\n';
   return 1;
 }
 
 int Serve(const Options& options) {
-  // Before the socket, which must not stay behind.
+  // Before the socket, whose file a stop must remove.
   const process::StopSignals signals;
   DatabaseStore store(options.database);
   ListenSocket::OpenResult opened = ListenSocket::Open(options.socket);

@@ -34,7 +34,7 @@ const std::string kOddPath = "/v/a b\xFF\n'%s\".jpg";
 
 class PluginDaemonTest : public ::testing::Test {
  protected:
-  // A reply by way of the client that keldothumb uses.
+  // The reply to a request of the client that keldothumb uses.
   Json::Value Ask(const std::string& command, const std::string& path = {}) {
     Json::Value packet(Json::objectValue);
     packet["command"] = command;
@@ -146,7 +146,7 @@ TEST_F(PluginDaemonTest, TheLastRequestMayEndWithTheStream) {
   EXPECT_EQ(client.Line(), kClosed);
 }
 
-TEST_F(PluginDaemonTest, ClientsMayTakeTurnsByteByByte) {
+TEST_F(PluginDaemonTest, ServesClientsThatSendByteByByte) {
   daemon_.Start();
   auto clients = Connect(20);
   const std::string request = kAskPhoto + "\n";
@@ -160,7 +160,7 @@ TEST_F(PluginDaemonTest, ClientsMayTakeTurnsByteByByte) {
   }
 }
 
-TEST_F(PluginDaemonTest, RubbishIsRefusedWithOneLineInTheLogEach) {
+TEST_F(PluginDaemonTest, RefusesRubbishWithALogLineEach) {
   daemon_.Start();
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) {
@@ -190,7 +190,7 @@ TEST_F(PluginDaemonTest, AnOversizedRequestIsRefusedAndTheNextOneAnswered) {
   EXPECT_EQ(daemon_.Logged(": it is longer than 65536 bytes\n"), 1);
 }
 
-TEST_F(PluginDaemonTest, HalfARequestThenGoneHarmsNobody) {
+TEST_F(PluginDaemonTest, AClientThatLeavesMidRequestHarmsNobody) {
   daemon_.Start();
   for (int i = 0; i < 20; ++i) {
     Client client(daemon_.socket());
@@ -199,7 +199,7 @@ TEST_F(PluginDaemonTest, HalfARequestThenGoneHarmsNobody) {
   ExpectServing();
 }
 
-TEST_F(PluginDaemonTest, WhatAClientSentBeforeItLeftIsNoted) {
+TEST_F(PluginDaemonTest, NotesWhatAClientSentBeforeItLeft) {
   daemon_.Start();
   {
     Client client(daemon_.socket());
@@ -212,9 +212,9 @@ TEST_F(PluginDaemonTest, WhatAClientSentBeforeItLeftIsNoted) {
   EXPECT_TRUE(time);
 }
 
-TEST_F(PluginDaemonTest, ClientsBeyondTheLimitAreTurnedAway) {
+TEST_F(PluginDaemonTest, RejectsClientsBeyondTheLimit) {
   daemon_.Start();
-  // When the first is answered, the connection that tried whether the daemon listens is gone.
+  // Once the first is answered, the connection that probed the daemon is closed.
   auto clients = Connect(1);
   clients[0]->Send(kAskPhoto + "\n");
   ASSERT_EQ(clients[0]->Line(), kYes);
@@ -243,14 +243,14 @@ TEST_F(PluginDaemonTest, ClientsWaitWhileDescriptorsAreShort) {
   auto clients = Connect(40);
   for (const auto& client : clients)
     client->Send(kAskPhoto + "\n");
-  // Those that wait do not wake it again and again meanwhile.
+  // Clients that wait do not keep waking it.
   EXPECT_EQ(clients[0]->Line(), kYes);
   for (int i = 0; i < 200; ++i) {
     clients[0]->Send(kAskPhoto + "\n");
     ASSERT_EQ(clients[0]->Line(), kYes);
   }
   clients[0]->Send(kAskPhoto + "\n");
-  // Who has been served makes room for them.
+  // A served client makes room for them.
   for (auto& client : clients) {
     EXPECT_EQ(client->Line(), kYes);
     client.reset();
@@ -283,7 +283,7 @@ TEST_F(PluginDaemonTest, AClientThatDoesNotReadIsDropped) {
   const std::string requests = ManyRequests();
   std::size_t sent = 0;
   pollfd polled{.fd = client.fd(), .events = POLLOUT, .revents = 0};
-  // What is sent here fills all buffers; then it waits until the daemon closes.
+  // Fills all buffers, then waits until the daemon closes.
   while (::poll(&polled, 1, 10000) == 1) {
     const ssize_t count =
         ::send(client.fd(), requests.data(), requests.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -310,7 +310,7 @@ TEST_F(PluginDaemonTest, ASecondDaemonIsRefused) {
   ExpectServing();
 }
 
-TEST_F(PluginDaemonTest, AKilledDaemonsSocketIsTakenOver) {
+TEST_F(PluginDaemonTest, ReplacesAKilledDaemonsSocket) {
   daemon_.Start();
   ASSERT_TRUE(Database()->SetVersion("/v/a.jpg", 2));
   for (int i = 0; i < 3; ++i) {
@@ -345,9 +345,9 @@ TEST_F(PluginDaemonTest, StopSignalsEndItCleanlyWhileClientsWait) {
   }
 }
 
-TEST_F(PluginDaemonTest, WhatWasReceivedBeforeTheStopIsAnswered) {
+TEST_F(PluginDaemonTest, AnswersWhatItReceivedBeforeTheStop) {
   daemon_.Start();
-  // Stopped, it receives all this at once when it goes on, together with the signal.
+  // While stopped, it receives nothing; when continued, it gets everything at once with the signal.
   daemon_.Signal(SIGSTOP);
   auto clients = Connect(30);
   const std::string request = R"({"command":"POST_PHOTO_CONVERT","path":"/v/)";
@@ -377,7 +377,7 @@ TEST_F(PluginDaemonTest, AStopDoesNotWaitForAClientThatDoesNotRead) {
   EXPECT_EQ(daemon_.Wait(), 0);
 }
 
-TEST_F(PluginDaemonTest, TheSocketAndTheDatabaseHaveTheirModes) {
+TEST_F(PluginDaemonTest, SocketAndDatabaseHaveTheRightModes) {
   const mode_t before = ::umask(0);
   daemon_.Start();
   ::umask(before);
@@ -403,7 +403,7 @@ TEST_F(PluginDaemonTest, WithoutADatabaseTheDefaultsAreAnswered) {
   EXPECT_EQ(daemon_.Logged("cannot open the index"), 1);
 }
 
-TEST_F(PluginDaemonTest, ATerminationDuringABusyIndexIsClean) {
+TEST_F(PluginDaemonTest, StopsCleanlyWhileTheIndexIsBusy) {
   daemon_.Start();
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(daemon_.database().c_str(), &raw), SQLITE_OK);

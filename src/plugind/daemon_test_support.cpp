@@ -97,7 +97,7 @@ void DaemonProcess::Spawn(const Arguments& more) {
     posix_spawn_file_actions_addopen(&actions, fd, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
                                      0644);
   }
-  // The tests may run where hanging up is ignored.
+  // The tests may run with SIGHUP ignored.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t defaults;

@@ -12,15 +12,14 @@
 
 namespace keldo::plugind {
 
-/// A connection to a local socket. Everything throws std::runtime_error when it takes longer than
-/// ten seconds.
+/// A connection to a local socket. Each call throws std::runtime_error after ten seconds.
 class Client {
  public:
   explicit Client(const std::string& socket_path);
 
   /// False when the other side has closed.
   bool Send(std::string_view bytes);
-  /// Says that nothing more will be sent.
+  /// Shuts down the sending side.
   void EndSending();
   /// The next line without its newline; "(closed)" when the other side has closed.
   [[nodiscard]] std::string Line();
@@ -41,10 +40,9 @@ class DaemonProcess {
   DaemonProcess(const DaemonProcess&) = delete;
   DaemonProcess& operator=(const DaemonProcess&) = delete;
 
-  /// Starts it with these arguments besides those for socket, database and log, and waits until it
-  /// listens.
+  /// Starts it with these arguments besides its socket, database and log; waits until it listens.
   void Start(const Arguments& more = {});
-  /// Starts it and returns its exit status, as it is when it cannot serve.
+  /// Starts it where it cannot serve and returns its exit status.
   [[nodiscard]] int Run(const Arguments& more = {});
   void Signal(int signal) const;
   /// Its exit status, or minus the number of the signal that ended it.
@@ -54,9 +52,9 @@ class DaemonProcess {
   [[nodiscard]] std::string database() const { return dir_.path() + "/index/index.db"; }
   [[nodiscard]] std::string dir() const { return dir_.path(); }
   [[nodiscard]] pid_t pid() const { return pid_; }
-  /// What was logged by all daemons of this directory so far.
+  /// What all daemons of this directory have logged so far.
   [[nodiscard]] std::string Log() const;
-  /// How often this stands in the log.
+  /// How often the log has this text.
   [[nodiscard]] int Logged(const std::string& text) const;
 
  private:

@@ -20,16 +20,16 @@ constexpr int kVideoDatabase = 1;
 }  // namespace
 
 DatabaseStore::DatabaseStore(std::string path) : path_(std::move(path)) {
-  // What is wrong with it is said at the start already.
+  // Log at the start what is wrong with it.
   static_cast<void>(Database());
 }
 
-void DatabaseStore::Trouble::Note(const char* what, const std::string& problem) {
+void DatabaseStore::OngoingProblem::Log(const char* what, const std::string& problem) {
   if (std::exchange(last_, problem) == problem) return;
   syslog(LOG_ERR, "cannot %s: %s", what, problem.c_str());
 }
 
-// Somebody may remove the file and make it anew; the old one, still open here, is then nobody's.
+// Somebody may remove the file and make a new one; nobody else then reads what we write to the old.
 bool DatabaseStore::IsReplaced() const {
   struct stat file {};
   return ::stat(path_.c_str(), &file) != 0 || file.st_dev != device_ || file.st_ino != inode_;
@@ -42,7 +42,7 @@ IndexDatabase* DatabaseStore::Database() {
   IndexDatabase::OpenResult opened = IndexDatabase::OpenOrCreate(path_);
   struct stat file {};
   if (!opened.database || ::stat(path_.c_str(), &file) != 0) {
-    opening_.Note("open the index", path_ + ": " + opened.problem);
+    opening_.Log("open the index", path_ + ": " + opened.problem);
     open_again_ = now + kOpenPause;
     return nullptr;
   }
@@ -54,14 +54,14 @@ IndexDatabase* DatabaseStore::Database() {
 }
 
 template <typename Operation>
-bool DatabaseStore::Use(Trouble& trouble, const char* what, const Operation& operation) {
+bool DatabaseStore::Use(OngoingProblem& ongoing, const char* what, const Operation& operation) {
   IndexDatabase* database = Database();
   if (database == nullptr) return false;
   if (operation(*database)) {
-    trouble.Clear();
+    ongoing.Clear();
     return true;
   }
-  trouble.Note(what, database->problem());
+  ongoing.Log(what, database->problem());
   if (!database->was_busy()) database_.reset();
   return false;
 }

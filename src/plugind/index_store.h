@@ -40,9 +40,9 @@ class IndexStore {
                                                                     int database) = 0;
 };
 
-/// Opens the database, which it makes where it is missing, and opens it anew when it fails or has
-/// been replaced. Without a database the defaults are answered and nothing can be noted; each
-/// trouble is logged once until it is over.
+/// Opens the database, or makes it where it is missing, and reopens it after a failure or when the
+/// file was replaced. Without a database it answers with the defaults and cannot note anything.
+/// Logs each problem once while it lasts.
 class DatabaseStore : public IndexStore {
  public:
   explicit DatabaseStore(std::string path);
@@ -54,10 +54,10 @@ class DatabaseStore : public IndexStore {
                                                             int database) override;
 
  private:
-  // A trouble that is logged when it comes and not again while it lasts.
-  class Trouble {
+  // A problem that is logged once while it lasts.
+  class OngoingProblem {
    public:
-    void Note(const char* what, const std::string& problem);
+    void Log(const char* what, const std::string& problem);
     void Clear() { last_.clear(); }
 
    private:
@@ -68,16 +68,16 @@ class DatabaseStore : public IndexStore {
   [[nodiscard]] bool IsReplaced() const;
   // Runs an operation on the database; false without one, or when it fails.
   template <typename Operation>
-  [[nodiscard]] bool Use(Trouble& trouble, const char* what, const Operation& operation);
+  [[nodiscard]] bool Use(OngoingProblem& ongoing, const char* what, const Operation& operation);
 
   std::string path_;
   std::unique_ptr<index::IndexDatabase> database_;
   dev_t device_ = 0;
   ino_t inode_ = 0;
   Clock::time_point open_again_;
-  Trouble opening_;
-  Trouble reading_;
-  Trouble writing_;
+  OngoingProblem opening_;
+  OngoingProblem reading_;
+  OngoingProblem writing_;
 };
 
 }  // namespace keldo::plugind

@@ -32,7 +32,7 @@ class IndexStoreTest : public ::testing::Test {
   std::string path_ = dir_.path() + "/index.db";
 };
 
-TEST_F(IndexStoreTest, AFileOfAnySpellingIsTheSameFile) {
+TEST_F(IndexStoreTest, EverySpellingOfAPathIsTheSameFile) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetVersion("/v/a.jpg", 4));
   EXPECT_EQ(store.Version("/v//x/../a.jpg/"), 4);
@@ -53,7 +53,7 @@ TEST_F(IndexStoreTest, PhotosHaveTheSizeThatWasReported) {
   EXPECT_FALSE(store.FindMedia("/v/t.jpg", 0));
 }
 
-TEST_F(IndexStoreTest, ARecordGoesBeforeAReportedSize) {
+TEST_F(IndexStoreTest, ARecordWinsOverAReportedSize) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetResolution({"/v/a.jpg", 60, 40}, {"/v/t.jpg", 6, 4}));
   ASSERT_TRUE(Database()->SetMedia({.path = "/v/a.jpg", .orientation = 8}));
@@ -62,7 +62,7 @@ TEST_F(IndexStoreTest, ARecordGoesBeforeAReportedSize) {
   EXPECT_EQ(store.FindMedia("/v/a.jpg", 0)->width, 0);
 }
 
-TEST_F(IndexStoreTest, ADatabaseThatWasReplacedIsOpenedAnew) {
+TEST_F(IndexStoreTest, ReopensAReplacedDatabase) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetVersion("/v/a.jpg", 4));
   EXPECT_EQ(store.Version("/v/a.jpg"), 4);
@@ -74,7 +74,7 @@ TEST_F(IndexStoreTest, ADatabaseThatWasReplacedIsOpenedAnew) {
   EXPECT_TRUE(CapturedSyslog().empty());
 }
 
-TEST_F(IndexStoreTest, WithoutADatabaseThereAreDefaultsAndOneLineInTheLog) {
+TEST_F(IndexStoreTest, WithoutADatabaseAnswersDefaultsAndLogsOnce) {
   const std::string path = dir_.path() + "/none/none/index.db";
   DatabaseStore store(path);
   for (int i = 0; i < 3; ++i) {
@@ -89,7 +89,7 @@ TEST_F(IndexStoreTest, WithoutADatabaseThereAreDefaultsAndOneLineInTheLog) {
                                                                 ": No such file or directory"}));
 }
 
-TEST_F(IndexStoreTest, WhatIsNoDatabaseIsLeftAsItIs) {
+TEST_F(IndexStoreTest, LeavesAFileThatIsNotADatabaseAlone) {
   const std::string content(8192, 'x');
   std::ofstream(path_) << content;
   DatabaseStore store(path_);
@@ -101,7 +101,7 @@ TEST_F(IndexStoreTest, WhatIsNoDatabaseIsLeftAsItIs) {
             "cannot open the index: " + path_ + ": file is not a database");
 }
 
-TEST_F(IndexStoreTest, ABusyIndexIsLoggedOnceWhileItLasts) {
+TEST_F(IndexStoreTest, LogsABusyIndexOnceWhileItLasts) {
   DatabaseStore store(path_);
   sqlite3* raw = nullptr;
   ASSERT_EQ(sqlite3_open(path_.c_str(), &raw), SQLITE_OK);

@@ -43,9 +43,9 @@ UniqueFd NewSocket() {
   return UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
-// Keeps a second daemon from taking the socket that this one is just making for one left behind:
-// its file is there before anybody listens on it. The lock lies on the directory, so nothing is
-// left in it. It is waited for only briefly, since anybody may hold it.
+// Between bind and listen our socket looks like one left behind. The lock keeps a second daemon
+// from removing it then. It is on the directory, so that no lock file stays, and the wait for it is
+// short, since anybody may hold it.
 UniqueFd LockDirectoryOf(const std::string& path) {
   const std::string directory = std::filesystem::path(path).parent_path().native();
   UniqueFd fd(
@@ -61,7 +61,7 @@ UniqueFd LockDirectoryOf(const std::string& path) {
   return fd;
 }
 
-// Why what stands at `path` is not ours to remove; empty when it is.
+// Why we must not remove what is at `path`; empty when we may.
 std::string WhyNotStale(const std::string& path, const struct stat& file,
                         const sockaddr_un& address) {
   if (!S_ISSOCK(file.st_mode)) return path + " exists and is no socket";
@@ -136,7 +136,7 @@ ListenSocket::OpenResult ListenSocket::Open(const std::string& path) {
   return result;
 }
 
-// No other daemon replaces the file between the look and the removal: we still listen on it.
+// No other daemon replaces the file between the lstat and the unlink: we still listen on it.
 void ListenSocket::RemoveFile() {
   if (std::exchange(removed_, true)) return;
   struct stat file {};

@@ -26,7 +26,8 @@ class ListenSocket {
   ListenSocket(const ListenSocket&) = delete;
   ListenSocket& operator=(const ListenSocket&) = delete;
 
-  /// Removes the file: nobody can connect any more, but who has connected is still served.
+  /// Removes the file: nobody can connect any more, but clients that are connected are still
+  /// served.
   void RemoveFile();
 
   [[nodiscard]] int fd() const { return socket_.get(); }
@@ -47,8 +48,8 @@ struct ListenSocket::OpenResult {
   std::string problem;  ///< Text for a person; empty on success.
 };
 
-/// Removes a socket that a daemon left behind at `path`, under the conditions above; that there is
-/// nothing is fine too. Returns why not, or an empty text. Silent.
+/// Removes a socket that a daemon left behind at `path`, under the conditions above. Returns why it
+/// could not, or an empty text, also where there is no such file. Silent.
 [[nodiscard]] std::string RemoveStaleSocket(const std::string& path);
 
 /// Whether a client of user `peer` is served by a daemon of user `own`.

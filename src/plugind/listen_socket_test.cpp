@@ -21,7 +21,7 @@ namespace {
 constexpr uid_t kSomebody = 1000;
 constexpr uid_t kOther = 1001;
 
-TEST(IsUserServed, OnlyRootAndTheOwnUserAre) {
+TEST(IsUserServed, ServesOnlyRootAndItsOwnUser) {
   static_assert(IsUserServed(0, 0));
   static_assert(IsUserServed(0, kSomebody));
   static_assert(IsUserServed(kSomebody, kSomebody));
@@ -51,7 +51,7 @@ class ListenSocketTest : public ::testing::Test {
     const UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   }
-  // Opening fails with this reason, and what was there stays.
+  // Expects opening to fail with this reason and to leave the file.
   void ExpectRefused(const std::string& problem) {
     struct stat before {};
     ASSERT_EQ(::lstat(path_.c_str(), &before), 0);
@@ -126,7 +126,7 @@ TEST_F(ListenSocketTest, ASocketOfAnotherKindIsLeftAlone) {
   ExpectRefused("cannot tell whether " + path_ + " is in use: Protocol wrong type for socket");
 }
 
-TEST_F(ListenSocketTest, WhatIsNoSocketIsLeftAlone) {
+TEST_F(ListenSocketTest, LeavesAFileThatIsNotASocketAlone) {
   std::ofstream(path_) << "precious";
   ExpectRefused(path_ + " exists and is no socket");
   std::filesystem::remove(path_);
@@ -145,7 +145,7 @@ TEST_F(ListenSocketTest, SymbolicLinksAreNotFollowed) {
 }
 
 TEST_F(ListenSocketTest, AnotherUsersSocketIsLeftAlone) {
-  // Only root can give a file away; for others root's own files are there to look at.
+  // Only root can change a file's owner; an ordinary user tries one of root's files.
   if (::geteuid() == 0) {
     LeaveSocketBehind();
     ASSERT_EQ(::lchown(path_.c_str(), kOther, kOther), 0);
@@ -155,7 +155,7 @@ TEST_F(ListenSocketTest, AnotherUsersSocketIsLeftAlone) {
   }
 }
 
-TEST_F(ListenSocketTest, AFileThatIsNoLongerOursStays) {
+TEST_F(ListenSocketTest, LeavesAFileThatReplacedItsOwn) {
   ListenSocket::OpenResult opened = ListenSocket::Open(path_);
   ASSERT_TRUE(opened.socket);
   std::filesystem::remove(path_);
@@ -164,7 +164,7 @@ TEST_F(ListenSocketTest, AFileThatIsNoLongerOursStays) {
   EXPECT_TRUE(std::filesystem::exists(path_));
 }
 
-TEST_F(ListenSocketTest, PathsThatCannotBeASocketAreRefused) {
+TEST_F(ListenSocketTest, RefusesPathsThatCannotBeASocket) {
   EXPECT_EQ(ListenSocket::Open("").problem, "the socket's path is empty or too long");
   EXPECT_EQ(ListenSocket::Open("/" + std::string(107, 'x')).problem,
             "the socket's path is empty or too long");
@@ -173,7 +173,7 @@ TEST_F(ListenSocketTest, PathsThatCannotBeASocketAreRefused) {
       "cannot lock the directory of " + dir_.path() + "/none/sock: No such file or directory");
 }
 
-TEST_F(ListenSocketTest, TwoDaemonsDoNotLookAtTheSameMoment) {
+TEST_F(ListenSocketTest, FailsWhileAnotherDaemonLocksTheDirectory) {
   LeaveSocketBehind();
   const UniqueFd other(::open(dir_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);

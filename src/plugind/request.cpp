@@ -21,7 +21,7 @@ class RequestError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// What a client sent, fit for one line of the log.
+// A client's text, made safe for one line of the log.
 std::string Quoted(std::string_view text) {
   std::string quoted = "\"";
   for (const char c : text.substr(0, kMaxQuotedText)) {
@@ -108,7 +108,7 @@ struct Command {
   Json::Value (*answer)(const Json::Value& request, IndexStore& store);
 };
 
-// Finished photos and videos are one list: no file is both.
+// Finished photos and videos share one list: no file is both.
 constexpr std::array<Command, 6> kCommands{{
     {"GET_INDEX_VERSION", GetIndexVersion},
     {"POST_PHOTO_CONVERT", PostConvert},

@@ -50,7 +50,7 @@ struct Answer {
 /// path in it may be any bytes.
 [[nodiscard]] Answer AnswerRequest(std::string_view text, IndexStore& store);
 
-/// The answer to something that is no request at all.
+/// The answer to a line that is not a request.
 [[nodiscard]] Answer Refusal(std::string problem);
 
 }  // namespace keldo::plugind

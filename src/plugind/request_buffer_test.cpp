@@ -8,7 +8,7 @@
 namespace keldo::plugind {
 namespace {
 
-// What a test says of a line that was too long.
+// Stands for a line that was too long.
 const std::string kTooLong("(too long)");
 
 std::string Shown(const RequestLine& line) {
@@ -84,7 +84,7 @@ TEST(RequestBuffer, ALineThatIsTooLongIsReportedOnceAtOnce) {
   EXPECT_FALSE(buffer.Rest());
 }
 
-TEST(RequestBuffer, TheRestOfALineThatIsTooLongIsNoRequest) {
+TEST(RequestBuffer, DropsTheRestOfALineThatIsTooLong) {
   RequestBuffer buffer;
   buffer.Append(std::string(kMaxRequest + 1, 'x'));
   EXPECT_EQ(Shown(*buffer.Rest()), kTooLong);

@@ -40,7 +40,7 @@ class MemoryStore : public IndexStore {
 
 class RequestTest : public ::testing::Test {
  protected:
-  // The reply to a request that is in order.
+  // The reply to a valid request.
   std::string Reply(const std::string& request) {
     const Answer answer = AnswerRequest(request, store_);
     EXPECT_EQ(answer.problem, "") << request;
@@ -70,7 +70,7 @@ TEST_F(RequestTest, FinishedPhotosAndVideosAreNoted) {
   EXPECT_EQ(store_.finished, (std::vector<std::string>{"/v/a.jpg", "/v/b.mp4"}));
 }
 
-TEST_F(RequestTest, WhatCannotBeNotedIsNoSuccess) {
+TEST_F(RequestTest, ReportsFailureWhenItCannotNote) {
   store_.writable = false;
   EXPECT_EQ(Reply(R"({"command":"POST_PHOTO_CONVERT","path":"/v/a.jpg"})"), R"({"success":false})");
 }
@@ -105,14 +105,14 @@ TEST_F(RequestTest, AnUnknownFileHasNoMediaRecord) {
 }
 
 TEST_F(RequestTest, PathsAreBytes) {
-  // Raw bytes that are no UTF-8, escapes and UTF-8, as a client sends them.
+  // Bytes that are not UTF-8, escapes, and UTF-8.
   Reply("{\"command\":\"POST_PHOTO_CONVERT\",\"path\":\"/v/\xFF\\n\\\"%s\\\\ \xC3\xA4\"}");
   Reply(R"({"command":"POST_PHOTO_CONVERT","path":"/v/\u00e4 \ud83d\ude00"})");
   EXPECT_EQ(store_.finished,
             (std::vector<std::string>{"/v/\xFF\n\"%s\\ \xC3\xA4", "/v/\xC3\xA4 \xF0\x9F\x98\x80"}));
 }
 
-TEST_F(RequestTest, PathsInRepliesAreEscapedUnlessTheyAreNoUtf8) {
+TEST_F(RequestTest, EscapesPathsInRepliesUnlessTheyAreNotUtf8) {
   store_.media.emplace();
   const auto reply = [&](const std::string& path, const std::string& sent) {
     store_.media->path = path;
@@ -123,7 +123,7 @@ TEST_F(RequestTest, PathsInRepliesAreEscapedUnlessTheyAreNoUtf8) {
   EXPECT_NE(reply("/v/\n\xFF", "/v/\\n\xFF").find("\"path\":\"/v/\\n\xFF\""), std::string::npos);
 }
 
-TEST_F(RequestTest, WhatIsNoJsonObjectIsRefused) {
+TEST_F(RequestTest, RefusesWhatIsNotAJsonObject) {
   const std::string deep(60000, '[');
   for (const std::string& text :
        {std::string(), std::string("{"), std::string("GET_INDEX_VERSION"), std::string("[]"),
@@ -136,7 +136,7 @@ TEST_F(RequestTest, WhatIsNoJsonObjectIsRefused) {
   }
 }
 
-TEST_F(RequestTest, ACommandIsNeeded) {
+TEST_F(RequestTest, RefusesARequestWithoutACommand) {
   EXPECT_EQ(Refused("{}"), "it has no text \"command\"");
   EXPECT_EQ(Refused(R"({"command":1})"), "it has no text \"command\"");
   EXPECT_EQ(Refused(R"({"command":{"command":"IS_CONVERT_PHOTO"}})"), "it has no text \"command\"");
@@ -147,13 +147,13 @@ TEST_F(RequestTest, ACommandIsNeeded) {
             "the command \"IS_CONVERT_PHOTO?\" is unknown");
 }
 
-TEST_F(RequestTest, WhatAClientSentIsFitForOneLineOfTheLog) {
+TEST_F(RequestTest, QuotesClientTextOnOneLogLine) {
   EXPECT_EQ(Refused("{\"command\":\"a\\nb\xFF\x1b[1m\"}"), "the command \"a?b??[1m\" is unknown");
   EXPECT_EQ(Refused(R"({"command":")" + std::string(5000, 'x') + "\"}"),
             "the command \"" + std::string(40, 'x') + "...\" is unknown");
 }
 
-TEST_F(RequestTest, AnAbsolutePathIsNeeded) {
+TEST_F(RequestTest, RefusesARelativePath) {
   for (const std::string command : {"GET_INDEX_VERSION", "POST_PHOTO_CONVERT", "POST_VIDEO_CONVERT",
                                     "GET_MEDIA_FROM_PLUGIN_DB"}) {
     const std::string start = R"({"type":1,"command":")" + command + "\"";
@@ -171,7 +171,7 @@ TEST_F(RequestTest, AnAbsolutePathIsNeeded) {
   EXPECT_EQ(store_.finished.size(), 1U);
 }
 
-TEST_F(RequestTest, ADatabaseIsNeededForAMediaRecord) {
+TEST_F(RequestTest, RefusesAMediaRequestWithoutADatabase) {
   const std::string start = R"({"command":"GET_MEDIA_FROM_PLUGIN_DB","path":"/v/a.jpg")";
   for (const char* type : {"", R"(,"type":"1")", R"(,"type":null)", R"(,"type":true)",
                            R"(,"type":1.5)", R"(,"type":99999999999)"}) {
@@ -179,7 +179,7 @@ TEST_F(RequestTest, ADatabaseIsNeededForAMediaRecord) {
   }
 }
 
-TEST_F(RequestTest, AnIndexThatThrowsIsNoSuccess) {
+TEST_F(RequestTest, ReportsFailureWhenTheIndexThrows) {
   class ThrowingStore : public MemoryStore {
     int Version(std::string_view /*path*/) override { throw std::runtime_error("broken"); }
   } store;

@@ -16,8 +16,8 @@
 namespace keldo::plugind {
 namespace {
 
-constexpr std::size_t kEventsPerTurn = 64;
-constexpr int kAcceptsPerTurn = 128;
+constexpr std::size_t kEventsPerWait = 64;
+constexpr int kAcceptsPerWait = 128;
 constexpr std::chrono::seconds kAcceptPause{1};
 constexpr std::chrono::hours kForever{1};
 
@@ -48,7 +48,7 @@ void Server::Run(int stop_fd) {
   stop_fd_ = stop_fd;
   Watch(EPOLL_CTL_ADD, stop_fd, EPOLLIN);
   while (!stopping_) {
-    Turn(NextDeadline());
+    ServeUntil(NextDeadline());
     const Clock::time_point now = Clock::now();
     DropIdleClients(now);
     ResumeAccepting(now);
@@ -69,8 +69,8 @@ void Server::WatchClient(int operation, const Connection& client) {
   Watch(operation, client.fd(), read | write);
 }
 
-void Server::Turn(Clock::time_point until) {
-  std::array<epoll_event, kEventsPerTurn> events{};
+void Server::ServeUntil(Clock::time_point until) {
+  std::array<epoll_event, kEventsPerWait> events{};
   const int count = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()),
                                  MillisecondsUntil(until));
   if (count < 0 && errno != EINTR) ThrowErrno("epoll_wait");
@@ -87,7 +87,7 @@ void Server::Turn(Clock::time_point until) {
 }
 
 void Server::Accept() {
-  for (int i = 0; i < kAcceptsPerTurn; ++i) {
+  for (int i = 0; i < kAcceptsPerWait; ++i) {
     UniqueFd client(::accept4(socket_.fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (client.valid()) {
       Admit(std::move(client));
@@ -117,7 +117,7 @@ void Server::Admit(UniqueFd socket) {
   WatchClient(EPOLL_CTL_ADD, client->second);
 }
 
-// Out of descriptors or memory. The waiting client would wake us again and again.
+// Out of descriptors or memory. Without the pause the waiting client would wake us again and again.
 void Server::PauseAccepting() {
   syslog(LOG_ERR, "cannot accept a client: %s", std::generic_category().message(errno).c_str());
   accept_again_ = Clock::now() + kAcceptPause;
@@ -160,7 +160,7 @@ Clock::time_point Server::NextDeadline() const {
 
 void Server::Finish() {
   Watch(EPOLL_CTL_DEL, stop_fd_, 0);
-  // In this order nobody connects whom nobody will serve.
+  // First the file, so that nobody connects who would not be served.
   socket_.RemoveFile();
   Accept();
   Watch(EPOLL_CTL_DEL, socket_.fd(), 0);
@@ -174,7 +174,7 @@ void Server::Finish() {
   }
   const Clock::time_point end = Clock::now() + limits_.stop_time;
   while (!clients_.empty() && Clock::now() < end)
-    Turn(end);
+    ServeUntil(end);
 }
 
 }  // namespace keldo::plugind

@@ -23,18 +23,18 @@ namespace keldo::plugind {
 using Answerer = std::function<Answer(std::string_view request)>;
 
 /// A connected client: reads its requests, has them answered and sends the replies, never waiting.
-/// A client that does not read its replies is not read from either, so what is kept of it has an
-/// upper limit. Refused requests are logged.
+/// Stops reading from a client that does not read its replies, which bounds the memory it takes.
+/// Refused requests are logged.
 class Connection {
  public:
   /// Takes a non-blocking stream socket; `pid` is the client's, for the log.
   Connection(UniqueFd socket, pid_t pid, Clock::time_point now);
 
-  /// Does what can be done without waiting. False when the client is to be dropped: it has gone, or
-  /// it has closed its side and everything is answered.
+  /// Reads, answers and sends without waiting. False when the client is to be dropped: it has gone,
+  /// or it has closed its side and everything is answered.
   [[nodiscard]] bool Serve(const Answerer& answerer, Clock::time_point now);
 
-  /// Takes what the client has sent already, answers the whole requests of it and reads no more.
+  /// Reads what the client has already sent, answers the whole requests in it and reads no more.
   /// False as above.
   [[nodiscard]] bool ServeLast(const Answerer& answerer, Clock::time_point now);
 
@@ -42,7 +42,7 @@ class Connection {
   [[nodiscard]] bool wants_to_read() const;
   [[nodiscard]] bool wants_to_write() const { return !output_.empty(); }
 
-  /// When the last request was complete or the last reply was taken.
+  /// When the last request was complete or the client had read the last reply.
   [[nodiscard]] Clock::time_point last_progress() const { return last_progress_; }
 
   [[nodiscard]] int fd() const { return socket_.get(); }
@@ -65,17 +65,17 @@ class Connection {
   std::string output_;
 };
 
-/// What one client, and all of them, may take.
+/// Limits on each client and on all of them.
 struct ServerLimits {
   std::size_t max_clients = 64;
-  /// A client that neither completes a request nor takes its replies for so long is dropped.
+  /// How long a client may neither complete a request nor read its replies before it is dropped.
   std::chrono::milliseconds idle_time{30000};
-  /// How long clients may take over their last replies when the daemon stops.
+  /// How long the daemon waits at its end for clients to read their last replies.
   std::chrono::milliseconds stop_time{2000};
 };
 
-/// Serves all clients of a socket until it is told to stop. Clients that are turned away or dropped
-/// are logged. Throws std::system_error where the system refuses to go on.
+/// Serves all clients of a socket until it is asked to stop. Logs the clients that it rejects or
+/// drops. Throws std::system_error where a system call fails that must not.
 class Server {
  public:
   /// `socket` must live longer; `answerer` is called for one request at a time.
@@ -88,7 +88,7 @@ class Server {
  private:
   void Watch(int operation, int fd, std::uint32_t events);
   void WatchClient(int operation, const Connection& client);
-  void Turn(Clock::time_point until);
+  void ServeUntil(Clock::time_point until);
   void Accept();
   void Admit(UniqueFd socket);
   void PauseAccepting();
@@ -104,7 +104,7 @@ class Server {
   UniqueFd epoll_;
   int stop_fd_ = -1;
   bool stopping_ = false;
-  bool turning_away_ = false;  // said in the log
+  bool turning_away_ = false;  // logged
   std::optional<Clock::time_point> accept_again_;
   std::unordered_map<int, Connection> clients_;
 };

@@ -13,7 +13,7 @@
 namespace keldo::plugind {
 namespace {
 
-TEST(Server, WhoConnectedBeforeTheStopIsAnswered) {
+TEST(Server, AnswersClientsThatConnectedBeforeTheStop) {
   const testing::TempDir dir;
   const ListenSocket::OpenResult opened = ListenSocket::Open(dir.path() + "/sock");
   ASSERT_TRUE(opened.socket);
@@ -22,7 +22,7 @@ TEST(Server, WhoConnectedBeforeTheStopIsAnswered) {
                   return Answer{.reply = "re: " + std::string(text), .problem = {}};
                 },
                 {.max_clients = 200});
-  // As many as can wait; more than are let in between two looks at other things.
+  // As many as the backlog holds, which is more than one round accepts.
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 129; ++i) {
     clients.push_back(std::make_unique<Client>(dir.path() + "/sock"));

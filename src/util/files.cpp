@@ -33,7 +33,7 @@ bool Fill(UniqueFd fd, std::string_view content) {
 constexpr std::chrono::seconds kLongestWait{10};
 constexpr int kRetryMilliseconds = 20;
 
-// Takes the lock without sleeping in the kernel, so that a termination request is not kept waiting.
+// Does not sleep in the kernel, where a termination request could not interrupt it.
 bool Lock(int fd, Clock::time_point deadline) {
   while (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) return false;

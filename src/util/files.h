@@ -11,11 +11,11 @@
 namespace keldo {
 
 /// Opens a regular file for reading, following symbolic links. Never waits, not even for the writer
-/// of a FIFO that stands where a file is expected. Invalid with errno set when there is no such
-/// file; EISDIR or EINVAL when it is something else.
+/// of a FIFO in the place of the file. Invalid with errno set when there is no such file; EISDIR or
+/// EINVAL when it is not a regular one.
 [[nodiscard]] UniqueFd OpenRegularFile(const char* path);
 
-/// Appends what `fd` holds from its position on to `content`. False with errno set.
+/// Appends everything from the position of `fd` on to `content`. False with errno set.
 [[nodiscard]] bool ReadToEnd(int fd, std::string& content);
 
 /// The bytes of a regular file; nothing with errno set when it cannot be read.
@@ -33,10 +33,10 @@ namespace keldo {
 /// The content is not forced to the disk: after a power failure the old content may be back.
 [[nodiscard]] bool ReplaceFile(const std::string& path, std::string_view content);
 
-/// Opens the file at `path` by `open` and takes an exclusive flock(2) on it, again from the start
-/// where the file was replaced or removed while its lock was waited for: what is written to a file
-/// that no longer stands at its path is lost. Waits up to ten seconds, with termination requests
-/// let in; holders of the lock write and go, so one that keeps it longer hangs. Invalid with errno
+/// Opens the file at `path` by `open` and locks it with an exclusive flock(2). Starts again where
+/// the file was replaced or removed during the wait for its lock: what is written to a file that is
+/// no longer at its path is lost. Waits up to ten seconds and lets termination requests in; a
+/// writer needs the lock only for a moment, so one that keeps it longer hangs. Invalid with errno
 /// set when `open` gives nothing, or EBUSY at the end of the wait.
 [[nodiscard]] UniqueFd OpenLocked(const std::string& path, const std::function<UniqueFd()>& open);
 

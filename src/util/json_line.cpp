@@ -76,7 +76,7 @@ bool ParseJsonObject(std::string_view text, Json::Value& value) {
     value = std::move(parsed);
     return true;
   } catch (const std::exception&) {
-    return false;  // the reader throws where a text nests too deep
+    return false;  // the reader throws on a text that nests too deeply
   }
 }
 

@@ -15,7 +15,7 @@ TEST(JsonLine, IsCompactAndOnOneLine) {
   EXPECT_EQ(JsonLine(Json::Value(Json::objectValue)), "{}");
 }
 
-TEST(JsonLine, EscapesWhatIsNotAscii) {
+TEST(JsonLine, EscapesNonAsciiCharacters) {
   Json::Value value;
   value["path"] = "/v/\xC3\xA4\xF0\x9F\x93\xB7";  // a with dots, a camera
   EXPECT_EQ(JsonLine(value), R"({"path":"/v/\u00e4\ud83d\udcf7"})");
@@ -38,14 +38,14 @@ TEST(JsonLine, IsReadBackByteForByte) {
   }
 }
 
-TEST(ParseJsonObject, TakesOneObjectWithWhiteSpaceAround) {
+TEST(ParseJsonObject, AcceptsOneObjectWithWhiteSpaceAround) {
   Json::Value value;
   EXPECT_TRUE(ParseJsonObject(" {\"success\": true}\r\n", value));
   EXPECT_TRUE(value["success"].asBool());
   EXPECT_TRUE(ParseJsonObject("{}", value));
 }
 
-TEST(ParseJsonObject, LeavesAnEmptyObjectForEverythingElse) {
+TEST(ParseJsonObject, GivesAnEmptyObjectForEverythingElse) {
   const std::string deep(100'000, '[');
   const std::string deep_object = "{\"a\":" + deep + "}";
   for (const std::string& text :
@@ -68,7 +68,7 @@ TEST(IsUtf8, KnowsEveryLength) {
   EXPECT_TRUE(IsUtf8("\xF0\x90\x80\x80 \xF4\x8F\xBF\xBF"));
 }
 
-TEST(IsUtf8, RefusesWhatIsCutOverlongOrNoCharacter) {
+TEST(IsUtf8, RefusesCutOverlongAndInvalidCharacters) {
   for (const char* text :
        {"\x80", "a\xBF", "\xC3", "\xC3(", "\xE2\x82", "\xF0\x9F\x93", "\xC0\xAF", "\xC1\xBF",
         "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF4\x90\x80\x80",

@@ -6,7 +6,7 @@
 namespace keldo {
 namespace {
 
-// Goes down from `key` by one component, which may be one that goes nowhere or up.
+// Appends one component to `key`. "." changes nothing, and ".." goes up.
 void Descend(std::string& key, std::string_view component) {
   if (component.empty() || component == ".") return;
   if (component == "..") {

@@ -15,7 +15,8 @@ inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
   return text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
-/// Takes the first line off `text` and returns it without its newline. The last line needs none.
+/// Takes the first line off `text` and returns it without its newline. The last line need not have
+/// one.
 [[nodiscard]] inline std::string_view TakeLine(std::string_view& text) {
   const std::string_view line = text.substr(0, text.find('\n'));
   text.remove_prefix(line.size() < text.size() ? line.size() + 1 : line.size());

@@ -104,7 +104,7 @@ TEST_F(FakeFilesTest, LinesAreFoundByEqualTextOrBeginningWhenAsked) {
   EXPECT_STREQ(line.data(), "/v/ab");
 }
 
-TEST_F(FakeFilesTest, AQueueTakesALineOnce) {
+TEST_F(FakeFilesTest, QueuesALineOnce) {
   using keldoindexutils::filesystem::WriteIndexQueue;
   EXPECT_TRUE(WriteIndexQueue("/v/a", paths::kThumbQueue));
   EXPECT_TRUE(WriteIndexQueue("/v/b", paths::kThumbQueue));

@@ -62,7 +62,7 @@ TEST_F(FakeServicesTest, StreamsGiveTheScriptedOutput) {
   EXPECT_EQ(fake().popens[1].argv, (Texts{"/usr/bin/compare", "-metric", "MAE"}));
 }
 
-TEST_F(FakeServicesTest, StreamsAreWaitedForAndRead) {
+TEST_F(FakeServicesTest, ReadsStreamsByLines) {
   fake().on_popen = [](const PopenCall&) { return "one\ntwo"; };
   int waits = 0;
   fake().on_wait = [&] { ++waits; };
@@ -95,7 +95,7 @@ TEST_F(FakeServicesTest, IsolatedWorkRunsHereAndCanCrash) {
   EXPECT_FALSE(process::RunIsolated(work).finished);
 }
 
-TEST_F(FakeServicesTest, TerminationIsLetInWhereTheProgramSaysSo) {
+TEST_F(FakeServicesTest, LetsTerminationInWhereTheProgramDoes) {
   int let_in = 0;
   fake().on_let_termination_in = [&] { ++let_in; };
   HoldTermination();
@@ -196,7 +196,7 @@ TEST_F(FakeServicesTest, TheApplicationLogIsInTheLogAndTheCalls) {
   EXPECT_EQ(fake().calls, (Texts{"AppLogError(3)"}));
 }
 
-TEST_F(FakeServicesTest, NamesAreToldAsOnTheRealPlatform) {
+TEST_F(FakeServicesTest, RecognisesNamesLikeTheRealPlatform) {
   EXPECT_TRUE(keldoindexutils::DoesPhotoOnWebConvertFile("/v/a.JPG"));
   EXPECT_EQ(keldoindexutils::GetFileExtension("/v/IMG.Heic"), "Heic");
 }

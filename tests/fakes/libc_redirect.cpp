@@ -20,8 +20,8 @@ using keldo::testing::FakePlatform;
 
 namespace {
 
-// True when the call shall fail. Other calls than those on fixed paths are the tests' own as often
-// as the program's, so they are not recorded.
+// True when the call must fail. Only calls on fixed paths are recorded: others are as often the
+// test's own as the program's.
 template <typename... Args>
 bool Enter(const char* call, const char* path, const Args&... args) {
   return FakePlatform::IsFixedPath(path) ? fake().Enter(call, path, args...)
@@ -68,7 +68,7 @@ int __wrap_glob(const char* pattern, int flags, int (*on_error)(const char*, int
   if (Enter("glob", pattern, flags)) return GLOB_ABORTED;
   const int status = __real_glob(fake().Real(pattern).c_str(), flags, on_error, result);
   if (status != 0 || !FakePlatform::IsFixedPath(pattern)) return status;
-  // The paths found are given back as the program knows them.
+  // Returns the paths as the program knows them.
   const std::size_t added = fake().sandbox().size();
   for (std::size_t i = 0; i < result->gl_pathc; ++i) {
     char* path = result->gl_pathv[i];

@@ -31,12 +31,12 @@ TEST_F(SyslogCaptureTest, KeepsPriorityAndTextInOrder) {
             (Lines{{LOG_ERR, "index:12 [Error] opendir: /v/a"}, {LOG_DEBUG, "second\n"}}));
 }
 
-TEST_F(SyslogCaptureTest, TakesArgumentLists) {
+TEST_F(SyslogCaptureTest, AcceptsArgumentLists) {
   LogThroughList(LOG_ERR, "%d and %s", 7, "text");
   EXPECT_EQ(CapturedSyslog(), (Lines{{LOG_ERR, "7 and text"}}));
 }
 
-// syslog's own conversion, which a strict compiler does not know as part of the language.
+// %m is syslog's own conversion, which strict warnings do not know.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
 void LogWithReason() {

@@ -31,7 +31,7 @@ constexpr int kBacklogRetryMilliseconds = 20;
 
 enum class Outcome { kDone, kFailed, kTimedOut };
 
-// Which daemon's socket it is. A daemon that starts anew makes its socket anew.
+// Which daemon's socket it is. A daemon that restarts makes a new socket.
 struct SocketIdentity {
   dev_t device;
   ino_t inode;
@@ -45,8 +45,8 @@ struct SocketIdentity {
   }
 };
 
-// The daemon that let a request time out. It is not asked again: a run asks once or twice for every
-// photo, and each time would wait just as long.
+// The daemon whose reply timed out. It is not asked again: a run asks once or twice for every
+// photo, and would wait as long each time.
 std::optional<SocketIdentity>& Wedged() {
   static std::optional<SocketIdentity> wedged;
   return wedged;
@@ -63,8 +63,7 @@ Outcome AwaitReady(int fd, short events, Clock::time_point deadline) {
   return Outcome::kTimedOut;
 }
 
-// A daemon that is behind with accepting refuses for the moment; nothing tells when it no longer
-// does.
+// A daemon with a full backlog refuses for the moment, and no event says when it accepts again.
 Outcome Connect(int fd, const sockaddr_un& address, Clock::time_point deadline) {
   while (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     if (errno != EAGAIN && errno != EINTR) return Outcome::kFailed;
@@ -74,7 +73,7 @@ Outcome Connect(int fd, const sockaddr_un& address, Clock::time_point deadline) 
   return Outcome::kDone;
 }
 
-// The socket lies in a directory where everybody may make one.
+// The socket is in a directory where everybody may make one.
 bool IsServedByUs(int fd) {
   ucred peer{};
   socklen_t size = sizeof peer;

@@ -35,7 +35,7 @@ std::string ReadLine(int fd) {
   return line;
 }
 
-// The other end may have seen enough before all of it is sent.
+// The other end may close before all of it is sent.
 void Reply(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t sent = ::send(fd, text.data(), text.size(), MSG_NOSIGNAL);
@@ -44,7 +44,7 @@ void Reply(int fd, std::string_view text) {
   }
 }
 
-// A socket that listens, and what is done with each connection in turn.
+// A socket that listens, and runs an action for each connection in turn.
 class Daemon {
  public:
   using Script = std::function<void(int connection)>;
@@ -58,7 +58,7 @@ class Daemon {
     EXPECT_EQ(::listen(listener_.get(), backlog), 0);
   }
   ~Daemon() {
-    ::shutdown(listener_.get(), SHUT_RDWR);  // a call that never came is not waited for
+    ::shutdown(listener_.get(), SHUT_RDWR);  // does not wait for a call that never came
     Join();
   }
   Daemon(const Daemon&) = delete;
@@ -102,7 +102,7 @@ class AutoSendRecvPacketTest : public ::testing::Test {
   int Send(Json::Value& value, int timeout_seconds = 20) const {
     return AutoSendRecvPacket(socket_.c_str(), -1, value, timeout_seconds);
   }
-  // What a failed exchange leaves.
+  // Expects what a failed exchange leaves.
   void ExpectFailure(int timeout_seconds = 20) const {
     Json::Value value = Request();
     EXPECT_LT(Send(value, timeout_seconds), 0);
@@ -147,7 +147,7 @@ TEST_F(AutoSendRecvPacketTest, AReplyMayComeInPiecesAndEndWithTheStream) {
   EXPECT_TRUE(value["success"].asBool());
 }
 
-TEST_F(AutoSendRecvPacketTest, TheDaemonNeedNotCloseItsEnd) {
+TEST_F(AutoSendRecvPacketTest, TheReplyEndsAtItsNewline) {
   Daemon daemon(socket_);
   daemon.Serve({[](int connection) {
     ReadLine(connection);
@@ -158,7 +158,7 @@ TEST_F(AutoSendRecvPacketTest, TheDaemonNeedNotCloseItsEnd) {
   EXPECT_EQ(Send(value), 0);
 }
 
-TEST_F(AutoSendRecvPacketTest, WhatIsNoSingleObjectIsAFailure) {
+TEST_F(AutoSendRecvPacketTest, AnythingButOneObjectIsAFailure) {
   const std::vector<std::string> replies = {"",
                                             "\n",
                                             "garbage\n",
@@ -260,9 +260,9 @@ TEST_F(AutoSendRecvPacketTest, ADaemonThatFailedIsAskedAgain) {
   EXPECT_EQ(Send(value), 0);
 }
 
-TEST_F(AutoSendRecvPacketTest, AFullBacklogIsWaitedFor) {
+TEST_F(AutoSendRecvPacketTest, WaitsWhileTheBacklogIsFull) {
   Daemon daemon(socket_, 0);
-  // One more fits than the backlog says; the next is refused for the moment.
+  // The kernel queues one more than the backlog says, and refuses the next for the moment.
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   socket_.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -284,8 +284,8 @@ TEST_F(AutoSendRecvPacketTest, AFullBacklogIsWaitedFor) {
   EXPECT_EQ(Send(value), 0);
 }
 
-// Only root can listen as somebody else; an ordinary user's daemon is of his own by nature.
-TEST_F(AutoSendRecvPacketTest, ASocketOfAnotherUserIsNoDaemon) {
+// Only root can listen as somebody else.
+TEST_F(AutoSendRecvPacketTest, RefusesASocketOfAnotherUser) {
   if (geteuid() != 0) {
     Daemon own(socket_);
     own.Answer("{}\n");
@@ -300,7 +300,7 @@ TEST_F(AutoSendRecvPacketTest, ASocketOfAnotherUserIsNoDaemon) {
   daemon.Serve({[&daemon](int connection) { daemon.request = ReadLine(connection); }});
   ExpectFailure();
   daemon.Join();
-  EXPECT_EQ(daemon.request, "");  // it was not even told the question
+  EXPECT_EQ(daemon.request, "");  // it never saw the request
 }
 
 TEST_F(AutoSendRecvPacketTest, ADaemonOfRootIsTrustedByAll) {

@@ -51,7 +51,7 @@ TEST_F(ConfParserTest, ReadsSectionsAndValues) {
   EXPECT_EQ(Get("thumb_s", "unsharp"), "0.5x0.5+1.25+0.0");
 }
 
-TEST_F(ConfParserTest, WhatIsAbsentHasTheFallback) {
+TEST_F(ConfParserTest, AbsentKeysHaveTheFallback) {
   ASSERT_NE(Load("[thumb]\nempty=\n"), 0);
   EXPECT_EQ(Get("thumb", "size"), "(none)");
   EXPECT_EQ(Get("none", "size"), "(none)");
@@ -61,25 +61,25 @@ TEST_F(ConfParserTest, WhatIsAbsentHasTheFallback) {
   EXPECT_EQ(parser_.getInt("thumb", "empty", 120), 120);
 }
 
-TEST_F(ConfParserTest, SectionsComeInFileOrderEachOnceKeysOrNot) {
+TEST_F(ConfParserTest, ListsEverySectionOnceInFileOrder) {
   ASSERT_NE(Load("[z]\n[a]\nk=1\n[empty]\n[a]\nl=2\n[]\n"), 0);
   EXPECT_THAT(parser_.enumSections(), ElementsAre("z", "a", "empty", ""));
   EXPECT_EQ(Get("a", "k"), "1");
   EXPECT_EQ(Get("a", "l"), "2");
 }
 
-TEST_F(ConfParserTest, KeysBeforeAnySectionMakeNone) {
+TEST_F(ConfParserTest, KeysBeforeTheFirstHeaderMakeNoSection) {
   ASSERT_NE(Load("k=1\n[a]\n"), 0);
   EXPECT_THAT(parser_.enumSections(), ElementsAre("a"));
   EXPECT_EQ(Get("", "k"), "1");
 }
 
-TEST_F(ConfParserTest, TheLastValueOfAKeyCounts) {
+TEST_F(ConfParserTest, TheLastValueOfAKeyWins) {
   ASSERT_NE(Load("[a]\nk=1\nk=2\n[b]\n[a]\nk=3\n"), 0);
   EXPECT_EQ(Get("a", "k"), "3");
 }
 
-TEST_F(ConfParserTest, AnIndentedLineIsALineOfItsOwn) {
+TEST_F(ConfParserTest, IndentedLinesAreNotContinuations) {
   ASSERT_NE(Load("  [thumb]\n  size = 1\n  quality = 2\n\tphase = 3\n"), 0);
   EXPECT_EQ(Get("thumb", "size"), "1");
   EXPECT_EQ(Get("thumb", "quality"), "2");
@@ -97,7 +97,7 @@ TEST_F(ConfParserTest, CommentsEndLines) {
   EXPECT_EQ(Get("a", "p"), "[x]");
 }
 
-TEST_F(ConfParserTest, FilesOfOtherSystemsAreRead) {
+TEST_F(ConfParserTest, ReadsByteOrderMarksAndCarriageReturns) {
   ASSERT_NE(Load("\xEF\xBB\xBF[a]\r\nk=1\r\n[b]\r\nl=2"), 0);
   EXPECT_THAT(parser_.enumSections(), ElementsAre("a", "b"));
   EXPECT_EQ(Get("a", "k"), "1");
@@ -134,7 +134,7 @@ TEST_F(ConfParserTest, AValueIsNeverCut) {
   EXPECT_EQ(Load("[" + std::string(1000, 'x') + "]\n"), 0);
 }
 
-TEST_F(ConfParserTest, ALineThatIsNeitherFails) {
+TEST_F(ConfParserTest, ALineOfAnotherFormFails) {
   constexpr auto kContents = std::to_array<std::string_view>({"[a]\nno equals sign\n",
                                                               "[a\nk=1\n",
                                                               "k: 1\n",
@@ -148,7 +148,7 @@ TEST_F(ConfParserTest, ALineThatIsNeitherFails) {
   }
 }
 
-TEST_F(ConfParserTest, WhatCannotBeReadFails) {
+TEST_F(ConfParserTest, AnUnreadableFileFails) {
   EXPECT_EQ(ConfParser().loadFromFile((dir_.path() + "/none").c_str()), 0);
   EXPECT_EQ(ConfParser().loadFromFile(dir_.path().c_str()), 0);
   const std::string fifo = dir_.path() + "/fifo";
@@ -156,7 +156,7 @@ TEST_F(ConfParserTest, WhatCannotBeReadFails) {
   EXPECT_EQ(ConfParser().loadFromFile(fifo.c_str()), 0);
 }
 
-TEST_F(ConfParserTest, AnEmptyFileIsFine) {
+TEST_F(ConfParserTest, AnEmptyFileSucceeds) {
   ASSERT_NE(Load(""), 0);
   EXPECT_THAT(parser_.enumSections(), IsEmpty());
 }

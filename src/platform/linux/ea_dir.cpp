@@ -39,13 +39,13 @@ LastError& Last() {
 
 constexpr std::string_view kMetadataDirectory = "@eaDir";
 
-// Besides our own: what is thrown away, and what other systems and desktops keep on a volume for
-// themselves. Nobody looks for his photos there.
+// Besides our own: trash folders, and what other systems and desktops keep on a volume for
+// themselves. Nobody keeps photos there.
 constexpr auto kHiddenDirectories = std::to_array<std::string_view>(
     {kMetadataDirectory, "@tmp", "@trash", "lost+found", ".Trash", ".Trashes", ".thumbnails",
      "$RECYCLE.BIN", "$Recycle.Bin", "System Volume Information"});
 
-// ".Trash-1000": the trash of one user, by his number, on a volume outside his home.
+// ".Trash-1000": the trash of the user with this id, on a volume outside their home.
 bool IsTrashOfAUser(std::string_view name) {
   constexpr std::string_view kPrefix = ".Trash-";
   if (!name.starts_with(kPrefix) || name.size() == kPrefix.size()) return false;
@@ -61,7 +61,7 @@ bool IsGone(const std::string& path) {
   return ::unlink(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
-// What the caller gave for the result.
+// Where the caller wants the result.
 struct Buffer {
   char* text;
   std::size_t size;

@@ -39,7 +39,7 @@ TEST(EADirPath, FitsToTheLastByte) {
   EXPECT_EQ(KLIBCErrGet(), 0x0100);
 }
 
-TEST(EADirPath, TellsWhyItFailed) {
+TEST(EADirPath, KeepsTheReasonOfAFailure) {
   std::array<char, 32> buffer{};
   EXPECT_NE(KELDOEADirPath("", buffer.data(), buffer.size()), 0);
   EXPECT_EQ(KLIBCErrGet(), 0x0200);
@@ -100,7 +100,7 @@ TEST_F(EAFiles, BothSpellingsAreRemovedAndNothingElse) {
   EXPECT_TRUE(Has("other"));
 }
 
-TEST_F(EAFiles, RemovingWhatIsMissingIsNoFailure) {
+TEST_F(EAFiles, RemovingAMissingFileSucceeds) {
   EXPECT_TRUE(RemoveEAFile(dir_.path(), kUnderscore, kColon));
   Make(kColon);
   EXPECT_TRUE(RemoveEAFile(dir_.path(), kUnderscore, kColon));
@@ -108,7 +108,7 @@ TEST_F(EAFiles, RemovingWhatIsMissingIsNoFailure) {
   EXPECT_TRUE(RemoveEAFile(dir_.path() + "/none", kUnderscore, kColon));
 }
 
-TEST_F(EAFiles, WhatCannotBeRemovedIsAFailureAndTheOtherStillGoes) {
+TEST_F(EAFiles, RemovesTheSecondFileWhenTheFirstFails) {
   std::filesystem::create_directory(dir_.path() + "/" + kUnderscore);
   Make(kColon);
   EXPECT_FALSE(RemoveEAFile(dir_.path(), kUnderscore, kColon));
@@ -116,7 +116,7 @@ TEST_F(EAFiles, WhatCannotBeRemovedIsAFailureAndTheOtherStillGoes) {
   EXPECT_FALSE(Has(kColon));
 }
 
-TEST_F(EAFiles, OneOfManyNamesIsEnough) {
+TEST_F(EAFiles, OneExistingNameIsEnough) {
   EXPECT_FALSE(IsEAFileExist(dir_.path(), {"a", "b"}));
   EXPECT_FALSE(IsEAFileExist(dir_.path(), {}));
   Make("b");

@@ -66,7 +66,7 @@ TEST_F(FileTest, StatOfAMissingFileFailsWithErrnoAndLeavesTheRecord) {
   EXPECT_EQ(record.st.st_size, 99);
 }
 
-TEST_F(FileTest, StatKnowsNoOtherFlags) {
+TEST_F(FileTest, StatRefusesOtherFlags) {
   KLIBCFileRecord record{};
   errno = 0;
   EXPECT_EQ(KLIBCFileStat(Make("a", "1").c_str(), 8, &record), -1);
@@ -133,7 +133,7 @@ TEST_F(FileTest, OnlyDirectoriesAreDirectories) {
   EXPECT_FALSE(file::DoesDirExist(Path("none")));
 }
 
-TEST_F(FileTest, OneByteIsASize) {
+TEST_F(FileTest, AFileOfOneByteHasSize) {
   EXPECT_TRUE(file::DoesFileExistAndHasSize(Make("one", "1")));
   EXPECT_FALSE(file::DoesFileExistAndHasSize(Make("empty", "")));
   EXPECT_FALSE(file::DoesFileExistAndHasSize(Path("none")));

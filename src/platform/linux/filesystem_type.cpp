@@ -155,8 +155,8 @@ using keldo::platform::FsTypeOfFuseMount;
 using keldo::platform::FsTypeOfMagic;
 using keldo::platform::kFuseMagic;
 
-// A mount that cannot be found is taken for local, as every unknown file system is: refusing it
-// would leave its photos without thumbnails for good.
+// A mount that is not in the table counts as local, like every unknown file system: refusing it
+// would leave its photos without thumbnails.
 FsType FsTypeOfDevice(dev_t device) {
   const auto mountinfo = ReadRegularFile("/proc/self/mountinfo");
   const auto mount = mountinfo ? FindMount(*mountinfo, device) : std::nullopt;
@@ -168,7 +168,7 @@ FsType FsTypeOfDevice(dev_t device) {
 int KELDOGetFSType(const char* path, int /*flags*/) {
   struct statfs volume {};
   if (::statfs(path, &volume) != 0) return -1;
-  // 32 bits are what all machines give, negative where the field is a signed one of that size.
+  // All machines give 32 bits; where the field is signed and no wider, they may read as negative.
   const auto magic = static_cast<std::uint32_t>(volume.f_type);
   if (magic != kFuseMagic) return static_cast<int>(FsTypeOfMagic(magic));
   struct stat status {};

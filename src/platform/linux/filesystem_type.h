@@ -1,4 +1,4 @@
-// Telling kinds of file systems apart.
+// The kinds of file systems, as pure decisions on what the kernel reports.
 #pragma once
 
 #include <sys/types.h>
@@ -16,7 +16,7 @@ enum class FsType : int {
   kRemote = 2,  ///< A network share: the machine that has the disk indexes it.
   kImage = 3,   ///< A mounted disk image, read-only by nature.
   /// Looks local, but encrypts names and makes them longer, so that a metadata directory with a
-  /// photo's name may be too long for it. The number is known outside.
+  /// photo's name may be too long for it. Callers know the number.
   kEncryptingOverlay = 12,
 };
 

@@ -27,7 +27,7 @@ class GlobFilesTest : public ::testing::Test {
   std::string photo_;  // a directory whose own name looks like a pattern
 };
 
-TEST_F(GlobFilesTest, ThePatternIsOneAndTheDirectoryIsNone) {
+TEST_F(GlobFilesTest, OnlyTheNameIsAPattern) {
   Make("KELDOPHOTO_THUMB_S.fail");
   Make("KELDOPHOTO_THUMB_M.fail");
   Make("KELDOPHOTO_THUMB_M.jpg");
@@ -46,7 +46,7 @@ TEST_F(GlobFilesTest, PathsComeInByteOrder) {
                           photo_ + "/\x7F", photo_ + "/\xFF"));
 }
 
-TEST_F(GlobFilesTest, ALeadingDotIsMatchedByADotOnly) {
+TEST_F(GlobFilesTest, OnlyADotMatchesALeadingDot) {
   Make(".hidden.fail");
   Make("shown.fail");
   EXPECT_THAT(GlobFiles(photo_, "*.fail"), ElementsAre(photo_ + "/shown.fail"));
@@ -54,12 +54,12 @@ TEST_F(GlobFilesTest, ALeadingDotIsMatchedByADotOnly) {
   EXPECT_THAT(GlobFiles(photo_, ".*"), ElementsAre(photo_ + "/.hidden.fail"));
 }
 
-TEST_F(GlobFilesTest, AnyByteOfANameIsMatched) {
+TEST_F(GlobFilesTest, NamesAreBytes) {
   Make("-a\n%\"' \xE9.fail");
   EXPECT_THAT(GlobFiles(photo_, "*.fail"), ElementsAre(photo_ + "/-a\n%\"' \xE9.fail"));
 }
 
-TEST_F(GlobFilesTest, WhatCannotBeReadHasNoEntries) {
+TEST_F(GlobFilesTest, AnUnreadableDirectoryHasNoEntries) {
   EXPECT_THAT(GlobFiles(photo_ + "/none", "*"), IsEmpty());
   Make("file");
   EXPECT_THAT(GlobFiles(photo_ + "/file", "*"), IsEmpty());

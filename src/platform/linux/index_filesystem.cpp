@@ -23,14 +23,14 @@ using keldo::ReadToEnd;
 using keldo::UniqueFd;
 using keldo::WriteAll;
 
-// Opens the queue, making it when it is missing. Invalid when it is no regular file.
+// Opens the queue, or makes it when it is missing. Invalid when it is not a regular file.
 UniqueFd OpenQueue(const std::string& path) {
   constexpr int kFlags = O_RDWR | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   UniqueFd fd(::open(path.c_str(), kFlags));
   if (!fd.valid() && errno == ENOENT) {
     fd.reset(::open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0644));
     if (fd.valid() && ::fchmod(fd.get(), 0644) != 0) return UniqueFd();
-    // Another process was quicker, and its file is as good.
+    // Another process made it first; its file serves as well.
     if (!fd.valid() && errno == EEXIST) fd.reset(::open(path.c_str(), kFlags));
   }
   struct stat status {};
@@ -38,8 +38,8 @@ UniqueFd OpenQueue(const std::string& path) {
   return fd;
 }
 
-// Adds the line in one write. On failure the part that a full disk took is taken back, unless
-// somebody without regard for the lock has written behind it.
+// Adds the line in one write. On failure removes the part that a full disk still took, unless
+// somebody who ignores the lock has written behind it.
 bool AppendLine(int fd, const std::string& content, const std::string& text) {
   const bool last_line_was_cut = !content.empty() && !content.ends_with('\n');
   std::string line(last_line_was_cut ? 1 : 0, '\n');
@@ -54,10 +54,10 @@ bool AppendLine(int fd, const std::string& content, const std::string& text) {
 }  // namespace
 
 bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
-  // Read back, either would be another entry than the one that was meant.
+  // A reader would take either for other entries than the one meant.
   if (text.empty() || text.find('\n') != std::string::npos) return false;
-  // Where the queue is taken away for its work to be done while we wait, a line written to the old
-  // file might never be read.
+  // While we wait for the lock, the queue may be renamed so that its work can be done. A line
+  // written to the old file might then never be read.
   const UniqueFd fd = OpenLocked(queue_path, [&] { return OpenQueue(queue_path); });
   std::string content;
   if (!fd.valid() || !ReadToEnd(fd.get(), content)) return false;

@@ -18,8 +18,8 @@ namespace {
 
 namespace ipc = keldoindexutils::ipc;
 
-// Acts as a user who may read the database and nothing more. Root becomes somebody else; anybody
-// else takes his own right to write away, since he cannot become another.
+// Acts as a user who may only read the database. Root becomes somebody else; other users, who
+// cannot, drop their own right to write.
 class OrdinaryReader {
  public:
   explicit OrdinaryReader(const std::string& directory) : directory_(directory) {
@@ -141,14 +141,14 @@ TEST_F(IndexIpcTest, AMaskOfTheRootHoldsForAll) {
   EXPECT_EQ(FileMask("/a.jpg"), 5);
 }
 
-TEST_F(IndexIpcTest, AFileHasTheMaskOfItsDirectory) {
+TEST_F(IndexIpcTest, AFileHasItsDirectorysMask) {
   SetMask("/v/photo", 3);
   SetMask("/v/photo/a.jpg", 1);  // a directory of this name
   EXPECT_EQ(FileMask("/v/photo/a.jpg"), 3);
   EXPECT_EQ(FileMask("/v/photo/a.jpg/b.jpg"), 1);
 }
 
-TEST_F(IndexIpcTest, TheTypesAreApart) {
+TEST_F(IndexIpcTest, PhotosAndVideosHaveTheirOwnMasks) {
   SetMask("/v", 1, THUMB_TYPE_PHOTO);
   SetMask("/v", 2, THUMB_TYPE_VIDEO);
   EXPECT_EQ(DirMask("/v"), 1);
@@ -170,7 +170,7 @@ TEST_F(IndexIpcTest, PathsAreBytesInAnySpelling) {
   std::filesystem::current_path(before);
 }
 
-TEST_F(IndexIpcTest, ChangesByOthersAreSeenAtOnce) {
+TEST_F(IndexIpcTest, SeesOtherProcessesChangesAtOnce) {
   SetMask("/v", 1);
   EXPECT_EQ(DirMask("/v"), 1);
   SetMask("/v", 2);
@@ -179,7 +179,7 @@ TEST_F(IndexIpcTest, ChangesByOthersAreSeenAtOnce) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(IndexIpcTest, WhatTheIndexCannotTellLeavesTheMask) {
+TEST_F(IndexIpcTest, AnInvalidQuestionLeavesTheMask) {
   int mask = -7;
   EXPECT_LT(ipc::KELDOIDX_GetDirThumbSizeMap(nullptr, THUMB_TYPE_PHOTO, &mask), 0);
   EXPECT_LT(ipc::KELDOIDX_GetThumbSizeMap(nullptr, THUMB_TYPE_PHOTO, &mask), 0);
@@ -188,7 +188,7 @@ TEST_F(IndexIpcTest, WhatTheIndexCannotTellLeavesTheMask) {
   EXPECT_EQ(mask, -7);
 }
 
-TEST_F(IndexIpcTest, ResolutionsAreKeptTheLastOfEachPhoto) {
+TEST_F(IndexIpcTest, KeepsTheLastResolutionOfEachPhoto) {
   Create();
   EXPECT_EQ(ipc::KELDOIDX_IndexConvertAdd(Media("/v//a.jpg", 1, 2), Media("/v/t", 3, 4), {}), 0);
   EXPECT_EQ(ipc::KELDOIDX_IndexConvertAdd(Media("/v/a.jpg", 4000, 3000),
@@ -221,7 +221,7 @@ TEST_F(IndexIpcTest, AnOrdinaryUserReadsWhileAnotherWrites) {
   UseIndexAt(database_ + ".none");
 }
 
-TEST_F(IndexIpcTest, WhoMayNotReadHasTheDefaults) {
+TEST_F(IndexIpcTest, AUserWhoCannotReadItGetsTheDefaults) {
   SetMask("/v", 3);
   // Without the files beside it an unwritable database cannot be read.
   std::filesystem::remove(database_ + "-wal");
@@ -240,7 +240,7 @@ TEST_F(IndexIpcTest, ADamagedDatabaseMeansTheDefaults) {
     EXPECT_EQ(DirMask("/v"), 63);
     EXPECT_EQ(DirMask("/v"), 63);
     EXPECT_EQ(ipc::KELDOIDX_IndexConvertAdd(Media("/v/a", 1, 2), Media("/v/t", 3, 4), {}), 0);
-    // And nothing is made of it.
+    // The file stays as it was.
     EXPECT_EQ(std::filesystem::file_size(database_), content.size());
   }
 }
@@ -261,7 +261,7 @@ TEST_F(IndexIpcTest, ADatabaseThatIsDamagedInTheMiddleMeansTheDefaults) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(IndexIpcTest, ADirectoryInTheDatabasesPlaceMeansTheDefaults) {
+TEST_F(IndexIpcTest, ADirectoryInPlaceOfTheDatabaseMeansTheDefaults) {
   std::filesystem::create_directories(database_);
   EXPECT_EQ(DirMask("/v"), 63);
 }
@@ -272,7 +272,7 @@ TEST_F(IndexIpcTest, ADatabaseOfALaterVersionMeansTheDefaults) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(IndexIpcTest, OnlyVideosAreToBeConverted) {
+TEST_F(IndexIpcTest, OnlyVideosNeedConversion) {
   EXPECT_EQ(ipc::KELDOIDX_IsVideoNeedConvert("/v/a.MP4"), 1);
   EXPECT_EQ(ipc::KELDOIDX_IsVideoNeedConvert("/v/a.jpg"), 0);
 }

@@ -65,41 +65,41 @@ TEST_F(IndexQueue, AnExistingFileKeepsItsMode) {
   EXPECT_EQ(Content(), "/a\n/b\n");
 }
 
-TEST_F(IndexQueue, ALineThatIsThereIsNotWrittenTwice) {
+TEST_F(IndexQueue, DoesNotQueueALineTwice) {
   std::ofstream(queue_) << "/v/a\n/v/b";
   EXPECT_TRUE(WriteIndexQueue("/v/a", queue_));
   EXPECT_TRUE(WriteIndexQueue("/v/b", queue_));
   EXPECT_EQ(Content(), "/v/a\n/v/b");
 }
 
-TEST_F(IndexQueue, OnlyAWholeLineCountsAsThere) {
+TEST_F(IndexQueue, OnlyAWholeLineIsADuplicate) {
   std::ofstream(queue_) << "/v/photo/a\n";
   EXPECT_TRUE(WriteIndexQueue("/v/photo", queue_));
   EXPECT_TRUE(WriteIndexQueue("photo/a", queue_));
   EXPECT_EQ(Content(), "/v/photo/a\n/v/photo\nphoto/a\n");
 }
 
-TEST_F(IndexQueue, ALastLineWithoutNewlineIsHealed) {
+TEST_F(IndexQueue, CompletesALastLineWithoutNewline) {
   std::ofstream(queue_) << "/v/cut";
   EXPECT_TRUE(WriteIndexQueue("/v/b", queue_));
   EXPECT_EQ(Content(), "/v/cut\n/v/b\n");
 }
 
-TEST_F(IndexQueue, RefusesWhatWouldBeReadBackAsAnotherEntry) {
+TEST_F(IndexQueue, RefusesEmptyTextAndNewlines) {
   EXPECT_FALSE(WriteIndexQueue("/v/a\n/etc", queue_));
   EXPECT_FALSE(WriteIndexQueue("/v/a\n", queue_));
   EXPECT_FALSE(WriteIndexQueue("", queue_));
   EXPECT_FALSE(std::filesystem::exists(queue_));
 }
 
-TEST_F(IndexQueue, FailsWhereNoFileCanBeWritten) {
+TEST_F(IndexQueue, FailsWhereItCannotWrite) {
   EXPECT_FALSE(WriteIndexQueue("/v", dir_.path() + "/none/queue"));
   EXPECT_FALSE(WriteIndexQueue("/v", dir_.path()));
   ASSERT_EQ(mkfifo(queue_.c_str(), 0600), 0);
   EXPECT_FALSE(WriteIndexQueue("/v", queue_));
 }
 
-TEST_F(IndexQueue, WritersAtTheSameTimeLoseNothing) {
+TEST_F(IndexQueue, ConcurrentWritersLoseNothing) {
   constexpr int kWriters = 4;
   constexpr int kLines = 25;
   std::vector<std::thread> writers;
@@ -107,7 +107,7 @@ TEST_F(IndexQueue, WritersAtTheSameTimeLoseNothing) {
   for (int writer = 0; writer < kWriters; ++writer) {
     writers.emplace_back([this, writer] {
       for (int line = 0; line < kLines; ++line) {
-        // Every second line is one that all of them write.
+        // All of them write every second line.
         const std::string own = line % 2 == 0 ? "all" : std::to_string(writer);
         EXPECT_TRUE(WriteIndexQueue(own + "/" + std::to_string(line), queue_));
       }
@@ -121,7 +121,7 @@ TEST_F(IndexQueue, WritersAtTheSameTimeLoseNothing) {
 
 // The queue is taken for work by renaming it, while a writer waits for the lock: the line must go
 // to the new queue, not into the one whose entries have been read already.
-TEST_F(IndexQueue, ALineGoesToTheFileThatIsTheQueueWhenTheLockIsHad) {
+TEST_F(IndexQueue, WritesToTheNewQueueWhenTheOldWasRenamed) {
   std::ofstream(queue_) << "/old\n";
   UniqueFd holder(open(queue_.c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
@@ -147,7 +147,7 @@ TEST_F(IndexQueue, ALineGoesToTheFileThatIsTheQueueWhenTheLockIsHad) {
   EXPECT_EQ(Content(), "/new\n");
 }
 
-TEST_F(IndexQueue, AWriteThatFailsHalfWayIsTakenBack) {
+TEST_F(IndexQueue, RemovesTheRestOfAFailedWrite) {
   std::ofstream(queue_) << "/old\n";
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);

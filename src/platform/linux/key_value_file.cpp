@@ -16,7 +16,7 @@ using keldo::ReadRegularFile;
 using keldo::ReplaceFile;
 using keldo::TakeLine;
 
-// Copies as much as fits. Returns the whole length, so that the caller can tell a cut text.
+// Copies as much as fits. Returns the whole length, so that the caller can recognise a cut text.
 int CopyOut(std::string_view text, char* out, std::size_t size) {
   if (out != nullptr && size > 0) {
     out[text.copy(out, size - 1)] = '\0';
@@ -39,7 +39,7 @@ std::optional<std::string_view> ValueIn(std::string_view line, std::string_view 
   return IsQuoted(value) ? value.substr(1, value.size() - 2) : value;
 }
 
-// A value that is in quotes itself gets a second pair, which reading strips again.
+// A value that has quotes itself gets a second pair, which reading strips.
 std::string LineOf(std::string_view key, std::string_view value) {
   const char* quote = IsQuoted(value) ? "\"" : "";
   return std::string(key).append("=").append(quote).append(value).append(quote).append("\n");
@@ -94,6 +94,6 @@ int KLIBCFileGetLine(const char* path, const char* key, char* line, std::size_t 
   CopyOut("", line, size);
   const std::optional<std::string> content = ReadRegularFile(path);
   if (!content) return -1;
-  // The whole length is returned for a cut line as well: callers tell a match by it.
+  // The whole length is returned for a cut line as well: callers recognise a match by it.
   return HasLine(*content, key) ? CopyOut(key, line, size) : 0;
 }

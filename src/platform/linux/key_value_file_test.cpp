@@ -89,7 +89,7 @@ TEST_F(KeyValueFile, CutsALongValueAndReturnsItsWholeLength) {
   EXPECT_STREQ(value.data(), "123");
 }
 
-TEST_F(KeyValueFile, WhatCannotBeReadGivesMinusOneAndAnEmptyValue) {
+TEST_F(KeyValueFile, AnUnreadableFileGivesMinusOneAndAnEmptyValue) {
   EXPECT_EQ(Get("total", -1), "");  // no such file
   std::filesystem::create_directory(path_);
   EXPECT_EQ(Get("total", -1), "");
@@ -115,7 +115,7 @@ TEST_F(KeyValueFile, OtherLinesStayByteForByte) {
   EXPECT_EQ(Get("total", 1), "4");
 }
 
-TEST_F(KeyValueFile, AMissingLastNewlineIsMadeUpFor) {
+TEST_F(KeyValueFile, CompletesALastLineWithoutNewline) {
   Write("total=3");
   EXPECT_EQ(Set("completed", "1"), 0);
   EXPECT_EQ(Content(), "total=3\ncompleted=1\n");
@@ -131,7 +131,7 @@ TEST_F(KeyValueFile, AnyValueIsReadBackAsItWasSet) {
   }
 }
 
-TEST_F(KeyValueFile, RefusesWhatWouldBeReadBackAsSomethingElse) {
+TEST_F(KeyValueFile, RefusesWhatItCouldNotReadBack) {
   Write("total=3\n");
   for (const auto& [key, value] : std::vector<std::pair<std::string, std::string>>{
            {"", "1"}, {"a=b", "1"}, {"a\nb", "1"}, {"a", "1\n2"}}) {
@@ -154,7 +154,7 @@ TEST_F(KeyValueFile, TheFileIsReplacedWithMode0644WhateverTheUmask) {
     ASSERT_EQ(stat(path_.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0644U);
   }
-  // Who had the file open still reads all of the old one.
+  // A reader that has the file open still reads all of the old one.
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "total=3\n");
   EXPECT_EQ(Names().size(), 1U);
 }
@@ -182,7 +182,7 @@ TEST_F(KeyValueFile, AFailureSetsErrnoAndLeavesNothingBehind) {
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(KeyValueFile, WhatIsThereButCannotBeReadIsNotReplaced) {
+TEST_F(KeyValueFile, DoesNotReplaceAnUnreadableFile) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   errno = 0;
   EXPECT_LT(Set("total", "1"), 0);
@@ -191,7 +191,7 @@ TEST_F(KeyValueFile, WhatIsThereButCannotBeReadIsNotReplaced) {
 }
 
 // A limit on the file size stands in for a full disk: the write fails half way.
-TEST_F(KeyValueFile, AWriteThatFailsHalfWayLeavesTheOldFileAndNoTemporary) {
+TEST_F(KeyValueFile, AFailedWriteLeavesTheOldFileAndNoTemporary) {
   Write("total=3\n");
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
@@ -230,7 +230,7 @@ TEST_F(FileGetLine, FindsALineThatEqualsTheKey) {
   EXPECT_STREQ(line_.data(), "R:/v/c");
 }
 
-TEST_F(FileGetLine, PartsOfALineAreNoMatch) {
+TEST_F(FileGetLine, PartsOfALineDoNotMatch) {
   Write("/v/photo/a\n/v/photo\r\n x\n\n");
   for (const char* key : {"/v/photo", "/v", "photo/a", "x", "", "/v/photo/a\n/v/photo\r"}) {
     EXPECT_EQ(Find(key), 0) << key;
@@ -246,14 +246,14 @@ TEST_F(FileGetLine, LinesMayBeOfAnyLength) {
   EXPECT_EQ(Find(path.substr(0, 9999)), 0);
 }
 
-TEST_F(FileGetLine, WhatCannotBeReadGivesMinusOne) {
+TEST_F(FileGetLine, AnUnreadableFileGivesMinusOne) {
   EXPECT_EQ(Find("/v/a"), -1);
   EXPECT_STREQ(line_.data(), "");
   std::filesystem::create_directory(path_);
   EXPECT_EQ(Find("/v/a"), -1);
 }
 
-TEST_F(FileGetLine, AnEmptyFileHasNoLine) {
+TEST_F(FileGetLine, AnEmptyFileHasNoLines) {
   Write("");
   EXPECT_EQ(Find("/v/a"), 0);
 }

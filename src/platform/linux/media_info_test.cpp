@@ -24,7 +24,7 @@ void ExpectFilled(const MediaInfo& info) {
   EXPECT_EQ(info.frame_bitrate(), 4);
 }
 
-TEST(MediaInfoSetByJson, TakesAllMembers) {
+TEST(MediaInfoSetByJson, ReadsAllMembers) {
   Json::Value media;
   media["path"] = "/v/film.mp4";
   media["resolution_x"] = 1920;
@@ -40,13 +40,13 @@ TEST(MediaInfoSetByJson, TakesAllMembers) {
   EXPECT_EQ(info.frame_bitrate(), 4500000);
 }
 
-TEST(MediaInfoSetByJson, LeavesWhatIsAbsent) {
+TEST(MediaInfoSetByJson, KeepsFieldsThatAreAbsent) {
   MediaInfo info = Filled();
   info.SetByJson(Json::Value(Json::objectValue));
   ExpectFilled(info);
 }
 
-TEST(MediaInfoSetByJson, LeavesWhatHasAnotherType) {
+TEST(MediaInfoSetByJson, KeepsFieldsOfAnotherType) {
   Json::Value media;
   media["path"] = 5;
   media["resolution_x"] = "1920";
@@ -58,7 +58,7 @@ TEST(MediaInfoSetByJson, LeavesWhatHasAnotherType) {
   ExpectFilled(info);
 }
 
-TEST(MediaInfoSetByJson, AValueThatIsNoObjectChangesNothing) {
+TEST(MediaInfoSetByJson, IgnoresAValueThatIsNotAnObject) {
   for (const Json::Value& media :
        {Json::Value(), Json::Value("text"), Json::Value(7), Json::Value(Json::arrayValue)}) {
     MediaInfo info = Filled();

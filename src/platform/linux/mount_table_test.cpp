@@ -42,7 +42,7 @@ TEST(FsTypeOfMagic, TheEncryptingOverlayHasTheCode12) {
   EXPECT_EQ(static_cast<int>(FsType::kEncryptingOverlay), 12);
 }
 
-TEST(FsTypeOfFuseMount, IsToldByTheProgram) {
+TEST(FsTypeOfFuseMount, DependsOnTheProgram) {
   struct Case {
     const char* type;
     FsType expected;
@@ -77,7 +77,7 @@ TEST(FsTypeOfFuseMount, IsToldByTheProgram) {
   }
 }
 
-TEST(FsTypeOfFuseMount, AnUnknownProgramIsToldByItsSource) {
+TEST(FsTypeOfFuseMount, AnUnknownProgramDependsOnItsSource) {
   for (const char* source :
        {"https://host/photos", "//host/photos", "anna@host:/photos", "host:/photos"}) {
     EXPECT_EQ(FsTypeOfFuseMount({.type = "fuse", .source = source}), FsType::kRemote) << source;
@@ -97,7 +97,7 @@ constexpr const char* kMountinfo =
     "\n"
     "38 22 8:17 / /mnt/disk rw - fuseblk /dev/sdb1 rw";
 
-TEST(FindMount, IsByTheDeviceNumber) {
+TEST(FindMount, GoesByTheDeviceNumber) {
   const auto share = FindMount(kMountinfo, makedev(0, 51));
   ASSERT_TRUE(share);
   EXPECT_EQ(share->type, "fuse.sshfs");

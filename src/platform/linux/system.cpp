@@ -27,8 +27,7 @@ std::optional<long> MemTotalIn(std::string_view line) {
 
 }  // namespace
 
-// From the file rather than sysinfo(2): a container that was given less than the machine has shows
-// that here.
+// From the file rather than sysinfo(2): the file shows when a container has less than the machine.
 int GetTotalMemory(long* total_kib) {
   const std::optional<std::string> content = keldo::ReadRegularFile("/proc/meminfo");
   std::string_view rest;

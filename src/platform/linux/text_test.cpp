@@ -62,7 +62,7 @@ TEST(EscapePercentSign, CutsBetweenPairsOnly) {
   EXPECT_EQ(Escaped("%", 1), "");
 }
 
-TEST(EscapePercentSign, ABufferOfNoBytesIsLeftAlone) {
+TEST(EscapePercentSign, LeavesABufferOfNoBytesAlone) {
   char out = '#';
   EXPECT_EQ(EscapePercentSign("a", &out, 0), 0U);
   EXPECT_EQ(out, '#');
