@@ -41,7 +41,7 @@ std::optional<Child> StartShell(const std::string& script, const std::string& ar
   return Child::Start({"/bin/sh", {"sh", "-c", script, "sh", argument}}, error);
 }
 
-// Where the standard descriptors of a child lead, one a line, looked at from outside the child.
+// What the standard descriptors of a child lead to, looked at from outside the child.
 std::string ChildsDescriptors(const std::string& path) {
   const int status = RunShell(
       "in=$(readlink /proc/$$/fd/0) out=$(readlink /proc/$$/fd/1) err=$(readlink /proc/$$/fd/2)\n"
@@ -78,7 +78,7 @@ TEST_F(ChildTest, OnlyTheStandardDescriptorsReachTheChild) {
   EXPECT_EQ(listed.text, "0\n1\n2\n3\n") << "3 is the directory that ls reads";
 }
 
-TEST_F(ChildTest, StandardDescriptorsThatWeLackAreDevNull) {
+TEST_F(ChildTest, DescriptorsThatWeLackAreDevNull) {
   const UniqueFd out(open(PathOf("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   const UniqueFd err(open(PathOf("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   for (unsigned closed = 0; closed < 8; ++closed) {
@@ -183,7 +183,7 @@ TEST_F(ChildTest, InOurPlaceItHasOurDescriptorsAndGroup) {
             "/etc/passwd\n/etc/passwd\n" + std::to_string(getpgrp()) + "\n");
 }
 
-TEST_F(ChildTest, InOurPlaceItHasOurSignalsButForThatOfAClosedPipe) {
+TEST_F(ChildTest, InOurPlaceItHasOurSignalsButSigpipe) {
   EXPECT_EQ(InCopy([&] {
               std::signal(SIGUSR1, SIG_IGN);
               std::signal(SIGPIPE, SIG_IGN);
@@ -227,7 +227,7 @@ TEST_F(ChildTest, DestroyingAForkedCopyKillsIt) {
   }
 }
 
-TEST_F(ChildTest, SaysWhyItCannotStart) {
+TEST_F(ChildTest, ReportsWhyItCannotStart) {
   int error = 0;
   EXPECT_FALSE(Child::Start({"/nonexistent", {"nonexistent"}}, error));
   EXPECT_EQ(error, ENOENT);

@@ -112,7 +112,7 @@ TEST_F(IsolatedTest, MemoryIsLimited) {
   const IsolatedResult result = RunIsolated([](std::string& output) {
     const auto machine = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
                          static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    // Never touched, so that only the limit stands against it.
+    // Never touched, so that only the limit can refuse it.
     void* all = std::malloc(std::max(machine, std::size_t{2} << 30));  // NOLINT
     output = all == nullptr ? "refused" : "granted";
     std::free(all);  // NOLINT
@@ -154,7 +154,7 @@ TEST_F(IsolatedTest, ACopyThatWritesWithoutEndIsCutOff) {
     if (fcntl(fd, F_GETFD) >= 0) ours.insert(fd);
   const Stopwatch watch;
   ExpectNotFinished([&ours](std::string&) {
-    // What a library with a damaged memory might do with the one descriptor that leads to us.
+    // What a library with damaged memory might do with the one descriptor that leads to us.
     const std::string block(4096, 'R');
     for (int fd = 0; fd < kSomeDescriptors; ++fd)
       while (!ours.contains(fd) && write(fd, block.data(), block.size()) > 0) {
@@ -179,7 +179,7 @@ TEST_F(IsolatedTest, TheCopyDiesWhenItsParentIsKilled) {
   EXPECT_TRUE(Eventually([&] { return IsGone(copy); }));
 }
 
-TEST_F(IsolatedTest, FinishesWhenStartedWithChildrenIgnored) {
+TEST_F(IsolatedTest, FinishesWhereSigchldIsIgnored) {
   EXPECT_EQ(InCopy([] {
               std::signal(SIGCHLD, SIG_IGN);
               return RunIsolated([](std::string&) { return 42; }).status;

@@ -27,7 +27,7 @@ ProgramOutput Shell(const std::string& script, milliseconds deadline = kLong) {
   return RunForOutput("/bin/sh", {"-c", script}, deadline);
 }
 
-// A pipe whose writing end nobody else has.
+// A pipe.
 struct Pipe {
   Pipe() {
     std::array<int, 2> ends{-1, -1};
@@ -124,7 +124,6 @@ TEST(StreamReader, WhatCannotBeReadIsAFailure) {
   EXPECT_EQ(StreamReader(directory.get(), Clock::now() + kLong).Read(block), -1);
 }
 
-// The integer at the beginning and what stands behind it, in both ways.
 TEST(TakeInteger, ReadsAsScanfDoes) {
   for (const char* text : {"",
                            " ",
@@ -173,7 +172,7 @@ TEST(ProgramOutput, HasBothStreamsAndTheStatus) {
   EXPECT_EQ(ProgramOutput().FirstLine(), "");
 }
 
-TEST(ProgramOutput, AProgramThatIsMissingIsAProblem) {
+TEST(ProgramOutput, ReportsAMissingProgram) {
   EXPECT_EQ(RunForOutput("/none/program", {}, kLong).problem, "No such file or directory");
 }
 
@@ -186,7 +185,7 @@ TEST(ProgramOutput, AProgramThatHangsIsEnded) {
   }
 }
 
-TEST(ProgramOutput, AFloodIsCutOff) {
+TEST(ProgramOutput, ALongOutputIsCutOff) {
   const ProgramOutput output = Shell("head -c 3000000 /dev/zero");
   EXPECT_EQ(output.status, 0);
   EXPECT_LT(output.text.size(), 1'100'000U);

@@ -1,4 +1,4 @@
-// What the tests of processes share: forked copies, and looking at what became of a process.
+// What the tests of processes share: forked copies, and how a process ended.
 #pragma once
 
 #include <fcntl.h>
@@ -32,7 +32,7 @@ inline void WriteFile(const std::string& path, std::string_view content) {
   std::ofstream(path, std::ios::binary) << content;
 }
 
-/// An environment variable, set for as long as this lives.
+/// Sets an environment variable while it lives.
 class ScopedEnvironment {
  public:
   ScopedEnvironment(const char* name, const char* value) : name_(name) { ::setenv(name, value, 1); }
@@ -44,7 +44,7 @@ class ScopedEnvironment {
   const char* name_;
 };
 
-/// The shortest deadline that children can be given.
+/// The shortest deadline that children can have.
 class OneSecondDeadline : public ScopedEnvironment {
  public:
   OneSecondDeadline() : ScopedEnvironment("KELDO_CHILD_DEADLINE_SECONDS", "1") {}
@@ -58,7 +58,7 @@ inline int RunShell(const std::string& script, const std::vector<std::string>& a
   return runner.run(true, false);
 }
 
-/// Whole seconds, as a test's limit is said, since this was made.
+/// The seconds since this was made.
 class Stopwatch {
  public:
   [[nodiscard]] double Seconds() const {
@@ -80,7 +80,7 @@ bool Eventually(const Condition& holds) {
   return true;
 }
 
-/// True for a process that is no more or only waits to be reaped by whoever adopted it.
+/// True for a process that has ended, whether or not whoever adopted it has reaped it.
 inline bool IsGone(pid_t pid) {
   const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
   const std::size_t after_name = stat.rfind(") ");
@@ -103,7 +103,7 @@ inline std::ptrdiff_t CountDescriptors() {
                        std::filesystem::directory_iterator());
 }
 
-/// Forks a copy of the test that leaves with what `work` returns; returns its process id.
+/// Forks a copy of the test that exits with what `work` returns; returns its process id.
 template <typename Work>
 pid_t ForkCopy(const Work& work) {
   const pid_t pid = fork();

@@ -104,7 +104,7 @@ TEST(Termination, IsLetInWhileWaiting) {
             0);
 }
 
-TEST(WaitForEvents, TellsWhatIsReadyAndWhenTimeIsUp) {
+TEST(WaitForEvents, ReportsWhatIsReadyAndWhenTimeIsUp) {
   std::array<int, 2> ends{-1, -1};
   ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
   const keldo::UniqueFd reading(ends[0]);
@@ -121,7 +121,7 @@ TEST(WaitForEvents, TellsWhatIsReadyAndWhenTimeIsUp) {
 }
 
 // A program that holds SIGTERM back, does `wait` and gets the signal once `path` holds the process
-// id of what it waits for. The handler must run promptly, and what it waited for be gone.
+// id of what it waits for. The handler must run promptly, and what it waited for must end.
 void ExpectLetInDuring(const std::string& path, const std::function<void()>& wait) {
   const pid_t program = ForkCopy([&] {
     HoldTermination();
@@ -178,8 +178,8 @@ TEST(Termination, ComesWhileIsolatedWorkRuns) {
   });
 }
 
-TEST(Termination, DoesNotDisturbACallThatIsAwaited) {
-  // The handler here returns, and the wait goes on.
+TEST(Termination, DoesNotDisturbAWait) {
+  // This handler returns, and the wait goes on.
   EXPECT_EQ(InHoldingCopy([](Expectations& e) {
               kill(getpid(), SIGTERM);
               e.Expect(RunShell("sleep 0.1; exit 0") == 0);

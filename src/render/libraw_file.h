@@ -18,7 +18,7 @@ class LibRawFile {
 
   [[nodiscard]] bool opened() const { return opened_; }
 
-  /// Length in bytes, width and height in pixels of the embedded preview, as the header tells.
+  /// Length in bytes, width and height in pixels of the embedded preview, as the header says.
   [[nodiscard]] unsigned PreviewLength() const;
   [[nodiscard]] unsigned PreviewWidth() const;
   [[nodiscard]] unsigned PreviewHeight() const;

@@ -84,7 +84,7 @@ int Detect(const ThumbJob& job, const std::string& source, const std::string& th
              : ChooseRotation(*reference, source, thumb_dir, 0, 180);
 }
 
-// The whole-number part of a line such as "1234.56 (0.0188)". What is no number counts as 0.
+// The whole-number part of a line such as "1234.56 (0.0188)". Text other than a number counts as 0.
 int ParseDifference(std::string_view line) {
   const std::size_t space = line.find(' ');
   if (space == std::string_view::npos) return kNotMeasured;

@@ -26,7 +26,7 @@ class OrientationTest : public CoreTest {
       return WriteOutputs(command);
     };
     fake().on_popen = [this](const PopenCall& call) -> std::optional<std::string> {
-      // The rendering's name tells its angle: "Temp_90.jpg".
+      // The rendering's name holds its angle: "Temp_90.jpg".
       const std::string& image = call.argv.at(3);
       return reports_[image.substr(image.rfind('/') + 1)];
     };
@@ -75,7 +75,7 @@ class OrientationTest : public CoreTest {
 
 // ---- The reference ----
 
-TEST_F(OrientationTest, WithoutAThumbnailNothingIsTurned) {
+TEST_F(OrientationTest, WithoutAThumbnailNothingIsRotated) {
   WriteFile(ea_ + "/KELDOPHOTO_THUMB_OTHER.jpg", "x");
   EXPECT_EQ(Detect(), 0);
   EXPECT_TRUE(fake().runs.empty());
@@ -110,7 +110,7 @@ TEST_F(OrientationTest, AMissingDirectoryIsMade) {
 
 // ---- The two candidates ----
 
-TEST_F(OrientationTest, AQuarterTurnIsTriedWhenOneIsHighAndTheOtherWide) {
+TEST_F(OrientationTest, AQuarterRotationIsTriedWhereOneIsPortraitAndTheOtherLandscape) {
   for (const auto& [width, height] : {std::pair{4000U, 3000U}, {3000U, 4000U}}) {
     fake().runs.clear();
     fake().popens.clear();
@@ -124,7 +124,7 @@ TEST_F(OrientationTest, AQuarterTurnIsTriedWhenOneIsHighAndTheOtherWide) {
   }
 }
 
-TEST_F(OrientationTest, AHalfTurnIsTriedOtherwise) {
+TEST_F(OrientationTest, AHalfRotationIsTriedOtherwise) {
   struct Shapes {
     std::pair<unsigned, unsigned> source;
     std::pair<unsigned, unsigned> thumbnail;
@@ -248,7 +248,7 @@ TEST_F(OrientationTest, TheWholeNumberPartOfTheErrorIsRead) {
   EXPECT_EQ(difference("0 (0)\n"), 0);
   EXPECT_EQ(difference("7 (0.1)\n9 (0.2)\n"), 7);
   EXPECT_EQ(difference("compare: unable to open image\n"), 0);
-  // Without a space it is no measurement.
+  // Without a space it is not a measurement.
   EXPECT_EQ(difference("1234.56\n"), 65535);
   EXPECT_EQ(difference("1234.56"), 65535);
   EXPECT_EQ(difference("error\n12 (0.1)\n"), 65535);

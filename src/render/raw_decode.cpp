@@ -36,8 +36,8 @@ std::optional<struct stat> StatRawSource(const std::string& path, int log_line) 
   return std::nullopt;
 }
 
-// The result, unless the photo was rewritten meanwhile. The block count tells: what grew or was
-// replaced while it was read is what must not be shown.
+// The result, unless the number of the photo's blocks has changed: a photo that grew or was
+// replaced while it was read must not be shown.
 std::string KeepIfUnchanged(const std::string& result, const std::string& source,
                             const struct stat& before) {
   struct stat now {};

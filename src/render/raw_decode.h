@@ -1,7 +1,7 @@
 // Camera RAW photos: from the RAW file to one intermediate image that thumbnails are made from.
 //
-// The camera's embedded preview serves when it is large enough; otherwise the photo is decoded. All
-// types go through LibRaw but "x3f", which the external dcraw reads.
+// The camera's embedded preview is used when it is large enough; otherwise the photo is decoded.
+// LibRaw reads all types but "x3f", which the external dcraw reads.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@ namespace keldo {
 /// Makes the intermediate image of `source_path` in `thumb_dir` (the photo's metadata directory).
 /// Returns its path, or an empty string when none could be made or the photo changed meanwhile.
 /// The caller removes it. LibRaw runs in a process of its own: whatever a damaged file does to it
-/// ends as a failed decode. Logs what the steps below log.
+/// becomes a failed decode. Logs what the steps below log.
 [[nodiscard]] std::string ConvertRawImage(const ThumbJob& job, const std::string& source_path,
                                           const std::string& thumb_dir);
 
@@ -41,7 +41,7 @@ namespace keldo {
 [[nodiscard]] bool RunDcrawToFile(const std::string& source_path, const std::string& out_path,
                                   const char* option);
 
-/// Removes both intermediate images from `thumb_dir`; a missing one is no failure.
+/// Removes both intermediate images from `thumb_dir`; a missing one is not a failure.
 void RemoveRawIntermediates(const std::string& thumb_dir);
 
 }  // namespace keldo

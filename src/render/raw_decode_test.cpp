@@ -55,7 +55,7 @@ class RawDecodeTest : public CoreTest {
     return options;
   }
 
-  // Makes the photo one that has more blocks than before.
+  // Makes the photo take more blocks than before.
   static void Grow(const std::string& path) {
     const blkcnt_t before = BlocksOf(path);
     WriteFile(path, std::string(100000, 'x'));
@@ -93,7 +93,7 @@ TEST_F(RawDecodeTest, OnlyX3fGoesToDcraw) {
 
 // ---- LibRaw ----
 
-TEST_F(RawDecodeTest, ALargePreviewServes) {
+TEST_F(RawDecodeTest, ALargePreviewIsUsed) {
   SetPreview(500, kLargest + 1, 10);
   EXPECT_EQ(WithLibRaw(), preview_);
   EXPECT_EQ(fake_libraw().calls,
@@ -115,12 +115,12 @@ TEST_F(RawDecodeTest, ThePreviewMustBeLargerThanTheLargestThumbnail) {
   EXPECT_EQ(WithLibRaw(), preview_);
 }
 
-TEST_F(RawDecodeTest, APreviewWithoutBytesIsNone) {
+TEST_F(RawDecodeTest, AnEmptyPreviewIsNotUsed) {
   SetPreview(0, 5000, 5000);
   EXPECT_EQ(WithLibRaw(), ppm_);
 }
 
-TEST_F(RawDecodeTest, WithoutProfilesAnyPreviewServes) {
+TEST_F(RawDecodeTest, WithoutProfilesAnyPreviewIsUsed) {
   const auto convert = [&] { return ConvertRawWithLibRaw(empty_job_, raw_, ea_); };
   SetPreview(1, 1, 0);
   EXPECT_EQ(convert(), preview_);
@@ -149,7 +149,7 @@ TEST_F(RawDecodeTest, APreviewThatCannotBeExtractedGivesAFullDecode) {
   fake_libraw().unpack_preview = 0;
   fake_libraw().write_preview = -1;
   EXPECT_EQ(WithLibRaw(), ppm_);
-  // What the failed writer left is the caller's to remove.
+  // The caller removes what the failed writer left.
   EXPECT_TRUE(Exists(preview_));
   ExpectNoLog();
 }
@@ -251,7 +251,7 @@ TEST_F(RawDecodeTest, APhotoThatGrewWhileDcrawReadItIsDropped) {
 
 // ---- dcraw ----
 
-TEST_F(RawDecodeTest, DcrawsPreviewServesFromTheLargestThumbnailOn) {
+TEST_F(RawDecodeTest, DcrawsPreviewIsUsedFromTheSizeOfTheLargestThumbnailOn) {
   SetDcraw("preview", "ppm");
   for (const auto& size : {std::pair{kLargest, 1U}, {1U, kLargest}, {0x80000000U, 1U}}) {
     fake().popens.clear();

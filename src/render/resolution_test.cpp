@@ -101,7 +101,7 @@ TEST_F(ResolutionTest, TheOutputSizeIsFoundAmongTheOtherLines) {
   ExpectNoLog();
 }
 
-TEST_F(ResolutionTest, LinesThatDoNotParseArePassedOver) {
+TEST_F(ResolutionTest, LinesThatDoNotParseAreSkipped) {
   for (const char* line : {"Output size:\n", "Output size: \n", "Output size\n",
                            "Output size: large\n", "Output size: 40\n", "Output size: 40 by 30\n",
                            "output size: 40 x 30\n", " Output size: 40 x 30\n",
@@ -127,7 +127,7 @@ TEST_F(ResolutionTest, ADcrawThatCannotBeStartedIsLogged) {
 
 // ---- The report to the index ----
 
-TEST_F(ResolutionTest, TheIndexIsToldBothSizes) {
+TEST_F(ResolutionTest, BothSizesAreReportedToTheIndex) {
   fake().image_sizes = {{"/v/a.jpg", {4000, 3000}}, {"/v/t.jpg", {1280, 960}}};
   ReportConvertedResolution({"/v", nullptr}, "/v/a.jpg", "/v/t.jpg");
   ASSERT_EQ(fake().convert_reports.size(), 1u);
@@ -145,7 +145,7 @@ TEST_F(ResolutionTest, TheIndexIsToldBothSizes) {
   ExpectNoLog();
 }
 
-TEST_F(ResolutionTest, WhatTheIndexMakesOfItDoesNotMatter) {
+TEST_F(ResolutionTest, AFailedReportIsIgnored) {
   fake().image_sizes = {{"/v/a.jpg", {4000, 3000}}, {"/v/t.jpg", {1280, 960}}};
   fake().FailCall("KELDOIDX_IndexConvertAdd");
   ReportConvertedResolution({"/v", nullptr}, "/v/a.jpg", "/v/t.jpg");

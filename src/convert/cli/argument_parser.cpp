@@ -14,8 +14,8 @@ constexpr int kBestQuality = 100;
 constexpr std::string_view kTemporaryPath = "registry:temporary-path=";
 constexpr std::string_view kJpegSize = "jpeg:size=";
 
-// Sharpening beyond these is no photo's; the other converter may try. Its results for a negative
-// gain or threshold, or without a blur, have no use either.
+// No photo needs sharpening beyond these; that is left to ImageMagick, as are a negative gain or
+// threshold and sharpening without a blur.
 constexpr double kLargestRadius = 16;
 constexpr double kLargestSigma = 8;
 constexpr double kLargestGain = 50;
@@ -49,7 +49,7 @@ bool HasJpegExtension(std::string_view path) {
   return extension == "jpg" || extension == "jpeg" || extension == "jpe";
 }
 
-// Text that is taken apart from its beginning.
+// Text that is parsed from its beginning.
 class Text {
  public:
   explicit Text(std::string_view text) : rest_(text) {}
@@ -169,14 +169,14 @@ class Parser {
     return true;
   }
 
-  // The words of an option that takes none of its own.
+  // The words of an option without a value of its own.
   bool TakeAll(std::initializer_list<std::string_view> words) {
     return std::all_of(words.begin(), words.end(),
                        [this](std::string_view word) { return Take(word); });
   }
 
-  // The value of the option `word`; null where that is not what comes next. Parse fails then on
-  // what is left, should `word` be the last argument.
+  // The value of the option `word`; null where another word comes next. Where `word` is the last
+  // argument, Parse fails on what is left.
   const std::string* TakeValue(std::string_view word) {
     if (arguments_.size() - next_ < 2 || arguments_[next_] != word) return nullptr;
     next_ += 2;
@@ -199,7 +199,7 @@ class Parser {
     return ParseThreadLimit();
   }
 
-  // Each percent sign is doubled, since others would stand for something.
+  // Each percent sign is doubled, since a single one would have a meaning.
   bool SetTemporaryPath(std::string_view escaped) {
     while (!escaped.empty()) {
       if (escaped.front() == '%') {
@@ -265,7 +265,7 @@ class Parser {
 
   bool ParseScaling(Step& step) {
     if (const std::string* define = TakeValue("-define")) {
-      // Thumbnails come in their own size whatever this says; it only has to make sense.
+      // The thumbnails have their own sizes whatever this says; it only has to make sense.
       Text text(*define);
       int width = 0;
       int height = 0;

@@ -13,11 +13,10 @@
 //
 // -quality is not optional: without it, the quality is the one that a JPEG source was made with.
 //
-// Where a file name is expected, it is one, whatever it looks like: "%d", "[1]", "*", ':' and a
-// leading '-', '+' or '@' mean nothing. Only what could be an option there is taken for one: "-",
-// and
-// "-" or "+" followed by letters and hyphens alone, such as "-strip"; a photo of that name is
-// reached as "./-strip". Outputs have a JPEG file's extension.
+// Where a file name is expected, every argument is one, whatever it looks like: "%d", "[1]", "*",
+// ':' and a leading '-', '+' or '@' mean nothing. The exceptions look like options: "-" alone, and
+// "-" or "+" followed by letters and hyphens alone. Write "./-strip" for a photo called "-strip".
+// Outputs have a JPEG file's extension.
 #pragma once
 
 #include <cstddef>
@@ -37,8 +36,8 @@ struct Command {
   std::vector<std::size_t> outputs;  ///< which arguments name files that are written
 };
 
-/// Understands the arguments of one run, the program's name not among them. Nothing for any command
-/// line that is not exactly of the form above; that is another converter's.
+/// Parses the arguments of one run (argv[0] not among them). Nothing for any command line that is
+/// not exactly of the form above; ImageMagick runs those.
 [[nodiscard]] std::optional<Command> ParseCommand(std::span<const std::string> arguments);
 
 }  // namespace keldo::convert

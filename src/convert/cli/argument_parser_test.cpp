@@ -69,7 +69,7 @@ TEST(ParseCommand, OneToSixThumbnails) {
   }
 }
 
-TEST(ParseCommand, TellsWhichArgumentsAreFiles) {
+TEST(ParseCommand, FindsTheArgumentsThatAreFiles) {
   const Arguments arguments = CommandFor(3);
   const std::optional<Command> command = ParseCommand(arguments);
   ASSERT_TRUE(command);
@@ -86,7 +86,7 @@ TEST(ParseCommand, TellsWhichArgumentsAreFiles) {
   EXPECT_EQ(profile->plan.icc_profile, "p.icc");
 }
 
-TEST(ParseCommand, NoCommandIsCutShortOrGoesOn) {
+TEST(ParseCommand, ACommandMustBeComplete) {
   for (int count = 1; count <= 3; ++count) {
     const Arguments whole = CommandFor(count);
     for (std::size_t length = 0; length < whole.size(); ++length) {
@@ -98,7 +98,7 @@ TEST(ParseCommand, NoCommandIsCutShortOrGoesOn) {
   }
 }
 
-TEST(ParseCommand, NoArgumentIsMissingOrDouble) {
+TEST(ParseCommand, NoArgumentMayBeMissingOrDouble) {
   const Arguments whole = Arguments{"-limit", "thread", "1"} + CommandFor(3);
   for (std::size_t i = 0; i < whole.size(); ++i) {
     Arguments twice = whole;
@@ -191,7 +191,7 @@ TEST(ParseCommand, Sharpening) {
   }
 }
 
-TEST(ParseCommand, OptionsInTheirOrder) {
+TEST(ParseCommand, OptionsMustBeInOrder) {
   const Step all = StepOf({"+profile", "!icc,*", "-flatten", "-auto-orient", "-rotate", "90",
                            "-flop", "-unsharp", "1x1+1+0", "-colorspace", "YCbCr"});
   EXPECT_TRUE(all.flatten && all.auto_orient && all.flop && all.unsharp);
@@ -208,7 +208,7 @@ TEST(ParseCommand, OptionsInTheirOrder) {
   EXPECT_FALSE(ParseOptions({"-colorspace", "sRGB", "-unsharp", "1x1+1+0"}));
 }
 
-TEST(ParseCommand, OtherOptionsAreAnothersBusiness) {
+TEST(ParseCommand, OtherOptionsAreNotUnderstood) {
   const std::vector<Arguments> table{{"-strip"},
                                      {"-resize", "10x10"},
                                      {"-colorspace", "Gray"},
@@ -236,7 +236,7 @@ TEST(ParseCommand, OtherOptionsAreAnothersBusiness) {
   }
 }
 
-TEST(ParseCommand, NamesAreNames) {
+TEST(ParseCommand, FileNamesAreLiteral) {
   for (const std::string name : {"a b.jpg", "a\nb.jpg", "%d.jpg", "a[1].jpg", "png:a.jpg", "-x.jpg",
                                  "+x.jpg", "@a.jpg", "*.jpg", "\xff\xfe.jpg", "'\".jpg",
                                  "/100%/-strip.jpg", "~.jpg", "--.jpg", "./-strip.jpg"}) {

@@ -85,7 +85,7 @@ class ConvertMainTest : public keldo::testing::FileTest {
     return magick;
   }
 
-  // "30x20", or what is wrong. The colours have to be where they were.
+  // "30x20", or what is wrong. The colours must be where they were.
   static std::string Look(const std::string& path) {
     const std::optional<Image> image = DecodeJpeg(Read(path));
     if (!image) return fs::exists(path) ? "no image" : "missing";
@@ -114,7 +114,7 @@ TEST_F(ConvertMainTest, AChainOfThumbnails) {
   EXPECT_EQ(Look(In("3.jpg")), "30x20");
 }
 
-TEST_F(ConvertMainTest, NamesAreNames) {
+TEST_F(ConvertMainTest, FileNamesAreLiteral) {
   const fs::path before = fs::current_path();
   fs::create_directory(In("d"));
   fs::current_path(In("d"));
@@ -138,7 +138,7 @@ TEST_F(ConvertMainTest, FirstFrame) {
   EXPECT_EQ(Look(In("out.jpg")), "30x20");
 }
 
-TEST_F(ConvertMainTest, AnExistingOutputIsReplacedInItsPlace) {
+TEST_F(ConvertMainTest, AnExistingOutputIsOverwrittenInPlace) {
   const std::string output = Write("out.jpg", std::string(100'000, 'x'));
   fs::create_hard_link(output, In("link.jpg"));
   EXPECT_EQ(Convert(CommandOf(Write("in.jpg", Photo()), output)).status, 0);
@@ -146,7 +146,7 @@ TEST_F(ConvertMainTest, AnExistingOutputIsReplacedInItsPlace) {
   EXPECT_EQ(Read(output), Read(In("link.jpg")));
 }
 
-TEST_F(ConvertMainTest, AFailedRunLeavesNothing) {
+TEST_F(ConvertMainTest, AFailedRunLeavesNoOutput) {
   const std::string cut = Photo().substr(0, 100);
   const std::map<std::string, std::string> table{
       {Write("empty.jpg", ""), "the file is empty"},
@@ -190,7 +190,7 @@ TEST_F(ConvertMainTest, AnOutputThatCannotBeWritten) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(ConvertMainTest, OtherFormatsAreImageMagicks) {
+TEST_F(ConvertMainTest, ImageMagickReadsOtherFormats) {
   for (const std::string name : {"a.tga", "100% [1].tga"}) {
     const Result result = Convert(CommandOf(Write(name, TgaFile(60, 30, '\x40')), In("%d.jpg")));
     if (name == "a.tga") {
@@ -199,7 +199,7 @@ TEST_F(ConvertMainTest, OtherFormatsAreImageMagicks) {
       ASSERT_TRUE(image);
       EXPECT_EQ(image->width, 30);
     } else {
-      // Told by its extension only, which such a name cannot show.
+      // Recognised by its extension alone, which such a name does not have.
       EXPECT_EQ(result.status, 1);
       EXPECT_FALSE(fs::exists(In("%d.jpg")));
     }
@@ -245,7 +245,7 @@ TEST_F(ConvertMainTest, ImageMagickRunsUnderOurPolicy) {
   EXPECT_FALSE(fs::exists(In("out.jpg")));
 }
 
-TEST_F(ConvertMainTest, OtherCommandLinesAreHandedOverAsTheyAre) {
+TEST_F(ConvertMainTest, ImageMagickRunsOtherCommandLinesUnchanged) {
   const ImageMagick magick = StandIn(5);
   const std::string photo = Write("in.jpg", Photo());
   EXPECT_EQ(Convert({photo, "-resize", "10x10", In("out.jpg")}, magick).status, 5);
@@ -265,14 +265,14 @@ TEST_F(ConvertMainTest, APhotoIsNotWrittenTo) {
   }
 }
 
-TEST_F(ConvertMainTest, WhatIsNoRegularFileIsHandedOver) {
+TEST_F(ConvertMainTest, ImageMagickReadsWhatIsNotARegularFile) {
   ASSERT_EQ(mkfifo(In("pipe.jpg").c_str(), 0600), 0);
   EXPECT_EQ(Convert(CommandOf(In("pipe.jpg"), In("out.jpg")), StandIn(3)).status, 3);
   EXPECT_TRUE(fs::exists(In("called")));
   EXPECT_FALSE(fs::exists(In("out.jpg")));
 }
 
-TEST_F(ConvertMainTest, OutputsOfAHandOver) {
+TEST_F(ConvertMainTest, OutputsOfImageMagick) {
   const std::string input = Write("in.unknown", "unknown");
   EXPECT_EQ(Convert(CommandOf(input, In("out.jpg")), StandIn(0)).status, 0);
   EXPECT_TRUE(fs::exists(In("out.jpg")));
@@ -298,17 +298,17 @@ TEST_F(ConvertMainTest, ProfilesAreAttachedButNotConverted) {
     Arguments arguments = CommandOf(Write("in.jpg", photo), In("out.jpg"));
     arguments.insert(arguments.begin() + 1, {"-profile", Write("p.icc", icc)});
     EXPECT_EQ(Convert(arguments, StandIn(0)).status, 0);
-    return fs::exists(In("called")) ? "handed over" : Read(In("out.jpg"));
+    return fs::exists(In("called")) ? "ran ImageMagick" : Read(In("out.jpg"));
   };
   EXPECT_THAT(convert(Photo(), IccProfile(200)), HasSubstr(IccProfile(200)));
   const std::string with_profile = EncodeJpeg(FourCorners(90, 60), {.icc = IccProfile(300)});
-  EXPECT_EQ(convert(with_profile, IccProfile(200)), "handed over");
-  EXPECT_EQ(convert(Photo(), "no profile at all"), "handed over");
-  EXPECT_EQ(convert(Photo(), ""), "handed over");
+  EXPECT_EQ(convert(with_profile, IccProfile(200)), "ran ImageMagick");
+  EXPECT_EQ(convert(Photo(), "no profile at all"), "ran ImageMagick");
+  EXPECT_EQ(convert(Photo(), ""), "ran ImageMagick");
 }
 
 // As ImageMagick does, which then leaves the alpha channel out.
-TEST_F(ConvertMainTest, TransparencyThatIsNotFlattenedIsHandedOver) {
+TEST_F(ConvertMainTest, ImageMagickHandlesTransparencyThatIsNotFlattened) {
   Arguments arguments =
       CommandOf(Write("gray.jpg", EncodeJpeg(FourCorners(9, 9), {.gray = true})), In("out.jpg"));
   arguments.erase(arguments.end() - 2);
@@ -320,7 +320,7 @@ TEST_F(ConvertMainTest, TransparencyThatIsNotFlattenedIsHandedOver) {
   EXPECT_FALSE(fs::exists(In("called")));
 }
 
-TEST_F(ConvertMainTest, SaysItsVersionAndFormats) {
+TEST_F(ConvertMainTest, PrintsItsVersionAndFormats) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(Convert({"--version"}, StandIn(1)).status, 0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),

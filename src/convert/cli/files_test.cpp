@@ -42,7 +42,7 @@ class InputFileTest : public keldo::testing::FileTest {
   }
 };
 
-TEST_F(InputFileTest, GivesTheWholeContent) {
+TEST_F(InputFileTest, MapsTheWholeContent) {
   std::string content;
   for (int i = 0; i < 10000; ++i)
     content += static_cast<char>(i * 7);
@@ -65,7 +65,7 @@ TEST_F(InputFileTest, FirstFrameIsNotPartOfTheName) {
   EXPECT_TRUE(Failure(In("a.gif[1]")));
 }
 
-TEST_F(InputFileTest, SaysWhyItCannotBeOpened) {
+TEST_F(InputFileTest, ReportsWhyItCannotBeOpened) {
   const auto missing = Failure(In("missing.jpg"));
   ASSERT_TRUE(missing);
   EXPECT_EQ(missing->kind(), ImageError::Kind::kCorrupt);
@@ -135,7 +135,7 @@ TEST_F(OutputFilesTest, RemovesWhatItCreatedAndNothingElse) {
   EXPECT_EQ(Read(In("old.jpg")), "as it was");
 }
 
-TEST_F(OutputFilesTest, AFileThatTookItsPlaceStays) {
+TEST_F(OutputFilesTest, AFileThatReplacedItStays) {
   {
     OutputFiles outputs;
     ASSERT_TRUE(outputs.Open(StepsTo({"a.jpg"}), {}));
@@ -145,7 +145,7 @@ TEST_F(OutputFilesTest, AFileThatTookItsPlaceStays) {
   EXPECT_EQ(Read(In("a.jpg")), "another's");
 }
 
-TEST_F(OutputFilesTest, OneThatCannotBeOpenedTakesTheOthersAlong) {
+TEST_F(OutputFilesTest, WhereOneCannotBeOpenedTheOthersAreRemoved) {
   try {
     OutputFiles outputs;
     static_cast<void>(outputs.Open(StepsTo({"a.jpg", "missing/b.jpg"}), {}));
@@ -157,7 +157,7 @@ TEST_F(OutputFilesTest, OneThatCannotBeOpenedTakesTheOthersAlong) {
   EXPECT_FALSE(fs::exists(In("a.jpg")));
 }
 
-TEST_F(OutputFilesTest, ThePhotoIsNoOutput) {
+TEST_F(OutputFilesTest, ThePhotoIsNotAnOutput) {
   const std::string photo = Write("photo.jpg", "photo");
   fs::create_hard_link(photo, In("hard.jpg"));
   fs::create_symlink(photo, In("soft.jpg"));
@@ -176,7 +176,7 @@ TEST_F(OutputFilesTest, ThePhotoIsNoOutput) {
 // The descriptor by which this test has a file on loan, as a file server's clients do.
 int lent = -1;
 
-TEST_F(OutputFilesTest, AFileThatAServerHasLentIsWaitedFor) {
+TEST_F(OutputFilesTest, WaitsForAFileThatAServerHasLent) {
   const UniqueFd borrowed(open(Write("lent.jpg", "old").c_str(), O_RDONLY | O_CLOEXEC));
   lent = borrowed.get();
   struct sigaction give_back {};
@@ -190,7 +190,7 @@ TEST_F(OutputFilesTest, AFileThatAServerHasLentIsWaitedFor) {
   sigaction(SIGIO, &before, nullptr);
 }
 
-TEST_F(OutputFilesTest, OddOutputsAreAnothersBusiness) {
+TEST_F(OutputFilesTest, OddOutputsAreLeftToImageMagick) {
   ASSERT_EQ(mkfifo(In("pipe.jpg").c_str(), 0600), 0);
   fs::create_symlink(In("nowhere"), In("dangling.jpg"));
   fs::create_symlink("/dev/null", In("device.jpg"));

@@ -31,7 +31,7 @@ class RunImageMagickTest : public keldo::testing::FileTest {
   RunImageMagickTest() {
     fs::create_directory(In("policy"));
     std::ofstream(In("policy/policy.xml")) << "<policymap/>";
-    // As what ImageMagick is called, so that names are passed as to it.
+    // Named like ImageMagick's program, so that names are passed as they are to ImageMagick.
     Script("printf '%s\\0' \"$@\" >\"$(dirname \"$0\")/arguments\"");
   }
 
@@ -41,7 +41,7 @@ class RunImageMagickTest : public keldo::testing::FileTest {
     fs::permissions(magick_.program, fs::perms::owner_all);
   }
 
-  // The arguments that it was given.
+  // The arguments that it received.
   Arguments Given() const {
     const std::string content = Read(In("arguments"));
     Arguments arguments;
@@ -56,13 +56,13 @@ class RunImageMagickTest : public keldo::testing::FileTest {
   ImageMagick magick_{In("convert"), In("policy")};
 };
 
-TEST_F(RunImageMagickTest, TheSameArguments) {
+TEST_F(RunImageMagickTest, PassesTheSameArguments) {
   const Arguments arguments{"-list", "a b", "", "a\nb", "%d[1]*", "\xff", "-", "@x", "png:/x"};
   EXPECT_EQ(RunImageMagick(magick_, arguments, "this"), 0);
   EXPECT_THAT(Given(), ElementsAreArray(arguments));
 }
 
-TEST_F(RunImageMagickTest, TheExitStatusIsOurs) {
+TEST_F(RunImageMagickTest, ReturnsItsExitStatus) {
   Script("exit 7");
   EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 7);
   Script("kill -SEGV $$");
@@ -72,14 +72,14 @@ TEST_F(RunImageMagickTest, TheExitStatusIsOurs) {
             "convert-thumb: " + magick_.program + " was ended by signal 11\n");
 }
 
-TEST_F(RunImageMagickTest, TheExitStatusIsKeptForACallerThatIgnoresItsChildren) {
+TEST_F(RunImageMagickTest, TheExitStatusIsKeptWhereSigchldIsIgnored) {
   Script("exit 7");
   const auto before = std::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 7);
   std::signal(SIGCHLD, before);
 }
 
-TEST_F(RunImageMagickTest, AClosedPipeEndsTheImageMagickEvenWhereWeIgnoreIt) {
+TEST_F(RunImageMagickTest, SigpipeEndsImageMagickEvenWhereWeIgnoreIt) {
   Script("kill -PIPE $$; exit 7");
   const auto before = std::signal(SIGPIPE, SIG_IGN);
   testing::internal::CaptureStderr();
@@ -89,14 +89,14 @@ TEST_F(RunImageMagickTest, AClosedPipeEndsTheImageMagickEvenWhereWeIgnoreIt) {
   std::signal(SIGPIPE, before);
 }
 
-TEST_F(RunImageMagickTest, TheStandardDescriptorsAreOurs) {
+TEST_F(RunImageMagickTest, PassesOurStandardDescriptors) {
   Script("echo to-errors >&2");
   testing::internal::CaptureStderr();
   EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "to-errors\n");
 }
 
-TEST_F(RunImageMagickTest, TheEnvironmentIsOursWithThePolicy) {
+TEST_F(RunImageMagickTest, PassesOurEnvironmentWithThePolicy) {
   Script("env >\"$(dirname \"$0\")/environment\"");
   setenv("KELDO_TEST_VARIABLE", "kept", 1);
   setenv("MAGICK_CONFIGURE_PATH", "/elsewhere", 1);
@@ -112,7 +112,7 @@ TEST_F(RunImageMagickTest, TheEnvironmentIsOursWithThePolicy) {
 TEST_F(RunImageMagickTest, APolicyBesideOurProgramIsUsed) {
   Script("echo \"$MAGICK_CONFIGURE_PATH\" >\"$(dirname \"$0\")/policy-used\"");
   magick_.policy = In("missing");
-  // The tests stand in a folder beside the program's.
+  // The tests are in a folder beside the program's.
   const fs::path ourselves = fs::read_symlink("/proc/self/exe");
   EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 0);
   EXPECT_EQ(Read(In("policy-used")),
@@ -149,7 +149,7 @@ TEST_F(RunImageMagickTest, CannotBeRun) {
             "convert-thumb: cannot run " + magick_.program + ": Permission denied\n");
 }
 
-TEST_F(RunImageMagickTest, NeverToOurselves) {
+TEST_F(RunImageMagickTest, NeverRunsThisProgram) {
   fs::remove(magick_.program);
   fs::create_symlink(fs::read_symlink("/proc/self/exe"), magick_.program);
   testing::internal::CaptureStderr();
@@ -170,7 +170,7 @@ TEST_F(RunImageMagickTest, TheChildDiesWithUs) {
   EXPECT_EQ(kill(child, 0), 0);
   kill(us, SIGTERM);
   ASSERT_EQ(waitpid(us, nullptr, 0), us);
-  // Whoever adopts it may reap it late; dead it is at once.
+  // It is dead at once, but whoever adopts it may reap it late.
   const auto is_alive = [&] {
     const std::string state = Read("/proc/" + std::to_string(child) + "/stat");
     return !state.empty() && state.find(") Z") == std::string::npos;
@@ -185,8 +185,8 @@ Arguments CommandOf(const std::string& input, const std::string& output) {
   return {input, "-thumbnail", "9x9>", "-quality", "90", output};
 }
 
-TEST_F(RunImageMagickTest, NamesOfAnUnderstoodCommandStayNames) {
-  // It copies what its first argument names to what its last one names.
+TEST_F(RunImageMagickTest, FileNamesOfAParsedCommandAreLiteral) {
+  // Copies the file that the first argument names to the one that the last argument names.
   Script(
       "for last; do :; done; cat \"${1%%\\[0\\]}\" >\"${last#JPEG:}\"; printf '%s\\0' \"$@\" "
       ">\"$(dirname \"$0\")/arguments\"");
@@ -204,7 +204,7 @@ TEST_F(RunImageMagickTest, NamesOfAnUnderstoodCommandStayNames) {
   }
 }
 
-TEST_F(RunImageMagickTest, RelativeNamesOfAnUnderstoodCommand) {
+TEST_F(RunImageMagickTest, RelativeFileNamesOfAParsedCommand) {
   const fs::path before = fs::current_path();
   fs::current_path(In(""));
   for (const std::string name : {"png:a.jpg", "-x.jpg", "@a.jpg", "~.jpg", "plain.jpg", "sRGB"}) {
@@ -224,7 +224,7 @@ TEST_F(RunImageMagickTest, RelativeNamesOfAnUnderstoodCommand) {
   fs::current_path(before);
 }
 
-TEST_F(RunImageMagickTest, PlainNamesOfAnUnderstoodCommand) {
+TEST_F(RunImageMagickTest, PlainFileNamesOfAParsedCommand) {
   std::ofstream(In("in.psd")) << "psd";
   std::ofstream(In("out.jpg")).close();
   const Arguments arguments = CommandOf(In("in.psd") + "[0]", In("out.jpg"));
@@ -232,7 +232,7 @@ TEST_F(RunImageMagickTest, PlainNamesOfAnUnderstoodCommand) {
   EXPECT_THAT(Given(), ElementsAreArray(arguments));
 }
 
-TEST_F(RunImageMagickTest, ANameThatCannotBePassed) {
+TEST_F(RunImageMagickTest, AFileNameThatCannotBePassed) {
   const Arguments arguments = CommandOf(In("missing%d.jpg"), In("out.jpg"));
   testing::internal::CaptureStderr();
   EXPECT_EQ(RunImageMagick(magick_, arguments, *ParseCommand(arguments), "this"), 1);

@@ -6,9 +6,9 @@
 #include "process/startup.h"
 
 int main(int argc, char** argv) {
-  // An output that took the place of a closed standard error would receive the messages.
+  // Otherwise an output could get the number of a closed standard error, and receive the messages.
   keldo::process::EnsureStandardDescriptors();
-  // A reader of our messages who has gone away must not keep us from removing unfinished outputs.
+  // Unfinished outputs must be removed even where nobody reads our messages any more.
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   return keldo::convert::ConvertMain(
       std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));

@@ -162,8 +162,8 @@ std::vector<SyscallFilter::Case> SyscallFilter::CoverAllCalls() {
   return covered;
 }
 
-// The kernel tries a new filter with every call there is, which takes longer than all the rest of
-// the sandbox when the calls are looked for one after the other. So they are halved, and halved.
+// The kernel runs a new filter for every call that exists. With a search of one call after the
+// other that takes longer than all the rest of the sandbox, so this is a binary search.
 std::vector<sock_filter> SyscallFilter::Search(std::span<const Case> cases) {
   constexpr std::size_t kLongestSkip = 255;
   if (cases.size() == 1) return cases[0].verdict;
@@ -344,7 +344,7 @@ void CloseOtherDescriptors(std::span<const int> kept) {
 }
 
 void ApplyLimits(const WorkerLimits& limits, const SandboxParts& parts) {
-  // Whoever overlooks the signal is killed a little later.
+  // A decoder that ignores the signal is killed a little later.
   constexpr rlim_t kGraceSeconds = 5;
   LowerLimit(RLIMIT_CPU, limits.cpu_seconds, limits.cpu_seconds + kGraceSeconds);
   alarm(limits.seconds);
@@ -377,14 +377,14 @@ bool ApplySeccomp() {
   filter.Refuse(__NR_ioctl, ENOTTY);
   for (const std::uint32_t call : kNotPermitted)
     filter.Refuse(call, EPERM);
-  // Its flags are out of a filter's sight. The C library then takes clone.
+  // A filter cannot see its flags. The C library then uses clone.
   filter.Refuse(__NR_clone3, ENOSYS);
   return filter.Install();
 }
 
 SandboxGaps EnterSandbox(const WorkerLimits& limits, const SandboxParts& parts) {
   SandboxGaps gaps;
-  // It takes a descriptor for a moment.
+  // It needs a descriptor for a moment.
   if (parts.landlock) gaps.landlock = !ApplyLandlock();
   ApplyLimits(limits, parts);
   if (parts.seccomp) gaps.seccomp = !ApplySeccomp();

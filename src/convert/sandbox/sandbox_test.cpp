@@ -42,17 +42,17 @@ using keldo::testing::ErrorOf;
 using keldo::testing::InChild;
 using keldo::testing::kNotStopped;
 
-// How a child ends that has the system call filter, and no other part of the sandbox.
+// How a child ends that is confined by the system call filter alone.
 int Filtered(const std::function<int()>& work) {
   return InChild([&] { return ApplySeccomp() ? work() : kNotStopped; });
 }
 
-// The same with Landlock alone.
+// The same by Landlock alone.
 int Landlocked(const std::function<int()>& work) {
   return InChild([&] { return ApplyLandlock() ? work() : kNotStopped; });
 }
 
-// The same with everything that a worker has.
+// The same by everything that confines a worker.
 int Confined(const std::function<int()>& work, SandboxParts parts = {true, true}) {
   return InChild([&] {
     const SandboxGaps gaps = EnterSandbox({}, parts);
@@ -95,7 +95,7 @@ TEST_F(SandboxTest, NoOtherFileIsOpened) {
   EXPECT_EQ(Landlocked([] { return ErrorOf(open("/", O_RDONLY | O_DIRECTORY)); }), EACCES);
 }
 
-TEST_F(SandboxTest, NoFileIsCreatedNorRemoved) {
+TEST_F(SandboxTest, NoFileIsCreatedOrRemoved) {
   const std::string kept = Write("kept", "kept");
   const std::string path = In("created");
   const auto create = [&] { return ErrorOf(open(path.c_str(), O_WRONLY | O_CREAT, 0600)); };
@@ -221,8 +221,8 @@ TEST_F(SandboxTest, OtherSystemCallsAreStopped) {
 }
 
 #ifdef __x86_64__
-// Another architecture's numbers would pass for harmless calls.
-TEST_F(SandboxTest, TheOtherNumbersOfTheMachineAreStopped) {
+// Another architecture's call numbers would pass as those of harmless calls.
+TEST_F(SandboxTest, SystemCallsOfOtherArchitecturesAreStopped) {
   constexpr long kX32 = 0x40000000;
   EXPECT_EQ(Filtered([] { return ErrorOf(syscall(kX32 + SYS_getpid)); }), -SIGSYS);
   EXPECT_EQ(Filtered([] {
@@ -246,7 +246,7 @@ TEST_F(SandboxTest, WhatDecodingNeedsWorks) {
                   const auto* bytes = static_cast<const char*>(mapped);
                   if (bytes[0] != 'i' || bytes[99'999] != 'i') return 1;
                   if (ftruncate(out.get(), 0) != 0 || pwrite(out.get(), "new", 3, 0) != 3) return 2;
-                  // Small pieces and large ones come from different calls.
+                  // Small blocks and large ones come from different calls.
                   std::vector<std::vector<char>> pieces;
                   for (std::size_t size = 1; size < (std::size_t{32} << 20); size *= 2)
                     pieces.emplace_back(size, 'x');
@@ -267,7 +267,7 @@ TEST_F(SandboxTest, WhatDecodingNeedsWorks) {
   EXPECT_EQ(Read(In("output")), "new");
 }
 
-TEST_F(SandboxTest, AbortEndsByItsSignal) {
+TEST_F(SandboxTest, AbortEndsWithItsSignal) {
   EXPECT_EQ(Confined([]() -> int {
               std::signal(SIGABRT, SIG_DFL);
               std::abort();
@@ -323,7 +323,7 @@ TEST_F(SandboxTest, OtherDescriptorsAreClosed) {
   EXPECT_EQ(open_ones_after(LackCloseRange), kOneAndStandardError);
 }
 
-TEST_F(SandboxTest, TellsWhatTheKernelLacks) {
+TEST_F(SandboxTest, ReportsWhatTheKernelLacks) {
   constexpr int kNoLandlock = 1;
   constexpr int kNoSeccomp = 2;
   const auto gaps_after = [](const std::function<void()>& lack) {

@@ -53,7 +53,7 @@ Result RunAndCapture(const std::function<void()>& work) {
   return RunAndCapture(work, plan);
 }
 
-// Ends the worker by a signal, whatever a sanitizer would do about it.
+// Ends the worker by a signal that no sanitizer handles.
 void Die(int signal) {
   static_cast<void>(std::signal(signal, SIG_DFL));
   static_cast<void>(raise(signal));
@@ -86,7 +86,7 @@ TEST(RunWorker, FailuresArePrintedOnce) {
   EXPECT_EQ(other.messages, Message("a library's reason"));
 }
 
-TEST(RunWorker, UnsupportedIsNoFailure) {
+TEST(RunWorker, UnsupportedIsNotAFailure) {
   const Result result =
       RunAndCapture([] { throw ImageError(ImageError::Kind::kUnsupported, "strange"); });
   EXPECT_EQ(result.outcome, Outcome::kUnsupported);
@@ -135,7 +135,7 @@ TEST(RunWorker, AnEndlessLoopEnds) {
 TEST(RunWorker, AnEndlessWaitEnds) {
   WorkerPlan plan{"a\nb.jpg", {}, {}, {}};
   plan.limits.seconds = 1;
-  // Whoever started us may have passed this on.
+  // We may have inherited this.
   sigset_t alarm_only;
   sigemptyset(&alarm_only);
   sigaddset(&alarm_only, SIGALRM);
@@ -148,7 +148,7 @@ TEST(RunWorker, AnEndlessWaitEnds) {
   EXPECT_EQ(result.messages, Message("reading it took longer than the limit of 1 s"));
 }
 
-TEST(RunWorker, AFileThatShrinks) {
+TEST(RunWorker, AFileMayShrink) {
   const TempDir dir;
   const std::string path = dir.path() + "/photo";
   std::ofstream(path) << std::string(100'000, 'x');
@@ -242,13 +242,13 @@ TEST(RunWorker, TheWorkerDiesWithItsParent) {
   ASSERT_EQ(read(reader.get(), &byte, 1), 1);
   kill(parent, SIGTERM);
   ASSERT_EQ(waitpid(parent, nullptr, 0), parent);
-  // The end of the pipe is the worker's.
+  // The writing end of the pipe is the worker's.
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(read(reader.get(), &byte, 1), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
 
-// Outputs of a run that ends in some way.
+// The outputs of a run, depending on how it ends.
 class OutputsOfARun : public testing::Test {
  protected:
   // Runs work that writes to both outputs.
@@ -270,7 +270,7 @@ class OutputsOfARun : public testing::Test {
   std::string old_ = dir_.path() + "/old.jpg";
 };
 
-TEST_F(OutputsOfARun, AreThereWhenItIsDone) {
+TEST_F(OutputsOfARun, StayAfterSuccess) {
   EXPECT_EQ(RunTo([](std::span<const int> outputs) {
               for (const int fd : outputs) {
                 if (ftruncate(fd, 0) != 0 || write(fd, "thumbnail", 9) != 9) _exit(1);
@@ -281,7 +281,7 @@ TEST_F(OutputsOfARun, AreThereWhenItIsDone) {
   EXPECT_EQ(Read(old_), "thumbnail");
 }
 
-TEST_F(OutputsOfARun, AreGoneWhenItFailedHalfWay) {
+TEST_F(OutputsOfARun, AreRemovedAfterAFailureHalfWay) {
   const auto half = [](std::span<const int> outputs) {
     if (write(outputs[0], "half", 4) != 4) _exit(1);
   };

@@ -53,7 +53,7 @@ int KLIBCKill(const char* name, int signal) {
   const std::string wanted = std::string(name).substr(0, kCommandNameLength);
   const int sent = signal == 0 ? SIGKILL : signal;
   int count = 0;
-  // A process that has just gone reads as one without a name.
+  // A process that has just ended has an empty name.
   if (wanted.empty()) return count;
   const keldo::UniqueDir processes(opendir("/proc"));
   if (!processes) return count;

@@ -39,7 +39,7 @@ class KillTest : public testing::Test {
   keldo::testing::TempDir dir_;
 };
 
-TEST_F(KillTest, KillsEveryProcessOfTheNameAndNoOther) {
+TEST_F(KillTest, KillsEveryProcessOfThatNameAndNoOther) {
   EXPECT_EQ(InNamespace(R"sh(
     start convert-thumb; a=$!
     start convert-thumb2; other=$!
@@ -53,7 +53,7 @@ TEST_F(KillTest, KillsEveryProcessOfTheNameAndNoOther) {
             "2\n137\n137\nalive\nalive\nalive\n");
 }
 
-TEST_F(KillTest, SendsTheSignalThatIsAskedFor) {
+TEST_F(KillTest, SendsTheGivenSignal) {
   EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL convert-thumb 15; ended $a"), "1\n143\n");
 }
 
@@ -82,7 +82,7 @@ TEST_F(KillTest, FindsNothing) {
   EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL missing 0; alive $a"), "0\nalive\n");
 }
 
-TEST_F(KillTest, NoNameMeansNoProcess) {
+TEST_F(KillTest, AnEmptyNameMatchesNoProcess) {
   EXPECT_EQ(InNamespace(R"sh(
     bash -c 'printf "\0" >/proc/$$/comm; sleep 1000 & echo >ready; wait' & a=$!
     until [ -s ready ]; do sleep 0.01; done
@@ -102,7 +102,7 @@ TEST_F(KillTest, NeverKillsItself) {
             "1\nstatus 0\n137\n");
 }
 
-// "x) 1 (y" stands for what a name may do to reading the process's parent.
+// A name such as "x) 1 (y" must not mislead the reading of a process's parent.
 TEST_F(KillTest, TheGroupOfOurOwnChildGoesToo) {
   for (const std::string name : {"convert-thumb", "x) 1 (y"}) {
     EXPECT_EQ(InNamespace("name='" + name + "'\n" + R"sh(

@@ -10,7 +10,7 @@
 
 int KLIBCProcPidFileCreate(const char* path) {
   constexpr mode_t kMode = 0644;
-  // Made anew, so that nothing is written through a link that somebody left there.
+  // A new file, so that nothing is written through a link that somebody left there.
   if (unlink(path) != 0 && errno != ENOENT) return -1;
   const keldo::UniqueFd file(
       open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kMode));

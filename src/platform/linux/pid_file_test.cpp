@@ -67,10 +67,10 @@ TEST_F(PidFileTest, NeverWritesThroughAHardLink) {
   EXPECT_EQ(ReadFile(target), "precious");
 }
 
-TEST_F(PidFileTest, SaysWhenItCannotBeMade) {
+TEST_F(PidFileTest, ReportsWhenItCannotBeMade) {
   EXPECT_EQ(KLIBCProcPidFileCreate((directory() + "/missing/keldothumb.pid").c_str()), -1);
   EXPECT_EQ(errno, ENOENT);
-  // Refused to root as well.
+  // Root cannot do this either.
   EXPECT_EQ(KLIBCProcPidFileCreate("/proc/keldothumb.pid"), -1);
   std::filesystem::create_directory(path());
   EXPECT_EQ(KLIBCProcPidFileCreate(path().c_str()), -1);

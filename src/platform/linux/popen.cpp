@@ -35,7 +35,7 @@ struct OpenStream {
   Clock::time_point deadline;
 };
 
-// The C stream is all that callers hold, so the rest must be found by it.
+// Callers hold nothing but the C stream, so the rest is found by it.
 std::map<FILE*, OpenStream>& OpenStreams() {
   static std::map<FILE*, OpenStream> streams;
   return streams;

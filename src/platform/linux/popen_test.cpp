@@ -55,7 +55,7 @@ class PopenTest : public testing::Test {
   TempDir dir_;
 };
 
-TEST_F(PopenTest, TheModeTellsWhichOutputIsRead) {
+TEST_F(PopenTest, TheModeSaysWhichOutputIsRead) {
   for (const auto& [mode, expected] : std::vector<std::pair<const char*, std::string>>{
            {"r", "output\n"}, {"rB", "output\n"}, {"rE", "error\n"}}) {
     FILE* stream = OpenShell(mode, "echo output; echo error >&2");
@@ -65,7 +65,7 @@ TEST_F(PopenTest, TheModeTellsWhichOutputIsRead) {
   }
 }
 
-TEST_F(PopenTest, TheOtherOutputGoesNowhereAndTheInputIsEmpty) {
+TEST_F(PopenTest, TheOtherOutputAndTheInputAreDevNull) {
   const std::string look = "readlink /proc/$$/fd/0 /proc/$$/fd/";
   FILE* stream = OpenShell("r", look + "2; true");
   ASSERT_NE(stream, nullptr);
@@ -77,7 +77,7 @@ TEST_F(PopenTest, TheOtherOutputGoesNowhereAndTheInputIsEmpty) {
   EXPECT_EQ(KLIBCPclose(stream), 0);
 }
 
-TEST_F(PopenTest, WorksWithoutStandardDescriptorsOfOurOwn) {
+TEST_F(PopenTest, WorksWhereOurStandardDescriptorsAreClosed) {
   for (unsigned closed = 1; closed < 8; ++closed) {
     EXPECT_EQ(InCopy([closed] {
                 for (int fd = 0; fd < 3; ++fd)

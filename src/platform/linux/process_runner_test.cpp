@@ -48,7 +48,7 @@ TEST_F(ProcessRunnerTest, ReturnsZeroForExitStatusZeroOnly) {
   EXPECT_EQ(CapturedSyslog().size(), 3U) << "one line a failure";
 }
 
-TEST_F(ProcessRunnerTest, AChildKilledByASignalHasFailed) {
+TEST_F(ProcessRunnerTest, AChildKilledByASignalIsAFailure) {
   EXPECT_NE(RunShell("kill -KILL $$"), 0);
   EXPECT_NE(RunShell("kill -TERM $$"), 0);
   EXPECT_EQ(CapturedSyslog().size(), 2U) << "one line a failure";
@@ -82,7 +82,7 @@ TEST_F(ProcessRunnerTest, LogsWhyAProgramCannotBeStarted) {
       ElementsAre(LogLine{LOG_ERR, "process:41 [Error] failed to start /: Permission denied"}));
 }
 
-TEST_F(ProcessRunnerTest, NoShellReadsAFileThatIsNoProgram) {
+TEST_F(ProcessRunnerTest, NoShellReadsAFileThatIsNotAProgram) {
   const std::string path = PathOf("text");
   keldo::testing::WriteFile(path, "exit 0\n");
   std::filesystem::permissions(path, std::filesystem::perms::owner_all);
@@ -163,11 +163,11 @@ TEST_F(ProcessRunnerTest, ManyRunsLeaveNoDescriptorAndNoZombie) {
 }
 
 // Some service managers and scripts start programs so; the kernel then keeps no exit status.
-TEST_F(ProcessRunnerTest, TellsSuccessFromFailureWhenStartedWithChildrenIgnored) {
+TEST_F(ProcessRunnerTest, DistinguishesSuccessFromFailureWhereSigchldIsIgnored) {
   EXPECT_EQ(InCopy([] {
               std::signal(SIGCHLD, SIG_IGN);
-              const bool told = RunShell("exit 0") == 0 && RunShell("exit 1") != 0;
-              return told ? 0 : 1;
+              const bool correct = RunShell("exit 0") == 0 && RunShell("exit 1") != 0;
+              return correct ? 0 : 1;
             }),
             0);
 }
