@@ -11,8 +11,6 @@
 namespace keldo::media {
 namespace {
 
-using std::string_view_literals::operator""sv;
-
 bool IsJpeg(Bytes start) {
   return StartsWith(start, "\xFF\xD8\xFF");
 }
@@ -36,6 +34,7 @@ bool IsPng(Bytes start) {
 // 42 and 43 are the versions, of files with offsets of 32 and of 64 bits. A Canon RAW file starts
 // with the same bytes; its first page is a preview.
 bool IsTiff(Bytes start) {
+  using std::string_view_literals::operator""sv;
   if (TextAt(start, 8, 2) == "CR") return false;
   return StartsWith(start, "II*\0"sv) || StartsWith(start, "MM\0*"sv) ||
          StartsWith(start, "II+\0"sv) || StartsWith(start, "MM\0+"sv);
@@ -76,30 +75,28 @@ bool IsHeif(Bytes start) {
 using Extensions = std::span<const std::string_view>;
 
 // In lower case. JPEG 2000 and Photoshop files are rendered by ImageMagick.
-constexpr std::array kJpegExtensions{"jpg"sv, "jpeg"sv, "jpe"sv, "jfif"sv};
-constexpr std::array kBmpExtensions{"bmp"sv, "dib"sv};
-constexpr std::array kPnmExtensions{"ppm"sv, "pgm"sv, "pnm"sv};
-constexpr std::array kOtherPnmExtensions{"pbm"sv};
-constexpr std::array kPngExtensions{"png"sv};
-constexpr std::array kTiffExtensions{"tif"sv, "tiff"sv};
-constexpr std::array kWebpExtensions{"webp"sv};
-constexpr std::array kGifExtensions{"gif"sv};
-constexpr std::array kHeifExtensions{"heic"sv, "heics"sv, "heif"sv, "heifs"sv,
-                                     "hif"sv,  "avif"sv,  "avifs"sv};
-constexpr std::array kJpeg2000Extensions{"jp2"sv};
-constexpr std::array kPhotoshopExtensions{"psd"sv};
-constexpr std::array kRawExtensions{
-    "3fr"sv, "arw"sv, "bay"sv, "cap"sv, "cr2"sv, "cr3"sv, "crw"sv, "dcr"sv, "dcs"sv, "dng"sv,
-    "drf"sv, "eip"sv, "erf"sv, "fff"sv, "gpr"sv, "iiq"sv, "k25"sv, "kc2"sv, "kdc"sv, "mdc"sv,
-    "mef"sv, "mos"sv, "mrw"sv, "nef"sv, "nrw"sv, "orf"sv, "ori"sv, "pef"sv, "ptx"sv, "pxn"sv,
-    "raf"sv, "raw"sv, "rw2"sv, "rwl"sv, "rwz"sv, "sr2"sv, "srf"sv, "srw"sv, "x3f"sv};
+constexpr auto kJpegExtensions = std::to_array<std::string_view>({"jpg", "jpeg", "jpe", "jfif"});
+constexpr auto kBmpExtensions = std::to_array<std::string_view>({"bmp", "dib"});
+constexpr auto kPnmExtensions = std::to_array<std::string_view>({"ppm", "pgm", "pnm"});
+constexpr auto kOtherPnmExtensions = std::to_array<std::string_view>({"pbm"});
+constexpr auto kPngExtensions = std::to_array<std::string_view>({"png"});
+constexpr auto kTiffExtensions = std::to_array<std::string_view>({"tif", "tiff"});
+constexpr auto kWebpExtensions = std::to_array<std::string_view>({"webp"});
+constexpr auto kGifExtensions = std::to_array<std::string_view>({"gif"});
+constexpr auto kHeifExtensions =
+    std::to_array<std::string_view>({"heic", "heics", "heif", "heifs", "hif", "avif", "avifs"});
+constexpr auto kJpeg2000Extensions = std::to_array<std::string_view>({"jp2"});
+constexpr auto kPhotoshopExtensions = std::to_array<std::string_view>({"psd"});
+constexpr auto kRawExtensions = std::to_array<std::string_view>(
+    {"3fr", "arw", "bay", "cap", "cr2", "cr3", "crw", "dcr", "dcs", "dng", "drf", "eip", "erf",
+     "fff", "gpr", "iiq", "k25", "kc2", "kdc", "mdc", "mef", "mos", "mrw", "nef", "nrw", "orf",
+     "ori", "pef", "ptx", "pxn", "raf", "raw", "rw2", "rwl", "rwz", "sr2", "srf", "srw", "x3f"});
 
-// Videos are none of our formats: only their names count.
-constexpr std::array kVideoExtensions{
-    "3g2"sv,  "3gp"sv,  "asf"sv, "avi"sv, "divx"sv, "dv"sv,  "f4v"sv,  "flv"sv, "m1v"sv,
-    "m2t"sv,  "m2ts"sv, "m2v"sv, "m4v"sv, "mkv"sv,  "mod"sv, "mov"sv,  "mp4"sv, "mpe"sv,
-    "mpeg"sv, "mpg"sv,  "mpv"sv, "mts"sv, "mxf"sv,  "ogm"sv, "ogv"sv,  "qt"sv,  "rm"sv,
-    "rmvb"sv, "tod"sv,  "tp"sv,  "trp"sv, "ts"sv,   "vob"sv, "webm"sv, "wmv"sv, "xvid"sv};
+// Videos are recognised by extension only, and have no row below.
+constexpr auto kVideoExtensions = std::to_array<std::string_view>(
+    {"3g2", "3gp", "asf", "avi",  "divx", "dv",  "f4v",  "flv", "m1v", "m2t",  "m2ts", "m2v",
+     "m4v", "mkv", "mod", "mov",  "mp4",  "mpe", "mpeg", "mpg", "mpv", "mts",  "mxf",  "ogm",
+     "ogv", "qt",  "rm",  "rmvb", "tod",  "tp",  "trp",  "ts",  "vob", "webm", "wmv",  "xvid"});
 
 struct FormatRow {
   Format format;
@@ -177,7 +174,8 @@ bool IsRawExtension(const std::string& extension) {
   return row != nullptr && row->format == Format::kRaw;
 }
 
-// "jfif" is left out on purpose: only these three names get what JPEG photos get in a request.
+// The appliance counts three extensions as JPEG. A "jfif" file is a photo, but not a JPEG photo
+// here.
 bool IsJpegExtension(const std::string& extension) {
   const std::string wanted = InLowerCase(extension);
   return wanted != "jfif" && Contains(kJpegExtensions, wanted);
