@@ -17,11 +17,6 @@ using ::testing::Not;
 const LogLine kVersionFailed = ErrorLine("keldomk_ipc:59 fail");
 const LogLine kPostFailed = ErrorLine("keldomk_ipc:139 fail");
 
-bool AutoOrients(const RunResult& run) {
-  const auto calls = Calls(run, "convert-thumb");
-  return ::testing::Value(calls.at(0), Contains("-auto-orient"));
-}
-
 TEST(DaemonTest, MissingDaemonIsLoggedAndHarmless) {
   Sandbox box;
   box.AddPhoto("a.jpg");

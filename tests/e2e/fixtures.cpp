@@ -84,6 +84,11 @@ std::vector<std::vector<std::string>> Calls(const RunResult& run, const std::str
   return calls;
 }
 
+bool AutoOrients(const RunResult& run) {
+  const auto calls = Calls(run, "convert-thumb");
+  return std::ranges::find(calls.at(0), "-auto-orient") != calls.at(0).end();
+}
+
 std::string MetadataOf(const std::string& photo_name) {
   return std::string(kPhotoDir) + "/@eaDir/" + photo_name;
 }

@@ -19,6 +19,9 @@ extern const char* const kSixKinds;
 [[nodiscard]] std::vector<std::vector<std::string>> Calls(const RunResult& run,
                                                           const std::string& program);
 
+/// True if the first run of the converter rotates by the orientation tag.
+[[nodiscard]] bool AutoOrients(const RunResult& run);
+
 /// The metadata directory of a photo in the photo directory, and a file in it.
 [[nodiscard]] std::string MetadataOf(const std::string& photo_name);
 [[nodiscard]] std::string ThumbOf(const std::string& photo_name, const std::string& kind);

@@ -59,7 +59,7 @@ TEST_F(JobFailureTest, FailedPhaseZeroMarksEverything) {
   box.Script("convert-thumb", "when /volume1/photo/a.png\nexit 1\nalways\noutputs jpeg\n");
   const RunResult run = box.RunOn();
   EXPECT_EQ(run.exit_status, 0);
-  ASSERT_EQ(run.log.size(), 1U) << "the converter's end";
+  ASSERT_EQ(run.log.size(), 1U) << "the converter's failure";
   EXPECT_EQ(run.log[0].priority, 4);
   EXPECT_THAT(run.log[0].text,
               ::testing::StartsWith("process:63 [Warning] /usr/keldo/bin/convert-thumb ended with "
@@ -126,7 +126,7 @@ TEST_F(JobFailureTest, MissingConverterFailsThePhoto) {
   EXPECT_EQ(run.exit_status, 0);
   EXPECT_EQ(box.List(MetadataOf("a.png")), MarkerNames("XL B M L SM S"));
   EXPECT_EQ(box.List(MetadataOf("b.png")), MarkerNames("XL B M L SM S"));
-  ASSERT_EQ(run.log.size(), 2U) << "one line a photo";
+  ASSERT_EQ(run.log.size(), 2U) << "one line per photo";
   EXPECT_THAT(run.log[0].text, ::testing::HasSubstr("/usr/keldo/bin/convert-thumb"));
 }
 
@@ -199,7 +199,7 @@ TEST_F(JobFailureTest, ConcurrentRunsDoNotRepeatWork) {
                                  "/program/keldothumb /conf/profile /volume1/photo & "
                                  "while ! [ -s /standins/record ]; do :; done; "
                                  "/program/keldothumb /conf/profile /volume1/photo; wait"});
-  EXPECT_EQ(run.invocations.size(), 4U) << "two photos, two phases, once";
+  EXPECT_EQ(run.invocations.size(), 4U) << "two photos in two phases, each once";
   EXPECT_THAT(run.log,
               ElementsAre(ErrorLine("keldothumb:925 Failed to lock /volume1/photo/@eaDir")));
   EXPECT_EQ(box.List(MetadataOf("a.png")), ThumbNames("XL B M L SM"));
@@ -241,7 +241,7 @@ TEST_F(JobFailureTest, NearlyFullVolumeStopsTheDirectory) {
 TEST_F(JobFailureTest, OneGibibyteFreeIsEnough) {
   MountVolumeWithFree(box, kGiB);
   const RunResult run = box.RunOn();
-  EXPECT_EQ(Calls(run, "convert-thumb").size(), 2U) << "then the thumbnails have taken some of it";
+  EXPECT_EQ(Calls(run, "convert-thumb").size(), 2U) << "the first thumbnails have used some of it";
   EXPECT_THAT(run.log, ElementsAre(ErrorLine("keldothumb:969 Stopping creating thumbs as the disk "
                                              "space is near full, /volume1/photo/b.png")));
   EXPECT_THAT(QueuedDirectories(box), ElementsAre(kPhotoDir)) << "the work on a.png is deferred";

@@ -182,7 +182,7 @@ TEST_F(JobTest, OneByteThumbnailOfPhaseZeroStartsThere) {
   box.Write(ThumbOf("a.jpg", "M"), "x");
   box.Remove(ThumbOf("a.jpg", "S"));
   EXPECT_EQ(box.RunOn().exit_status, 0);
-  EXPECT_EQ(Counter(box, "completed_thumb"), 5) << "phases 0 and 1 were gone through";
+  EXPECT_EQ(Counter(box, "completed_thumb"), 5) << "phases 0 and 1 were processed";
   EXPECT_THAT(QueuedDirectories(box), ElementsAre(kPhotoDir));
   EXPECT_GT(box.Status(ThumbOf("a.jpg", "M")).st_size, 1) << "made again";
 }

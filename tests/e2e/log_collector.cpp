@@ -50,7 +50,7 @@ LogCollector::~LogCollector() {
   thread_.join();
 }
 
-std::vector<LogLine> LogCollector::Take() {
+std::vector<LogLine> LogCollector::TakeLines() {
   ReadAll();
   const std::lock_guard lock(mutex_);
   return std::exchange(lines_, {});

@@ -34,7 +34,7 @@ class LogCollector {
   LogCollector& operator=(const LogCollector&) = delete;
 
   /// All lines since the last call. The list is complete once the writers have ended.
-  [[nodiscard]] std::vector<LogLine> Take();
+  [[nodiscard]] std::vector<LogLine> TakeLines();
 
  private:
   void Collect();

@@ -126,7 +126,7 @@ TEST_F(PipelineTest, ColourProfileIsReattached) {
   with_profile.input += " -profile " + MetadataOf("a.jpg") + "/KELDOPHOTO_PROFILE.icc";
   EXPECT_THAT(Calls(run, "convert-thumb"), ElementsAre(with_profile.Convert()));
   EXPECT_EQ(run.standard_output, "PROFILE");
-  EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL S")) << "the profile file is gone";
+  EXPECT_EQ(box.List(MetadataOf("a.jpg")), ThumbNames("XL S")) << "the profile file is removed";
 }
 
 TEST_F(PipelineTest, EmptyColourProfileIsLeftOut) {
@@ -238,7 +238,7 @@ TEST_F(PipelineTest, TemporaryFilesAppearOnlyWhenTheConverterWritesThem) {
 
 TEST_F(PipelineTest, TemporariesOfAFailedConverterStay) {
   box.Script("convert-thumb", "outputs jpeg\nexit 1\n");
-  EXPECT_EQ(RunWithSmallPhoto().log.size(), 1U) << "the converter's end";
+  EXPECT_EQ(RunWithSmallPhoto().log.size(), 1U) << "the converter's failure";
   const std::vector<std::string> names = box.List(MetadataOf("a.jpg"));
   EXPECT_EQ(std::count_if(names.begin(), names.end(),
                           [](const auto& name) { return name.starts_with("KELDOPHOTO.tmp."); }),

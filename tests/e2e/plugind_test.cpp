@@ -8,7 +8,6 @@
 namespace keldo::testing {
 namespace {
 
-using ::testing::Contains;
 using ::testing::HasSubstr;
 
 constexpr const char* kDatabase = "/var/lib/keldoindex/index.db";
@@ -46,10 +45,6 @@ void SetVersion(const Sandbox& box, const std::string& photo, int version) {
   EXPECT_EQ(sqlite3_step(statement), SQLITE_DONE);
   sqlite3_finalize(statement);
   sqlite3_close(database);
-}
-
-bool AutoOrients(const RunResult& run) {
-  return ::testing::Value(Calls(run, "convert-thumb").at(0), Contains("-auto-orient"));
 }
 
 TEST(PlugindTest, AnswersForANewPhotoAndRecordsThatItIsFinished) {

@@ -89,7 +89,7 @@ TEST_F(RawLibrawTest, FileThatIsNotARawPhotoFails) {
   EXPECT_EQ(Counter(box, "completed"), 1);
   EXPECT_EQ(Counter(box, "completed_thumb"), 6);
   EXPECT_THAT(run.requests, ElementsAre(PostRequest(photo)));
-  EXPECT_THAT(run.invocations, IsEmpty()) << "dcraw is not asked instead";
+  EXPECT_THAT(run.invocations, IsEmpty()) << "dcraw is not tried instead";
 }
 
 TEST_F(RawLibrawTest, HostileNamesWork) {

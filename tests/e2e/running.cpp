@@ -100,9 +100,9 @@ RunResult Running::Finish() {
   for (std::string name; std::getline(report, name);)
     result.survivors.push_back(name);
 
-  result.log = box_.log_.Take();
+  result.log = box_.log_.TakeLines();
   result.invocations = ReadInvocations(box_.Outside(kRecord));
-  if (box_.daemon_ != nullptr) result.requests = box_.daemon_->Take();
+  if (box_.daemon_ != nullptr) result.requests = box_.daemon_->TakeRequests();
   // A sanitizer's findings in the program or its children.
   EXPECT_EQ(result.standard_error.find("Sanitizer"), std::string::npos) << result.standard_error;
   EXPECT_EQ(result.standard_error.find("runtime error"), std::string::npos)

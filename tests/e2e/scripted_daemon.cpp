@@ -25,7 +25,7 @@ ScriptedDaemon::~ScriptedDaemon() {
   thread_.join();
 }
 
-std::vector<std::string> ScriptedDaemon::Take() {
+std::vector<std::string> ScriptedDaemon::TakeRequests() {
   const std::lock_guard lock(mutex_);
   return std::exchange(requests_, {});
 }

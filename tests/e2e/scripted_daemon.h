@@ -23,7 +23,7 @@ class ScriptedDaemon {
   ScriptedDaemon& operator=(const ScriptedDaemon&) = delete;
 
   /// The requests since the last call, as received, without the newline.
-  [[nodiscard]] std::vector<std::string> Take();
+  [[nodiscard]] std::vector<std::string> TakeRequests();
 
  private:
   void Serve();

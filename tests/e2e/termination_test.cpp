@@ -48,7 +48,7 @@ TEST(TerminationTest, StopsTheConverter) {
   WaitForInvocations(box, 1);
   ExpectTerminated(box, Terminate(*running));
   EXPECT_FALSE(box.Exists("/var/run/keldothumb.2.pid"));
-  EXPECT_TRUE(box.Exists("/var/run/keldothumb.1.pid")) << "that of another process";
+  EXPECT_TRUE(box.Exists("/var/run/keldothumb.1.pid")) << "the pid file of another process";
   EXPECT_THAT(box.List(MetadataOf("a.png")), IsEmpty()) << "no thumbnail, no marker";
 }
 
@@ -175,7 +175,7 @@ TEST(TerminationTest, AtAnyMoment) {
   auto other = std::async(std::launch::async, TerminateAtRandom, kRunsOfEach, 2U);
   const Tally first = TerminateAtRandom(kRunsOfEach, 1U);
   const Tally second = other.get();
-  EXPECT_GT(first.terminated + second.terminated, kRunsOfEach) << "most of them were caught";
+  EXPECT_GT(first.terminated + second.terminated, kRunsOfEach) << "most runs were interrupted";
   std::cout << first.terminated + second.terminated << " terminated, "
             << first.finished + second.finished << " had finished, "
             << first.too_early + second.too_early << " had not begun\n";
