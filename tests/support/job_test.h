@@ -1,5 +1,5 @@
-// The fixture for tests of the thumbnail job: photos with thumbnails in a directory, a converter
-// that writes what it is told to, and a daemon that answers.
+// The fixture for tests of the thumbnail job: a directory of photos with thumbnails, a converter that
+// writes its outputs, and a daemon that replies.
 #pragma once
 
 #include <set>
@@ -19,7 +19,7 @@ class JobTest : public CoreTest {
  protected:
   using Texts = std::vector<std::string>;
 
-  /// When photos and thumbnails were last changed, unless a test says otherwise.
+  /// The default modification times of photos and thumbnails.
   static constexpr time_t kPhotoTime = 5000;
   static constexpr time_t kThumbTime = 6000;
 
@@ -39,7 +39,7 @@ class JobTest : public CoreTest {
     };
   }
 
-  /// Makes a photo that the index can measure.
+  /// Creates a photo that the index can measure.
   std::string Photo(const std::string& name) {
     const std::string path = WriteFile(job_.path + "/" + name, "photo");
     SetTime(path, kPhotoTime);
@@ -60,7 +60,7 @@ class JobTest : public CoreTest {
     return Ea(photo_name) + "/KELDOPHOTO_THUMB_" + kind + ".fail";
   }
 
-  /// Makes existing thumbnails of these kinds.
+  /// Creates existing thumbnails of these kinds.
   void MakeThumbs(const std::string& photo_name, const Texts& kinds) const {
     for (const std::string& kind : kinds)
       SetTime(WriteFile(Thumb(photo_name, kind), "existing"), kThumbTime);
@@ -74,7 +74,7 @@ class JobTest : public CoreTest {
     return KindsWith([&](const std::string& kind) { return Exists(Marker(photo_name, kind)); });
   }
 
-  /// What the daemon was sent, as "GET_INDEX_VERSION /v/a.jpg".
+  /// The requests to the daemon, as "GET_INDEX_VERSION /v/a.jpg".
   [[nodiscard]] static Texts Packets() {
     Texts packets;
     for (const PacketRequest& packet : fake().packets) {
@@ -87,7 +87,7 @@ class JobTest : public CoreTest {
   [[nodiscard]] static Texts Progress() { return fake().ReadLines(paths::kPhotoProgress); }
   [[nodiscard]] static Texts Queue() { return fake().ReadLines(paths::kThumbQueue); }
 
-  /// The directories that a profile list was loaded for, in order.
+  /// The directories for which a profile list was loaded, in order.
   [[nodiscard]] static Texts Processed() {
     Texts directories;
     for (const std::string& call : fake().CallsOf({"KELDOIDX_GetDirThumbSizeMap"})) {
@@ -108,7 +108,7 @@ class JobTest : public CoreTest {
   ThumbProfileList profiles_;
   const std::string profile_path_ = In("thumb.conf");
   const ThumbJob job_{MakeDir(In("photos")), &profiles_};
-  /// Converter runs whose largest thumbnail has one of these boxes fail.
+  /// The converter fails if its largest thumbnail has one of these boxes.
   std::set<std::string> failing_boxes_;
   int index_version_ = 0;
 
