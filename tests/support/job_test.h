@@ -1,5 +1,5 @@
-// The fixture for tests of the thumbnail job: a directory of photos with thumbnails, a converter that
-// writes its outputs, and a daemon that replies.
+// The fixture for tests of the thumbnail job: a directory of photos with thumbnails, a converter
+// that writes its outputs, and a daemon that replies.
 #pragma once
 
 #include <set>
