@@ -56,7 +56,7 @@ int QueueDirForCounting(const std::string& directory);
 
 // ---- Other questions ----
 
-/// The box of a kind as text ("640x640"). Null for a number that is no kind; a negative one is
+/// The box of a kind as text ("640x640"). Null for a number without a kind; a negative one is
 /// logged.
 [[nodiscard]] const char* BoxOfKind(int kind);
 

@@ -68,7 +68,7 @@ TEST_F(ThumbWorkTest, ADirectoryCountsThePhotosThatLackThumbnails) {
   ExpectNoLog();
 }
 
-TEST_F(ThumbWorkTest, ADirectoryIsNotEnteredFurther) {
+TEST_F(ThumbWorkTest, SubdirectoriesAreNotCounted) {
   WritePhoto("sub/a.jpg");
   WritePhoto("b.jpg");
   EXPECT_EQ(DirCounts(Dir()), Counts(1, 6));
@@ -108,7 +108,7 @@ TEST_F(ThumbWorkTest, ADirectoryThatCannotBeOpenedIsLogged) {
 
 // ---- A tree ----
 
-TEST_F(ThumbWorkTest, ATreeIsCountedByTheWalksFilter) {
+TEST_F(ThumbWorkTest, TheWalksFilterHoldsForATree) {
   WritePhoto("a.jpg");
   WritePhoto("sub/b.jpg");
   WritePhoto("sub/deep/c.jpg");
@@ -145,7 +145,7 @@ TEST_F(ThumbWorkTest, QueuedDirectoriesAddNothing) {
   EXPECT_EQ(TreeCounts(Dir()), Counts(2, 12));
 }
 
-TEST_F(ThumbWorkTest, QueueingForCountingAlwaysLetsTheWalkGoOn) {
+TEST_F(ThumbWorkTest, QueueDirForCountingAlwaysReturnsZero) {
   WritePhoto("a.jpg");
   EXPECT_EQ(QueueDirForCounting(Dir()), 0);
   fake().WriteLines(paths::kThumbQueue, {Dir()});

@@ -220,7 +220,7 @@ TEST_F(FilmTest, AnH264FilmWithoutARecordDoesNotCount) {
                 {LOG_ERR, "keldomk_util:143 fail to get media from plugin db: " + photo_}}));
 }
 
-TEST_F(FilmTest, OtherFilmsSpareTheDaemon) {
+TEST_F(FilmTest, TheDaemonIsNotAskedWhenOtherFilmsExist) {
   WriteFile(Thumb("KELDOPHOTO_FILM_H264.mp4"), "");
   WriteFile(Thumb("KELDOPHOTO_FILM.flv"), "");
   EXPECT_EQ(Films(), 1);

@@ -66,7 +66,7 @@ class VideoStatusTest : public testing::CoreTest {
 
 // ---- One video ----
 
-TEST_F(VideoStatusTest, WhatIsNoExistingVideoNeedsNoWork) {
+TEST_F(VideoStatusTest, OnlyExistingVideosNeedWork) {
   EXPECT_FALSE(DoesVideoNeedWork(nullptr));
   EXPECT_FALSE(NeedsWork(In("none.mp4")));
   EXPECT_FALSE(NeedsWork(WriteVideo("a.jpg")));
@@ -133,7 +133,7 @@ TEST_F(VideoStatusTest, WithoutAMaskThereIsNoWork) {
   ExpectOneLog(LOG_ERR, "keldomk_thumb_status:301 [Error] get thumb size map: " + video);
 }
 
-TEST_F(VideoStatusTest, TheLongestPathIsStillTaken) {
+TEST_F(VideoStatusTest, TheLongestPathIsAccepted) {
   const std::string video = WriteVideoOfPathLength(4066);
   ASSERT_EQ(video.size(), 4066u);
   EXPECT_TRUE(NeedsWork(video));
@@ -273,7 +273,7 @@ TEST_F(VideoStatusTest, OnlyACapitalRAndAColonMakeATreeLine) {
 
 TEST_F(VideoStatusTest, LinesOfABufferOrMoreAreSkipped) {
   WriteVideo("tree/a.mp4");
-  // The text behind the second colon is of no account but for the length of the line.
+  // The text after the second colon only makes the line longer.
   const std::string head = "R:" + In("tree") + ":";
   const auto line_of = [&](std::size_t length) {
     return head + std::string(length - head.size() - 1, 'x') + "\n";
@@ -295,7 +295,7 @@ TEST_F(VideoStatusTest, TheMainQueueLeavesOutWhatIsInWork) {
   EXPECT_EQ(CountQueuedVideos(paths::kFlvQueue), 1);
 }
 
-TEST_F(VideoStatusTest, OtherQueuesAreNotHeldAgainstTheTwin) {
+TEST_F(VideoStatusTest, OnlyTheMainQueueHasATwin) {
   const std::string video = WriteVideo("a.mp4");
   fake().WriteLines(paths::kFlvQueueInWork, {video});
   EXPECT_EQ(CountQueuedVideos(paths::kFlvQueueInWork), 1);

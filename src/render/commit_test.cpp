@@ -107,7 +107,7 @@ TEST_F(CommitTest, APhotoThatVanishedCommitsNothing) {
 
 // ---- One thumbnail of several fails ----
 
-TEST_F(CommitTest, AMissingRenderingStopsNoOther) {
+TEST_F(CommitTest, AMissingRenderingDoesNotStopTheOthers) {
   ThumbRequestList list{Rendered("XL.jpg", "large"), Rendered("M.jpg", "medium")};
   ASSERT_EQ(unlink(list[0].tempPath.c_str()), 0);
   EXPECT_FALSE(Commit(list));

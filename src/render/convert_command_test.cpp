@@ -251,7 +251,7 @@ TEST_F(ConvertCommandTest, OptionsThatAreOffAreLeftOut) {
 
 // ---- Orientation ----
 
-struct Turn {
+struct Orientation {
   int orientation;
   bool flop;
   int rotate;
@@ -259,24 +259,25 @@ struct Turn {
 
 TEST_F(ConvertCommandTest, OrientationsBecomeARotationAndAMirror) {
   constexpr int kUnchanged = -1;
-  for (const Turn& turn :
-       {Turn{0, false, kUnchanged}, Turn{1, false, kUnchanged}, Turn{2, true, kUnchanged},
-        Turn{3, false, 180}, Turn{4, true, 180}, Turn{5, true, 90}, Turn{6, false, 90},
-        Turn{7, true, 270}, Turn{8, false, 270}, Turn{9, false, kUnchanged},
-        Turn{-1, false, kUnchanged}}) {
-    SCOPED_TRACE(turn.orientation);
+  for (const Orientation& expected :
+       {Orientation{0, false, kUnchanged}, Orientation{1, false, kUnchanged},
+        Orientation{2, true, kUnchanged}, Orientation{3, false, 180}, Orientation{4, true, 180},
+        Orientation{5, true, 90}, Orientation{6, false, 90}, Orientation{7, true, 270},
+        Orientation{8, false, 270}, Orientation{9, false, kUnchanged},
+        Orientation{-1, false, kUnchanged}}) {
+    SCOPED_TRACE(expected.orientation);
     ThumbRequestList list{MakeRequest(640, "T1"), MakeRequest(320, "T2")};
     keldoindexutils::MediaInfo media;
-    media.photo_rotation(turn.orientation);
+    media.photo_rotation(expected.orientation);
     ApplyPhotoRotation(list, media);
-    EXPECT_EQ(list[0].flop, turn.flop);
-    EXPECT_EQ(list[0].rotate, turn.rotate);
+    EXPECT_EQ(list[0].flop, expected.flop);
+    EXPECT_EQ(list[0].rotate, expected.rotate);
     EXPECT_FALSE(list[1].flop);
     EXPECT_EQ(list[1].rotate, kUnchanged);
   }
 }
 
-TEST_F(ConvertCommandTest, AnOrientationChangesOnlyWhatItSpeaksOf) {
+TEST_F(ConvertCommandTest, AnOrientationChangesOnlyRotationAndMirror) {
   keldoindexutils::MediaInfo media;
   ThumbRequest request;
   request.flop = true;
@@ -294,7 +295,7 @@ TEST_F(ConvertCommandTest, AnOrientationChangesOnlyWhatItSpeaksOf) {
   EXPECT_EQ(list[0].rotate, 180);
 }
 
-TEST_F(ConvertCommandTest, AnEmptyListCannotBeTurned) {
+TEST_F(ConvertCommandTest, AnEmptyListCannotBeRotated) {
   ThumbRequestList list;
   EXPECT_THROW(ApplyPhotoRotation(list, {}), std::out_of_range);
 }

@@ -14,10 +14,9 @@ struct DirPhoto {
   struct stat status;
 };
 
-/// The photos of ListDirPhotos together with their status, for who needs it anyway: the photos are
-/// looked up once. Same order, same log lines. `error`, where given, becomes an errno value when
-/// the list is not complete, else 0; that a file went meanwhile, or a link leads nowhere, is no
-/// error.
+/// The photos of ListDirPhotos with their status, so that a caller who needs it looks each photo up
+/// only once. Same order, same log lines. `error`, where given, becomes an errno value when the
+/// list is incomplete, else 0. A file that vanished meanwhile or a dangling link is not an error.
 [[nodiscard]] std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& directory,
                                                             int* error = nullptr);
 

@@ -55,7 +55,7 @@ TEST_F(MarkersTest, ThumbnailAndMarkerGoInBothSpellings) {
   RemoveThumbFiles(profile_, ea_);
 }
 
-TEST_F(MarkersTest, AnUnderscoreProfileKnowsNoColon) {
+TEST_F(MarkersTest, AnUnderscoreNameHasNoColonTwin) {
   Make({"KELDOPHOTO_THUMB_M.jpg", "KELDOPHOTO:THUMB_M.jpg"});
   RemoveThumbFiles(ProfileOf("KELDOPHOTO_THUMB_M.jpg"), ea_);
   EXPECT_EQ(Left({"KELDOPHOTO_THUMB_M.jpg", "KELDOPHOTO:THUMB_M.jpg"}),
@@ -82,7 +82,7 @@ TEST_F(MarkersTest, AMarkerStandsForTheThumbnail) {
   EXPECT_EQ(Mode(ea_ + "/KELDOPHOTO_THUMB_M.fail"), 0777u);
 }
 
-TEST_F(MarkersTest, AMarkerIsEmptyAlsoWhereTheOldOneCannotBeRemoved) {
+TEST_F(MarkersTest, AMarkerThatCannotBeRemovedIsEmptied) {
   Make({"KELDOPHOTO_THUMB_M.fail"});
   fake().FailAlways("unlink");
   MarkThumbFailed(profile_, ea_);
@@ -107,7 +107,7 @@ TEST_F(MarkersTest, AMarkerThatCannotBeMadeIsSilent) {
 
 // ---- Freshness ----
 
-TEST_F(MarkersTest, AThumbnailIsCurrentFromItsPhotosTimeOn) {
+TEST_F(MarkersTest, AThumbnailOfThePhotosTimeIsCurrent) {
   const std::string photo = WriteFile(In("a.jpg"), "photo");
   SetTime(photo, 5000);
   const auto is_current = [&](const std::string& name, const std::string& bytes, time_t time) {

@@ -12,6 +12,7 @@
 #include "render/resolution.h"
 #include "render/thumb_requests.h"
 #include "thumbs/directories.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/paths.h"
 
 namespace keldo {
@@ -54,22 +55,18 @@ bool IsQuarterRotation(const std::string& source, const std::string& reference) 
   return (source_x > source_y && thumb_x < thumb_y) || (source_x < source_y && thumb_x > thumb_y);
 }
 
-std::string RenderingName(int angle) {
-  return "Temp_" + std::to_string(angle) + ".jpg";
-}
-
 // Renders the source in the two candidate rotations and returns the closer one: `second` when its
 // difference is strictly smaller, otherwise `first`. 0 when a rendering fails.
 int ChooseRotation(const Reference& reference, const std::string& source,
                    const std::string& thumb_dir, int first, int second) {
   for (const int angle : {first, second}) {
     if (!MakeRotatedThumbRequest(*reference.profile,
-                                 {angle, source, RenderingName(angle), thumb_dir})) {
+                                 {angle, source, RotationTrialName(angle), thumb_dir})) {
       return 0;
     }
   }
   const auto difference = [&](int angle) {
-    return CompareImagesMAE(thumb_dir + "/" + RenderingName(angle), reference.thumbnail.path);
+    return CompareImagesMAE(thumb_dir + "/" + RotationTrialName(angle), reference.thumbnail.path);
   };
   const int second_difference = difference(second);
   const int first_difference = difference(first);
@@ -99,9 +96,9 @@ int DetectRawRotation(const ThumbJob& job, const std::string& source_path,
   // Where this fails, the renderings fail too.
   static_cast<void>(checkCreateDir(thumb_dir));
   const int angle = Detect(job, source_path, thumb_dir);
-  if (!RemoveFilesByPattern(thumb_dir, "Temp_*.jpg")) {
-    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s%s]", kSource,
-                kCleanUpFailedLine, thumb_dir.c_str(), "/Temp_*.jpg");
+  if (!RemoveFilesByPattern(thumb_dir, kRotationTrialPattern)) {
+    AppLogError(kErrorLevel, "%s:%d Failed to remove files by pattern [%s/%s]", kSource,
+                kCleanUpFailedLine, thumb_dir.c_str(), kRotationTrialPattern);
   }
   return angle;
 }

@@ -11,13 +11,13 @@
 #include "platform/index_ipc.h"
 #include "process/isolated.h"
 #include "thumbs/directories.h"
+#include "thumbs/metadata_names.h"
+#include "util/path.h"
 
 namespace keldo {
 namespace {
 
 constexpr const char* kSource = "keldothumb";
-constexpr const char* kPpmName = "/KELDOPHOTO_RAW_TEMP.ppm";
-constexpr const char* kPreviewName = "/KELDOPHOTO_THUMB_RAW.jpg";
 
 // Line values of the messages of the two back ends.
 constexpr int kLibRawNotRegularLine = 841;
@@ -79,8 +79,8 @@ std::string ConvertRawImage(const ThumbJob& job, const std::string& source_path,
 
 std::string ConvertRawWithLibRaw(const ThumbJob& job, const std::string& source_path,
                                  const std::string& thumb_dir) {
-  const std::string ppm = thumb_dir + kPpmName;
-  const std::string preview = thumb_dir + kPreviewName;
+  const std::string ppm = JoinPath(thumb_dir, kRawImageName);
+  const std::string preview = JoinPath(thumb_dir, kRawPreviewName);
   const std::optional<struct stat> before = StatRawSource(source_path, kLibRawNotRegularLine);
   if (!before) return {};
 
@@ -101,8 +101,8 @@ std::string ConvertRawWithLibRaw(const ThumbJob& job, const std::string& source_
 
 std::string ConvertRawWithDcraw(const ThumbJob& job, const std::string& source_path,
                                 const std::string& thumb_dir) {
-  const std::string ppm = thumb_dir + kPpmName;
-  const std::string preview = thumb_dir + kPreviewName;
+  const std::string ppm = JoinPath(thumb_dir, kRawImageName);
+  const std::string preview = JoinPath(thumb_dir, kRawPreviewName);
   const std::optional<struct stat> before = StatRawSource(source_path, kDcrawNotRegularLine);
   if (!before) return {};
 
@@ -133,8 +133,8 @@ bool PreviewIsLargeEnough(const LibRawFile& raw, unsigned size) {
 }
 
 void RemoveRawIntermediates(const std::string& thumb_dir) {
-  unlink((thumb_dir + kPpmName).c_str());
-  unlink((thumb_dir + kPreviewName).c_str());
+  unlink((JoinPath(thumb_dir, kRawImageName)).c_str());
+  unlink((JoinPath(thumb_dir, kRawPreviewName)).c_str());
 }
 
 }  // namespace keldo

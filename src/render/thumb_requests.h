@@ -24,7 +24,7 @@ struct RotatedThumb {
   std::string dir;
 };
 
-/// Renders one profile of `path` turned by `angle` into `dir`/`name`. True on success; leaves no
+/// Renders one profile of `path` rotated by `angle` into `dir`/`name`. True on success; leaves no
 /// markers.
 [[nodiscard]] bool MakeRotatedThumbRequest(const ThumbProfile& profile, const RotatedThumb& thumb);
 

@@ -184,7 +184,7 @@ TEST_F(ThumbRequestsTest, APhasesProfilesAreMarkedAndCounted) {
 
 // ---- One profile under another name ----
 
-TEST_F(ThumbRequestsTest, ATurnedRenderingHasItsOwnNameAndAngle) {
+TEST_F(ThumbRequestsTest, ARotatedRenderingHasItsOwnNameAndAngle) {
   MakeDir(ea_);
   const ThumbProfile& profile = *profiles_.at(1, 1);
   EXPECT_TRUE(MakeRotatedThumbRequest(profile, {90, photo_, "Temp_90.jpg", ea_}));
@@ -213,21 +213,21 @@ TEST_F(ThumbRequestsTest, ATurnedRenderingHasItsOwnNameAndAngle) {
   EXPECT_EQ(ReadFile(ea_ + "/Temp_90.jpg"), "thumbnail");
 }
 
-TEST_F(ThumbRequestsTest, ATurnedRenderingIsMadeWhateverIsThere) {
+TEST_F(ThumbRequestsTest, ARotatedRenderingIsAlwaysMade) {
   Existing("Temp_0.jpg", "current", 6000);
   EXPECT_TRUE(MakeRotatedThumbRequest(*profiles_.at(0, 0), {0, photo_, "Temp_0.jpg", ea_}));
   EXPECT_EQ(ArgumentOf(fake().runs.at(0), "-rotate"), "");
   EXPECT_EQ(ReadFile(ea_ + "/Temp_0.jpg"), "thumbnail");
 }
 
-TEST_F(ThumbRequestsTest, ATurnedRenderingOfAHeicPhotoIsYCbCr) {
+TEST_F(ThumbRequestsTest, ARotatedRenderingOfAHeicPhotoIsYCbCr) {
   MakeDir(ea_);
   const std::string photo = WriteFile(In("a.heic"), "photo");
   EXPECT_TRUE(MakeRotatedThumbRequest(*profiles_.at(0, 0), {180, photo, "Temp_180.jpg", ea_}));
   EXPECT_EQ(ArgumentOf(fake().runs.at(0), "-colorspace"), "YCbCr");
 }
 
-TEST_F(ThumbRequestsTest, AFailedTurnedRenderingLeavesNoMarkers) {
+TEST_F(ThumbRequestsTest, AFailedRotatedRenderingLeavesNoMarkers) {
   Existing("KELDOPHOTO_THUMB_M.jpg", "current", 5000);
   fake().on_run = [](const Command&) { return 1; };
   EXPECT_FALSE(MakeRotatedThumbRequest(*profiles_.at(0, 0), {90, photo_, "Temp_90.jpg", ea_}));
@@ -236,7 +236,7 @@ TEST_F(ThumbRequestsTest, AFailedTurnedRenderingLeavesNoMarkers) {
   EXPECT_FALSE(Has("Temp_90.fail"));
 }
 
-TEST_F(ThumbRequestsTest, NothingIsTurnedWithoutAPhoto) {
+TEST_F(ThumbRequestsTest, WithoutAPhotoThereIsNoRotatedRendering) {
   EXPECT_FALSE(
       MakeRotatedThumbRequest(*profiles_.at(0, 0), {90, In("none.png"), "Temp_90.jpg", ea_}));
   EXPECT_TRUE(fake().runs.empty());

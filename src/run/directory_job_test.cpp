@@ -77,7 +77,7 @@ TEST_F(DirectoryJobTest, TheNextRunFinishesWhatWasDeferredAndAThirdDoesNothing) 
   EXPECT_EQ(Packets(), (Texts{"POST_PHOTO_CONVERT " + photo}));
 }
 
-TEST_F(DirectoryJobTest, AFailedPhotoStopsNoOtherAndQueuesNothing) {
+TEST_F(DirectoryJobTest, AFailedPhotoDoesNotStopOthersAndQueuesNothing) {
   Photo("a.png");
   Photo("b.png");
   fake().on_run = [&](const Command& command) {
@@ -107,7 +107,7 @@ TEST_F(DirectoryJobTest, ADirectoryWithoutPhotosStaysAsItIs) {
   ExpectNoLog();
 }
 
-TEST_F(DirectoryJobTest, AFileIsNoDirectoryOfPhotos) {
+TEST_F(DirectoryJobTest, AFileHasNoPhotos) {
   const std::string file = WriteFile(In("a.png"), "x");
   RunThumbJob({file, &profiles_});
   ExpectOneLog(LOG_ERR, "keldothumb:703 [Error] opendir: " + file);
@@ -116,7 +116,7 @@ TEST_F(DirectoryJobTest, AFileIsNoDirectoryOfPhotos) {
 
 // ---- The volume fills up ----
 
-TEST_F(DirectoryJobTest, AFullVolumeEndsTheDirectoryButKeepsItsQueueing) {
+TEST_F(DirectoryJobTest, AFullVolumeEndsTheDirectoryButItIsStillQueued) {
   Photo("a.png");
   const std::string second = Photo("b.png");
   Photo("c.png");
@@ -159,7 +159,7 @@ TEST_F(DirectoryJobTest, TheDirectoryIsLockedWhileItsPhotosAreDone) {
   EXPECT_TRUE(IsUnlocked());
 }
 
-TEST_F(DirectoryJobTest, ADirectoryThatAnotherRunHoldsIsLeftToIt) {
+TEST_F(DirectoryJobTest, ADirectoryLockedByAnotherRunIsSkipped) {
   Photo("a.png");
   MakeDir(metadata_dir_);
   const UniqueFd other(open(metadata_dir_.c_str(), O_RDONLY | O_CLOEXEC));
@@ -180,7 +180,7 @@ TEST_F(DirectoryJobTest, ALockThatCannotBeOpenedSkipsTheDirectory) {
   EXPECT_EQ(fake().calls, Texts{});
 }
 
-TEST_F(DirectoryJobTest, TheLockGoesWithItsHolder) {
+TEST_F(DirectoryJobTest, TheLockEndsWithItsHolder) {
   MakeDir(metadata_dir_);
   {
     const DirectoryLock lock(metadata_dir_);

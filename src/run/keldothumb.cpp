@@ -28,7 +28,7 @@
 namespace keldo {
 namespace {
 
-// What "R:" alone is taken to name. No walk finds it.
+// The directory of "R:" alone. No walk finds it.
 constexpr const char* kNoDirectory = "(null)";
 constexpr const char* kSource = "keldothumb";
 constexpr int kDecimal = 10;
@@ -140,8 +140,8 @@ void WalkTree(const std::string& directory, const std::string& profile_path) {
     ProcessTarget(path, profile_path);
   });
   const int walk_error = errno;
-  // A root that is not there is passed over in silence, as every target is. A walk that breaks off
-  // (a link that leads to itself does that) has left directories out, and that must be known.
+  // A missing root is skipped in silence, like every missing target. A walk that breaks off (a link
+  // that leads to itself does that) has left directories out, and the log must say so.
   if (result == -1 && keldoindexutils::stat::DoesDirExist(directory)) {
     syslog(LOG_ERR, "%s:%d [Error] walk of %s ended early, %s", kSource, kWalkEndedLine,
            directory.c_str(), std::strerror(walk_error));

@@ -16,11 +16,11 @@ int RunKeldothumb(int argc, char** argv);
 void ProcessPath(const std::string& target_path, const std::string& profile_path);
 
 /// ProcessPath for one target of many: an exception that leaves it (memory ran out) is logged, and
-/// the next target has its turn.
+/// the next target follows.
 void ProcessTarget(const std::string& target_path, const std::string& profile_path);
 
 /// Removes the per-process pid files "/var/run/keldothumb.<pid>.pid" of processes that are gone.
-/// The name is historical: it stops no process. Logs a file that cannot be removed.
+/// The name is historical: no process is stopped. Logs a file that cannot be removed.
 void KillThumbProcesses();
 
 /// Processes `directory` and every directory below it that the filter accepts, parents first,

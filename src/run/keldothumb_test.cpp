@@ -74,7 +74,7 @@ TEST_F(KeldothumbTest, ThePidFileStaysForTheTimeOfTheRun) {
   EXPECT_FALSE(Exists(fake().Real(paths::kPidFile)));
 }
 
-TEST_F(KeldothumbTest, APidFileThatCannotBeMadeStopsNothing) {
+TEST_F(KeldothumbTest, ARunGoesOnWithoutAPidFile) {
   fake().FailCall("KLIBCProcPidFileCreate");
   EXPECT_EQ(Run({profile_path_, job_.path}), 0);
   EXPECT_EQ(Processed(), (Texts{job_.path}));
@@ -126,7 +126,7 @@ TEST_F(KeldothumbTest, LongArgumentsAreCut) {
 
 // ---- One target ----
 
-TEST_F(KeldothumbTest, ATargetOrProfileThatIsNotThereIsPassedOver) {
+TEST_F(KeldothumbTest, AMissingTargetOrProfileIsSkipped) {
   ProcessPath(In("none"), profile_path_);
   ProcessPath(job_.path, In("none.conf"));
   ProcessPath("", profile_path_);
@@ -135,7 +135,7 @@ TEST_F(KeldothumbTest, ATargetOrProfileThatIsNotThereIsPassedOver) {
   ExpectNoLog();
 }
 
-TEST_F(KeldothumbTest, UnsuitableFileSystemsArePassedOver) {
+TEST_F(KeldothumbTest, UnsuitableFileSystemsAreSkipped) {
   for (const int type : {kRemoteFs, kImageFs, kUnsuitableFs}) {
     fake().fs_types[job_.path] = type;
     ProcessPath(job_.path, profile_path_);
@@ -145,7 +145,7 @@ TEST_F(KeldothumbTest, UnsuitableFileSystemsArePassedOver) {
   ExpectNoLog();
 }
 
-TEST_F(KeldothumbTest, AFileSystemThatCannotBeToldIsAccepted) {
+TEST_F(KeldothumbTest, AFileSystemOfUnknownTypeIsAccepted) {
   fake().FailCall("KELDOGetFSType", 1, EACCES);
   ProcessPath(job_.path, profile_path_);
   EXPECT_EQ(Processed(), (Texts{job_.path}));
@@ -164,7 +164,7 @@ TEST_F(KeldothumbTest, AProfileThatCannotBeParsedIsReported) {
   ExpectNoLog();
 }
 
-TEST_F(KeldothumbTest, TheJobRunsOnTheTargetAsItWasGiven) {
+TEST_F(KeldothumbTest, TheJobRunsOnTheTargetAsWritten) {
   Photo("a.png");
   const std::string target = In("./photos/");
   fake().image_sizes[target + "/a.png"] = {4, 3};
@@ -204,7 +204,7 @@ class SweepTest : public KeldothumbTest {
   static bool IsLeft(const std::string& path) { return Exists(fake().Real(path)); }
 };
 
-TEST_F(SweepTest, OnlyFilesOfProcessesThatAreGoneAreRemoved) {
+TEST_F(SweepTest, OnlyPidFilesOfEndedProcessesAreRemoved) {
   const std::string alive = "/var/run/keldothumb." + std::to_string(getpid()) + ".pid";
   const Texts kept{alive,
                    "/var/run/keldothumb.x.pid",

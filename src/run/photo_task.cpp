@@ -91,7 +91,7 @@ PhotoTask::Step PhotoTask::DecodeRaw() {
     return Step::kNextPhoto;
   }
   // The intermediate of a photo dated in the future must not look older than the photo: its
-  // thumbnails take over its time.
+  // thumbnails get its time.
   if (record_.st.st_mtime > start_time_) {
     const timespec time{record_.st.st_mtime, 0};
     const timespec platform_words{record_.platform_words[0], record_.platform_words[1]};

@@ -81,7 +81,7 @@ TEST_F(PhotoTaskTest, ACurrentPhotoIsAnnounced) {
   ExpectNoLog();
 }
 
-TEST_F(PhotoTaskTest, WhatNoProfileMakesIsNotMade) {
+TEST_F(PhotoTaskTest, OnlyKindsWithAProfileAreMade) {
   const std::string photo = Photo("a.png");
   ThumbProfileList few;
   LoadProfiles(few, In("few.conf"), "[thumb]\nfilename=KELDOPHOTO_THUMB_S.jpg\n");
@@ -91,7 +91,7 @@ TEST_F(PhotoTaskTest, WhatNoProfileMakesIsNotMade) {
   EXPECT_TRUE(fake().runs.empty());
 }
 
-TEST_F(PhotoTaskTest, APhotoThatVanishedIsPassedOver) {
+TEST_F(PhotoTaskTest, APhotoThatVanishedIsSkipped) {
   MakeDir(job_.path + "/@eaDir");
   EXPECT_EQ(Run(), PhotoOutcome::kDone);
   EXPECT_FALSE(Exists(Ea("a.png")));
@@ -99,7 +99,7 @@ TEST_F(PhotoTaskTest, APhotoThatVanishedIsPassedOver) {
   ExpectNoLog();
 }
 
-TEST_F(PhotoTaskTest, APhotoWithoutAMetadataDirectoryIsPassedOver) {
+TEST_F(PhotoTaskTest, APhotoWithoutAMetadataDirectoryIsSkipped) {
   Photo("a.png");
   EXPECT_EQ(Run(), PhotoOutcome::kDone);
   EXPECT_TRUE(fake().packets.empty());
@@ -130,7 +130,7 @@ TEST_F(PhotoTaskTest, FailureMarkersOfEarlierRunsAreRemoved) {
   EXPECT_TRUE(Exists(Ea("a.png") + "/other.failed"));
 }
 
-TEST_F(PhotoTaskTest, AMarkerThatCannotBeRemovedIsLoggedAndStopsNothing) {
+TEST_F(PhotoTaskTest, AMarkerThatCannotBeRemovedIsLoggedAndTheWorkGoesOn) {
   Photo("a.png");
   MakeDir(Ea("a.png") + "/directory.fail");
   EXPECT_EQ(Run(), PhotoOutcome::kDeferred);
@@ -169,7 +169,7 @@ TEST_F(PhotoTaskTest, TheLastPhaseAloneFinishesThePhoto) {
   EXPECT_TRUE(fake().convert_reports.empty());
 }
 
-TEST_F(PhotoTaskTest, AStaleSecondPhaseIsMadeFromThere) {
+TEST_F(PhotoTaskTest, AStaleSecondPhaseStartsTheWork) {
   Photo("a.png");
   MakeThumbs("a.png", {"XL", "B", "M", "L", "SM", "S"});
   SetTime(Thumb("a.png", "L"), kPhotoTime - 1);
@@ -179,7 +179,7 @@ TEST_F(PhotoTaskTest, AStaleSecondPhaseIsMadeFromThere) {
   EXPECT_EQ(Progress(), (Texts{"completed_thumb=2"}));
 }
 
-TEST_F(PhotoTaskTest, ABaseThumbnailOfOneByteIsMadeAgain) {
+TEST_F(PhotoTaskTest, ABaseThumbnailOfOneByteIsRenderedAgain) {
   Photo("a.png");
   MakeThumbs("a.png", {"B", "M", "L", "SM"});
   SetTime(WriteFile(Thumb("a.png", "XL"), "x"), kThumbTime);
@@ -188,7 +188,7 @@ TEST_F(PhotoTaskTest, ABaseThumbnailOfOneByteIsMadeAgain) {
   EXPECT_EQ(ReadFile(Thumb("a.png", "XL")), "thumbnail");
 }
 
-TEST_F(PhotoTaskTest, ABaseThumbnailInTheColonSpellingServes) {
+TEST_F(PhotoTaskTest, ABaseThumbnailInTheColonSpellingIsUsed) {
   Photo("a.png");
   MakeThumbs("a.png", {"B", "M", "L", "SM"});
   const std::string base = WriteFile(Ea("a.png") + "/KELDOPHOTO:THUMB_XL.jpg", "existing");
@@ -269,7 +269,7 @@ TEST_F(PhotoTaskTest, AFailedThirdPhaseCountsAsDone) {
 
 // ---- Orientation ----
 
-TEST_F(PhotoTaskTest, APhotoThatTheIndexKnowsIsTurnedLikeItsThumbnails) {
+TEST_F(PhotoTaskTest, AnIndexedPhotoIsRotatedLikeItsThumbnails) {
   Photo("a.png");
   MakeThumbs("a.png", {"S"});
   fake().image_sizes[Thumb("a.png", "S")] = {90, 120};
@@ -286,7 +286,7 @@ TEST_F(PhotoTaskTest, APhotoThatTheIndexKnowsIsTurnedLikeItsThumbnails) {
   EXPECT_EQ(ArgumentOf(fake().runs[3], "-rotate"), "");
 }
 
-TEST_F(PhotoTaskTest, APhotoThatTheIndexKnowsWithoutThumbnailsIsNotTurned) {
+TEST_F(PhotoTaskTest, AnIndexedPhotoWithoutThumbnailsIsNotRotated) {
   Photo("a.png");
   MakeDir(Ea("a.png"));
   index_version_ = 7;
@@ -296,7 +296,7 @@ TEST_F(PhotoTaskTest, APhotoThatTheIndexKnowsWithoutThumbnailsIsNotTurned) {
   EXPECT_EQ(std::count(phase0.begin(), phase0.end(), "-rotate"), 0);
 }
 
-TEST_F(PhotoTaskTest, OnlyTheFirstPhaseLooksForTheOrientation) {
+TEST_F(PhotoTaskTest, OnlyTheFirstPhaseDetectsTheRotation) {
   Photo("a.png");
   MakeThumbs("a.png", {"XL", "B", "M", "L", "SM"});
   index_version_ = 1;

@@ -51,7 +51,7 @@ TEST_F(RawPhotoTaskTest, ARawPhotoIsRenderedFromItsIntermediate) {
   ExpectNoLog();
 }
 
-TEST_F(RawPhotoTaskTest, ThePreviewIsRemovedAsWell) {
+TEST_F(RawPhotoTaskTest, ThePreviewIsRemovedToo) {
   SetPreview();
   keldoindexutils::MediaInfo media;
   media.resolution_x(6000);
@@ -73,7 +73,7 @@ TEST_F(RawPhotoTaskTest, WhatAFailedPreviewLeftIsRemovedWithTheFullDecode) {
   EXPECT_FALSE(HasIntermediates());
 }
 
-TEST_F(RawPhotoTaskTest, TheIntermediateGoesAlsoWhenTheRenderingFails) {
+TEST_F(RawPhotoTaskTest, TheIntermediateIsRemovedWhenRenderingFails) {
   failing_boxes_ = {"1280x1280>^"};
   EXPECT_EQ(Run(), PhotoOutcome::kDone);
   EXPECT_FALSE(HasIntermediates());
@@ -135,7 +135,7 @@ TEST_F(RawPhotoTaskTest, AnIntermediateThatVanishedEndsThePhoto) {
   EXPECT_EQ(Marked("a.nef"), Texts{});
 }
 
-TEST_F(RawPhotoTaskTest, AKnownRawPhotoIsTurnedFromItsIntermediate) {
+TEST_F(RawPhotoTaskTest, AnIndexedRawPhotoIsRotatedFromItsIntermediate) {
   MakeThumbs("a.nef", {"S"});
   fake().image_sizes[Thumb("a.nef", "S")] = {120, 90};
   fake().image_sizes[ppm_] = {6000, 4000};

@@ -70,7 +70,7 @@ TEST_F(WalkTest, EveryDirectorysPhotosAreDone) {
   EXPECT_TRUE(Exists(root_ + "/@eaDir/a.png/KELDOPHOTO_THUMB_XL.jpg"));
   EXPECT_TRUE(Exists(root_ + "/sub/@eaDir/b.png/KELDOPHOTO_THUMB_XL.jpg"));
   EXPECT_EQ(Queue(), (Texts{root_, root_ + "/sub"}));
-  // What the job of the parent just made is no directory of photos.
+  // The metadata directory that the parent's job has just made holds no photos.
   EXPECT_EQ(Processed(), (Texts{root_, root_ + "/sub"}));
 }
 
@@ -91,7 +91,7 @@ TEST_F(WalkTest, LinksToDirectoriesAreFollowed) {
   EXPECT_EQ(Processed(), (Texts{root_, root_ + "/link", root_ + "/link/sub"}));
 }
 
-TEST_F(WalkTest, ALinkToADirectoryAboveEndsNothing) {
+TEST_F(WalkTest, ALinkToAParentDirectoryDoesNotEndTheWalk) {
   MakeDir(root_ + "/a");
   ASSERT_EQ(symlink(root_.c_str(), (root_ + "/a/up").c_str()), 0);
   Walk(root_);

@@ -1,7 +1,7 @@
 // Requests to the indexer's plug-in daemon: one JSON object each way over its local socket.
 //
-// A request that fails (no daemon, time-out, refusal, rubbish as the reply) logs one line "fail"
-// and gives the result named below; callers go on without the answer.
+// A request that fails (no daemon, time-out, refusal, invalid reply) logs one line "fail" and
+// returns the result named below. Callers go on without the answer.
 #pragma once
 
 #include <string>

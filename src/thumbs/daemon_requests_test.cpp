@@ -87,14 +87,14 @@ TEST_F(IpcTest, AMissingVersionIsZero) {
   ExpectNoLog();
 }
 
-TEST_F(IpcTest, AVersionThatIsNoIntegerIsNone) {
+TEST_F(IpcTest, AVersionThatIsNotAnIntegerIsNotUsed) {
   for (const char* version : {"\"3\"", "{}", "[3]", "99999999999", "1e300"}) {
     Reply(std::string(R"({"success": true, "version": )") + version + "}");
     EXPECT_EQ(GetIndexVersion("/v/a.jpg"), -1) << version;
   }
 }
 
-TEST_F(IpcTest, NegativeVersionsAreGivenAsTheyAre) {
+TEST_F(IpcTest, NegativeVersionsAreReturnedUnchanged) {
   Reply(R"({"success": true, "version": -5})");
   EXPECT_EQ(GetIndexVersion("/v/a.jpg"), -5);
 }
@@ -178,7 +178,7 @@ TEST_F(IpcTest, VideoConversionIsOffOnFailure) {
   ExpectFailure(85);
 }
 
-TEST_F(IpcTest, AResultThatIsMissingOrNoBooleanIsOff) {
+TEST_F(IpcTest, AResultThatIsMissingOrNotABooleanMeansOff) {
   for (const char* reply : {R"({"success": true})", R"({"success": true, "result": "true"})",
                             R"({"success": true, "result": {}})"}) {
     Reply(reply);

@@ -22,14 +22,14 @@ using CheckCreateDirTest = testing::CoreTest;
 using RemoveFilesTest = testing::CoreTest;
 using DiskSpaceTest = testing::CoreTest;
 
-TEST_F(DirectoriesTest, WalksNoRecycleBinsSnapshotsMetadataOrBundles) {
+TEST_F(DirectoriesTest, RecycleBinsSnapshotsMetadataAndBundlesAreRefused) {
   for (const char* name : {".", "..", "._", "._x", "#recycle", "#snapshot", "@eaDir", "@tmp",
                            "Holiday.app", "a.b.app"}) {
     EXPECT_FALSE(IsDirNameAccepted(name)) << name;
   }
 }
 
-TEST_F(DirectoriesTest, WalksEveryOtherDirectory) {
+TEST_F(DirectoriesTest, EveryOtherDirectoryIsAccepted) {
   for (const char* name :
        {"a",        "_x",         ".x",       ".a_",         "...",         "#recycle2",
         "#Recycle", "#snapshots", "eaDir",    "Holiday.APP", "Holiday.App", "Holiday.apps",
@@ -77,7 +77,7 @@ TEST_F(DirectoriesTest, NeighboursOfTheUnsuitableTypeAreAccepted) {
     EXPECT_TRUE(IsFileSystemAccepted(path)) << path;
 }
 
-TEST_F(DirectoriesTest, OnlyTheAnswerOneMakesAClass) {
+TEST_F(DirectoriesTest, OnlyTheAnswerOneCounts) {
   fake().fs_types = {{"/v", 7}};
   fake().remote_fs_answers = {{7, 2}};
   fake().image_fs_answers = {{7, -1}};
@@ -149,7 +149,7 @@ TEST_F(CheckCreateDirTest, AMissingParentIsASilentFailure) {
   ExpectNoLog();
 }
 
-TEST_F(CheckCreateDirTest, WhateverElseExistsCountsAsThere) {
+TEST_F(CheckCreateDirTest, AnyExistingEntryCountsAsADirectory) {
   EXPECT_TRUE(checkCreateDir(WriteFile(In("file"), "kept")));
   EXPECT_EQ(ReadFile(In("file")), "kept");
   ASSERT_EQ(symlink("nowhere", In("link").c_str()), 0);
@@ -195,7 +195,7 @@ TEST_F(RemoveFilesTest, NothingToRemoveIsSuccess) {
   ExpectNoLog();
 }
 
-TEST_F(RemoveFilesTest, AllAreTriedWhenOneFails) {
+TEST_F(RemoveFilesTest, AFailureDoesNotStopTheRemovalOfOthers) {
   WriteFile(In("a.fail"), "");
   MakeDir(In("b.fail"));
   WriteFile(In("c.fail"), "");

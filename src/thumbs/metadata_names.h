@@ -1,5 +1,5 @@
-// Every name in the metadata directories: "@eaDir" beside the photos, in it a directory for each
-// photo, in that the files below. What they are called is said here and in the table of kinds only.
+// Every name in the metadata directories: "@eaDir" beside the photos holds a directory for each
+// photo, and that one the files below. Only this header and the table of kinds name them.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ namespace keldo {
 
 inline constexpr const char* kMetadataDirectory = "@eaDir";
 
-/// An unique name for a file that is being made; the last six characters are random.
+/// A unique name for a file that is being made; the last six characters are random.
 inline constexpr std::string_view kTemporaryTemplate = "KELDOPHOTO.tmp.XXXXXX";
 /// The decoded image of a RAW photo, and the preview that the camera has put into it.
 inline constexpr const char* kRawImageName = "KELDOPHOTO_RAW_TEMP.ppm";
@@ -27,6 +27,8 @@ inline constexpr const char* kRotationTrialPattern = "Temp_*.jpg";
 /// "KELDOPHOTO_THUMB_S.fail". Empty when there is no dot.
 [[nodiscard]] std::string MarkerOf(std::string_view thumbnail);
 inline constexpr const char* kMarkerPattern = "*.fail";
+/// The same, but only markers of thumbnails, in either spelling.
+inline constexpr const char* kThumbMarkerPattern = "KELDOPHOTO[_:]THUMB_*.fail";
 
 /// What a file of a photo's metadata directory is, by its name.
 enum class MetadataFile {

@@ -43,7 +43,7 @@ TEST_F(PhaseStateTest, APhaseIsDueWhenOneOfItsThumbnailsIsMissing) {
   EXPECT_EQ(Due(), 0);
 }
 
-TEST_F(PhaseStateTest, LessThanTwoBytesAreNoThumbnail) {
+TEST_F(PhaseStateTest, AFileOfLessThanTwoBytesIsNotAThumbnail) {
   Make("S", kPhotoTime, "x");
   EXPECT_EQ(Due(), 2);
   Make("L", kPhotoTime, "");
@@ -61,7 +61,7 @@ TEST_F(PhaseStateTest, APhaseIsDueWhenThePhotoIsNewerThanOneOfItsThumbnails) {
   EXPECT_EQ(Due(), 0);
 }
 
-TEST_F(PhaseStateTest, TheFirstOfSeveralIsNamed) {
+TEST_F(PhaseStateTest, TheFirstOfSeveralDuePhasesIsReturned) {
   Make("S", kPhotoTime - 1);
   Make("SM", kPhotoTime, "x");
   EXPECT_EQ(Due(), 1);

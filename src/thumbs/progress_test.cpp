@@ -12,7 +12,7 @@ using Texts = std::vector<std::string>;
 using Lines = std::vector<LogLine>;
 using ProgressTest = CoreTest;
 
-TEST_F(ProgressTest, ANewCounterStandsAtTheEnd) {
+TEST_F(ProgressTest, ANewCounterIsAppended) {
   fake().WriteLines(paths::kPhotoProgress, {"total=8", "total_thumb=48"});
   AddProgress(kPhotoProgress, kCompletedThumbKey, 3);
   EXPECT_EQ(fake().ReadLines(paths::kPhotoProgress),
@@ -23,7 +23,7 @@ TEST_F(ProgressTest, ANewCounterStandsAtTheEnd) {
   ExpectNoLog();
 }
 
-TEST_F(ProgressTest, AMissingFileIsBegun) {
+TEST_F(ProgressTest, AMissingFileIsCreated) {
   AddProgress(kVideoProgress, kCompletedKey, 1);
   EXPECT_EQ(fake().ReadLines(paths::kVideoProgress), (Texts{"completed=1"}));
   EXPECT_EQ(fake().ReadLines(paths::kPhotoProgress), Texts{});
@@ -43,7 +43,7 @@ TEST_F(ProgressTest, AddingNothingWritesTheCounterAgain) {
             (Texts{"KLIBCFileSetKeyValue(/var/spool/conv_progress_photo, completed, 7, 0)"}));
 }
 
-TEST_F(ProgressTest, WhatIsNoNumberCountsAsNone) {
+TEST_F(ProgressTest, TextThatIsNotANumberCountsAsZero) {
   for (const char* line : {"completed=", "completed=many", "completed=\"\"", "completed"}) {
     fake().WriteLines(paths::kPhotoProgress, {line});
     EXPECT_EQ(ReadProgress(kPhotoProgress, kCompletedKey), 0) << line;

@@ -14,7 +14,7 @@ namespace {
 
 using ThumbKindTest = testing::CoreTest;
 
-TEST_F(ThumbKindTest, KindsStandInTheOrderOfTheirBits) {
+TEST_F(ThumbKindTest, KindsAreInTheOrderOfTheirBits) {
   const std::vector<std::array<std::string, 3>> expected = {
       {"120x120", "KELDOPHOTO_THUMB_S.jpg", "KELDOPHOTO:THUMB_S.jpg"},
       {"320x320", "KELDOPHOTO_THUMB_M.jpg", "KELDOPHOTO:THUMB_M.jpg"},

@@ -206,7 +206,7 @@ TEST_F(ThumbProfileListTest, AMissingFileFailsSilently) {
   ExpectNoLog();
 }
 
-TEST_F(ThumbProfileListTest, AFileThatIsNoProfileFileAddsNothing) {
+TEST_F(ThumbProfileListTest, AFileWithoutProfilesAddsNothing) {
   EXPECT_EQ(Load(std::string(kAllSix) + "rubbish\n"), 0);
   EXPECT_EQ(list_.count(PHASE_ALL), 0u);
   ExpectNoLog();
@@ -261,7 +261,7 @@ TEST_F(ThumbProfileTest, EveryColonBecomesAnUnderscore) {
   EXPECT_EQ(Profile(":a:b:.jpg:").eaFilename(), "_a_b_.jpg_");
 }
 
-TEST_F(ThumbProfileTest, NoThumbnailIsFoundWhereNoneIs) {
+TEST_F(ThumbProfileTest, AMissingThumbnailIsNotFound) {
   EXPECT_FALSE(FindThumbnail(profile_, Dir()).has_value());
   EXPECT_FALSE(FindThumbnail(profile_, In("none")).has_value());
   ExpectNoLog();
@@ -290,7 +290,7 @@ TEST_F(ThumbProfileTest, TheColonTwinOfAnUnderscoreNameIsNotLookedFor) {
   EXPECT_FALSE(FindThumbnail(Profile("KELDOPHOTO_THUMB_M.jpg"), Dir()).has_value());
 }
 
-TEST_F(ThumbProfileTest, AThumbnailIsCurrentFromThePhotosSecondOn) {
+TEST_F(ThumbProfileTest, AThumbnailOfThePhotosSecondIsCurrent) {
   WriteThumb("KELDOPHOTO_THUMB_M.jpg", 1000);
   EXPECT_TRUE(IsCurrent());
   WriteThumb("KELDOPHOTO_THUMB_M.jpg", 1001);
@@ -299,7 +299,7 @@ TEST_F(ThumbProfileTest, AThumbnailIsCurrentFromThePhotosSecondOn) {
   EXPECT_FALSE(IsCurrent());
 }
 
-TEST_F(ThumbProfileTest, AnEmptyThumbnailIsNotCurrentOneByteIs) {
+TEST_F(ThumbProfileTest, OneByteIsEnoughToBeCurrent) {
   WriteThumb("KELDOPHOTO:THUMB_M.jpg", 1000, "");
   EXPECT_FALSE(IsCurrent());
   WriteThumb("KELDOPHOTO:THUMB_M.jpg", 1000, "x");

@@ -1,4 +1,4 @@
-// Which external programs do the work, and whether the machine is short of memory. Decided afresh
+// Which external programs do the work, and whether the machine is short of memory. Decided anew
 // at each call: the codec package can come and go while an indexer runs.
 #pragma once
 
@@ -17,7 +17,7 @@ namespace keldo {
 /// Path of the video transcoder, by the same rule.
 [[nodiscard]] std::string TranscoderPath();
 
-/// True when the machine has less than 512 MiB of memory, or does not tell.
+/// True when the machine has less than 512 MiB of memory, or its size is unknown.
 [[nodiscard]] bool IsLowMemory();
 
 }  // namespace keldo

@@ -36,7 +36,7 @@ class ToolSelectionTest : public testing::CoreTest {
   }
 };
 
-TEST_F(ToolSelectionTest, ThePackageIsToldByItsMarkerFile) {
+TEST_F(ToolSelectionTest, TheMarkerFileMeansThatThePackageIsInstalled) {
   EXPECT_FALSE(HasCodecPackage());
   InstallPackage();
   EXPECT_TRUE(HasCodecPackage());
@@ -46,7 +46,7 @@ TEST_F(ToolSelectionTest, ThePackageIsToldByItsMarkerFile) {
                    "DoesFileExist(/var/packages/Vantrel/target/pack/HAS_HEVC)"}));
 }
 
-TEST_F(ToolSelectionTest, WithoutThePackageTheSystemsToolsAreTaken) {
+TEST_F(ToolSelectionTest, WithoutThePackageTheSystemToolsAreUsed) {
   EXPECT_EQ(ConverterPath(), "/usr/keldo/bin/convert-thumb");
   EXPECT_EQ(TranscoderPath(), "/usr/keldo/bin/ffmpeg-thumb");
   EXPECT_EQ(Variable(), std::nullopt);
@@ -78,7 +78,7 @@ TEST_F(ToolSelectionTest, AnotherValueIsOverwritten) {
   EXPECT_EQ(Variable(), "zun");
 }
 
-TEST_F(ToolSelectionTest, EveryCallDecidesAfresh) {
+TEST_F(ToolSelectionTest, EveryCallDecidesAnew) {
   EXPECT_EQ(ConverterPath(), "/usr/keldo/bin/convert-thumb");
   InstallPackage();
   EXPECT_EQ(ConverterPath(), "/var/packages/Vantrel/target/pack/usr/bin/convert");
@@ -96,7 +96,7 @@ TEST_F(ToolSelectionTest, LessThanHalfAGibibyteIsLowMemory) {
   EXPECT_EQ(fake().calls.size(), 3u);
 }
 
-TEST_F(ToolSelectionTest, AMachineThatDoesNotTellIsLowOnMemory) {
+TEST_F(ToolSelectionTest, AnUnknownMemorySizeCountsAsLow) {
   fake().total_memory_kib = std::nullopt;
   EXPECT_TRUE(IsLowMemory());
   ExpectNoLog();

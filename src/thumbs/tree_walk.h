@@ -1,6 +1,6 @@
-// The directories of a tree. There are two walks. The one that keldothumb and the indexer work by
-// is nftw's: it takes the directories in the order in which the file system gives them, and the
-// filter holds for the root too. The other one is for programs that show a library to people.
+// The directories of a tree. There are two walks. WalkAccepted is keldothumb's and the indexer's:
+// the directories come in the order of the file system, and the filter holds for the root too.
+// WalkDirectories is for programs that show a library to people.
 #pragma once
 
 #include <dirent.h>

@@ -69,7 +69,7 @@ TEST_F(TreeWalkTest, OtherFileSystemsAreLeftOut) {
   EXPECT_THAT(Walk(In("v")), ElementsAre("v"));
 }
 
-TEST_F(TreeWalkTest, WhatCannotBeReadIsTold) {
+TEST_F(TreeWalkTest, UnreadableDirectoriesAreReported) {
   std::filesystem::create_directories(In("v/a"));
   std::filesystem::create_directories(In("v/b"));
   testing::fake().FailCall("opendir", 2, EACCES);

@@ -35,8 +35,6 @@ constexpr const char* kRetryExamples =
     "  keldothumbctl failed ~/Pictures    what failed, and why\n"
     "  keldothumbctl retry ~/Pictures     try it again\n";
 
-constexpr const char* kMarkers = "KELDOPHOTO[_:]THUMB_*.fail";
-
 struct Request {
   std::vector<std::string> directories;
   MakeSettings settings;
@@ -55,7 +53,7 @@ void ClearMarkers(DirectoryState& directory, PhotoScanner& scanner, Console& con
   for (const PhotoState& photo : directory.photos) {
     if (!photo.IsFailed()) continue;
     const std::string metadata = JoinPath(JoinPath(directory.path, kMetadataDirectory), photo.name);
-    if (!RemoveFilesByPattern(metadata, kMarkers)) {
+    if (!RemoveFilesByPattern(metadata, kThumbMarkerPattern)) {
       console.Fail(PathOf(directory, photo), "cannot remove its failure markers");
     }
   }
