@@ -33,8 +33,8 @@ class ConfParser {
                                       const std::string& fallback) const;
 
  private:
-  struct Content;  // the implementation's own
-  std::unique_ptr<Content> content_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace KELDOUtils

@@ -244,12 +244,12 @@ int KLIBCFileGetLine(const char* path, const char* key, char* line, std::size_t 
 
 namespace KELDOUtils {
 
-struct ConfParser::Content {
+struct ConfParser::Impl {
   std::vector<std::string> section_names;
   std::map<std::string, std::map<std::string, std::string>> sections;
 };
 
-ConfParser::ConfParser() : content_(std::make_unique<Content>()) {}
+ConfParser::ConfParser() : impl_(std::make_unique<Impl>()) {}
 ConfParser::~ConfParser() = default;
 ConfParser::ConfParser(ConfParser&& other) noexcept = default;
 ConfParser& ConfParser::operator=(ConfParser&& other) noexcept = default;
@@ -257,7 +257,7 @@ ConfParser& ConfParser::operator=(ConfParser&& other) noexcept = default;
 int ConfParser::loadFromFile(const char* path) {
   if (fake().Enter("ConfParser::loadFromFile", path)) return 0;
   if (!std::filesystem::is_regular_file(fake().Real(path))) return 0;
-  auto& [names, sections] = *content_;
+  auto& [names, sections] = *impl_;
   std::string section;
   for (const std::string& raw : fake().ReadLines(path)) {
     const std::string line(Trim(raw));
@@ -276,7 +276,7 @@ int ConfParser::loadFromFile(const char* path) {
 }
 
 std::vector<std::string> ConfParser::enumSections() const {
-  return content_->section_names;
+  return impl_->section_names;
 }
 
 int ConfParser::getInt(const std::string& section, const std::string& key, int fallback) const {
@@ -290,8 +290,8 @@ int ConfParser::getInt(const std::string& section, const std::string& key, int f
 
 std::string ConfParser::getString(const std::string& section, const std::string& key,
                                   const std::string& fallback) const {
-  const auto keys = content_->sections.find(section);
-  if (keys == content_->sections.end()) return fallback;
+  const auto keys = impl_->sections.find(section);
+  if (keys == impl_->sections.end()) return fallback;
   const auto value = keys->second.find(key);
   return value == keys->second.end() ? fallback : value->second;
 }

@@ -12,7 +12,7 @@
 
 namespace KELDOUtils {
 
-struct ConfParser::Content {
+struct ConfParser::Impl {
   std::vector<std::string> section_names;
   std::map<std::string, std::map<std::string, std::string>> sections;
 };
@@ -70,7 +70,7 @@ std::optional<int> NumberIn(const std::string& text) {
 
 }  // namespace
 
-ConfParser::ConfParser() : content_(std::make_unique<Content>()) {}
+ConfParser::ConfParser() : impl_(std::make_unique<Impl>()) {}
 ConfParser::~ConfParser() = default;
 ConfParser::ConfParser(ConfParser&& other) noexcept = default;
 ConfParser& ConfParser::operator=(ConfParser&& other) noexcept = default;
@@ -82,7 +82,7 @@ int ConfParser::loadFromFile(const char* path) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (rest.starts_with(kByteOrderMark)) rest.remove_prefix(kByteOrderMark.size());
 
-  Content content;
+  Impl content;
   std::string section;  // keys before any header belong to a section without a name
   while (!rest.empty()) {
     const std::string_view line = WithoutComment(Trim(keldo::TakeLine(rest)));
@@ -99,12 +99,12 @@ int ConfParser::loadFromFile(const char* path) {
       content.sections[section][std::string(pair->key)] = pair->value;
     }
   }
-  *content_ = std::move(content);
+  *impl_ = std::move(content);
   return 1;
 }
 
 std::vector<std::string> ConfParser::enumSections() const {
-  return content_->section_names;
+  return impl_->section_names;
 }
 
 int ConfParser::getInt(const std::string& section, const std::string& key, int fallback) const {
@@ -113,8 +113,8 @@ int ConfParser::getInt(const std::string& section, const std::string& key, int f
 
 std::string ConfParser::getString(const std::string& section, const std::string& key,
                                   const std::string& fallback) const {
-  const auto values = content_->sections.find(section);
-  if (values == content_->sections.end()) return fallback;
+  const auto values = impl_->sections.find(section);
+  if (values == impl_->sections.end()) return fallback;
   const auto value = values->second.find(key);
   return value == values->second.end() ? fallback : value->second;
 }
