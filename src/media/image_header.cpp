@@ -1,6 +1,5 @@
 #include "media/image_header.h"
 
-#include <dlfcn.h>
 #include <libheif/heif.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <exiv2/exiv2.hpp>
 #include <memory>
 
+#include "media/codec_library.h"
 #include "media/formats.h"
 #include "media/header_readers.h"
 #include "util/files.h"
@@ -16,22 +16,8 @@
 namespace keldo::media {
 namespace {
 
-// The functions of libheif that we use. It and the many libraries that it needs are loaded at the
-// first call, not with the program, since most runs never meet such a file.
-class HeifLibrary {
- public:
-  HeifLibrary() : handle_(::dlopen("libheif.so.1", RTLD_NOW | RTLD_LOCAL)) {
-    complete_ = handle_ != nullptr && Find(context_alloc, "heif_context_alloc") &&
-                Find(context_free, "heif_context_free") &&
-                Find(read_from_file, "heif_context_read_from_file") &&
-                Find(get_primary, "heif_context_get_primary_image_handle") &&
-                Find(handle_release, "heif_image_handle_release") &&
-                Find(get_width, "heif_image_handle_get_width") &&
-                Find(get_height, "heif_image_handle_get_height");
-  }
-
-  [[nodiscard]] bool complete() const { return complete_; }
-
+// The functions of libheif that we use.
+struct HeifFunctions {
   decltype(&::heif_context_alloc) context_alloc = nullptr;
   decltype(&::heif_context_free) context_free = nullptr;
   decltype(&::heif_context_read_from_file) read_from_file = nullptr;
@@ -39,28 +25,28 @@ class HeifLibrary {
   decltype(&::heif_image_handle_release) handle_release = nullptr;
   decltype(&::heif_image_handle_get_width) get_width = nullptr;
   decltype(&::heif_image_handle_get_height) get_height = nullptr;
-
- private:
-  template <typename Function>
-  bool Find(Function& function, const char* name) {
-    function = reinterpret_cast<Function>(::dlsym(handle_, name));
-    return function != nullptr;
-  }
-
-  void* handle_;  // Never closed: threads of the library may still run.
-  bool complete_ = false;
+  bool complete = false;
 };
 
-const HeifLibrary& Library() {
-  static const HeifLibrary library;
-  return library;
+HeifFunctions LoadHeif() {
+  HeifFunctions heif;
+  const CodecLibrary library("libheif.so.1");
+  heif.complete = library.Find(heif.context_alloc, "heif_context_alloc") &&
+                  library.Find(heif.context_free, "heif_context_free") &&
+                  library.Find(heif.read_from_file, "heif_context_read_from_file") &&
+                  library.Find(heif.get_primary, "heif_context_get_primary_image_handle") &&
+                  library.Find(heif.handle_release, "heif_image_handle_release") &&
+                  library.Find(heif.get_width, "heif_image_handle_get_width") &&
+                  library.Find(heif.get_height, "heif_image_handle_get_height");
+  return heif;
 }
 
-// The displayed size of the main image, rotated and cropped as the file asks. Also nothing when the
-// library is missing.
+// The displayed size of the main image, rotated and cropped as the file asks. Also nothing when
+// libheif is missing. It and the many libraries that it needs are loaded at the first call, not
+// with the program, since most runs never meet such a file.
 std::optional<RawHeader> MeasureHeif(const std::string& path) {
-  const HeifLibrary& heif = Library();
-  if (!heif.complete()) return std::nullopt;
+  static const HeifFunctions heif = LoadHeif();
+  if (!heif.complete) return std::nullopt;
   const std::unique_ptr<heif_context, decltype(heif.context_free)> context(heif.context_alloc(),
                                                                            heif.context_free);
   if (!context) return std::nullopt;

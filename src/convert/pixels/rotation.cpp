@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
+#include <cstdint>
 #include <utility>
+#include <vector>
 
 namespace keldo::convert {
 namespace {

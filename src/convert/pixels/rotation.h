@@ -1,12 +1,9 @@
 // Rotating and mirroring an image.
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "convert/pixels/image.h"
-#include "convert/pixels/plan.h"
 
 namespace keldo::convert {
 

@@ -1,7 +1,5 @@
 #include "convert/readers/reader_tools.h"
 
-#include <dlfcn.h>
-
 #include <optional>
 
 #include "media/header_readers.h"
@@ -19,13 +17,6 @@ std::uint8_t Mix(unsigned value, unsigned alpha, unsigned background) {
 }
 
 }  // namespace
-
-// RTLD_NOW, since nothing can be looked up once the process can no longer open files.
-CodecLibrary::CodecLibrary(const char* soname) : handle_(::dlopen(soname, RTLD_NOW | RTLD_LOCAL)) {}
-
-void* CodecLibrary::Symbol(const char* name) const {
-  return handle_ == nullptr ? nullptr : ::dlsym(handle_, name);
-}
 
 void FlattenGray(const std::uint8_t* from, std::size_t pixels, const Background& background,
                  std::uint8_t* to) {

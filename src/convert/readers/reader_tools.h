@@ -6,30 +6,11 @@
 #include <cstdint>
 
 #include "convert/pixels/image.h"
+#include "media/codec_library.h"
 
 namespace keldo::convert {
 
-/// A shared library with a codec, loaded when a file needs it so that starting up stays cheap. It
-/// is never closed: codecs keep state and may have started threads, and the process ends after one
-/// image.
-class CodecLibrary {
- public:
-  /// `soname` names the version whose headers we are built with.
-  explicit CodecLibrary(const char* soname);
-
-  /// Finds a function; false when the library or the function is not there. The type of `function`
-  /// comes from the codec's own header, so that nothing is declared twice.
-  template <typename Function>
-  [[nodiscard]] bool Find(Function*& function, const char* name) const {
-    function = reinterpret_cast<Function*>(Symbol(name));
-    return function != nullptr;
-  }
-
- private:
-  [[nodiscard]] void* Symbol(const char* name) const;
-
-  void* handle_;
-};
+using media::CodecLibrary;
 
 /// Red, green and blue; all three equal for gray pixels.
 using Background = std::array<std::uint8_t, 3>;
