@@ -74,7 +74,7 @@ bool CanRun(const ImageMagick& magick, const std::string& what) {
 
 // `arguments` begins with the program's name.
 int Run(const ImageMagick& magick, std::vector<std::string> arguments) {
-  // As a shell would say.
+  // The status of a shell that cannot start a program.
   constexpr int kNotStarted = 127;
   process::ChildPlan plan{magick.program, std::move(arguments)};
   plan.stdin_fd = STDIN_FILENO;
