@@ -10,12 +10,12 @@
 namespace keldo::ctl {
 namespace {
 
-TEST(ShownNameTest, LeavesReadableNamesAlone) {
+TEST(ShownNameTest, KeepsReadableNames) {
   for (const char* name : {"/v/a b.jpg", "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x93\xB7", "'\"%s[1]*", ""})
     EXPECT_EQ(ShownName(name), name);
 }
 
-TEST(ShownNameTest, SpellsOutWhatATerminalWouldObeyOrCannotShow) {
+TEST(ShownNameTest, EscapesWhatATerminalObeysOrCannotShow) {
   EXPECT_EQ(ShownName("a\nb\tc\rd"), "a\\nb\\tc\\rd");
   EXPECT_EQ(ShownName("\033[31mred"), "\\x1b[31mred");
   EXPECT_EQ(ShownName("\xFF\xC3"), "\\xff\\xc3");
@@ -56,7 +56,7 @@ TEST(TableTest, AlignsByCharactersNotBytes) {
             "\xC3\xA4    1\nab  \033[31m22\033[0m\n");
 }
 
-TEST(ConsoleTest, ColoursOnlyWhereTheyAreOn) {
+TEST(ConsoleTest, UsesColoursOnlyIfEnabled) {
   std::ostringstream out;
   Console console(out, out);
   EXPECT_EQ(console.Coloured(Console::Colour::kRed, "x"), "x");

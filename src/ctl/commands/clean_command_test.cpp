@@ -40,8 +40,8 @@ class CleanCommand : public ::testing::Test {
     SetTime(path, time);
     return path;
   }
-  // Changes a photo, other than in its content, so that the file system takes it to be changed
-  // later than a marker. Its clock moves by some milliseconds at a time.
+  // Changes a photo, but not its content, so that the file system dates the change later than a
+  // marker. Its clock advances by some milliseconds at a time.
   void ChangeAfter(const std::string& photo, const std::string& marker) {
     struct stat photo_status {};
     struct stat marker_status {};
@@ -72,7 +72,7 @@ class CleanCommand : public ::testing::Test {
   CommandRunner runner_;
 };
 
-TEST_F(CleanCommand, MetadataOfAPhotoThatIsGoneGoesWithItsDirectory) {
+TEST_F(CleanCommand, RemovesTheMetadataDirectoryOfADeletedPhoto) {
   Photo("here.jpg");
   Metadata("here.jpg", "KELDOPHOTO_THUMB_S.jpg");
   for (const char* name :
@@ -90,7 +90,7 @@ TEST_F(CleanCommand, MetadataOfAPhotoThatIsGoneGoesWithItsDirectory) {
                                 "Removed 9 files, 45 bytes.\n");
 }
 
-TEST_F(CleanCommand, WithoutForceNothingChanges) {
+TEST_F(CleanCommand, ChangesNothingWithoutForce) {
   Metadata("gone.jpg", "KELDOPHOTO_THUMB_S.jpg");
   Photo("a.jpg");
   Metadata("a.jpg", "KELDOPHOTO.tmp.Ab3dEf.jpg");
@@ -108,14 +108,14 @@ TEST_F(CleanCommand, WithoutForceNothingChanges) {
                 "3 files, 10 bytes in total; run again with --force to remove them\n");
 }
 
-TEST_F(CleanCommand, AnEmptyMetadataDirectoryOfAGonePhotoIsRemovedButNotTheCommonOne) {
+TEST_F(CleanCommand, RemovesADeletedPhotosEmptyDirectoryButNotTheCommonOne) {
   fs::create_directories(Of("gone.jpg"));
   EXPECT_EQ(Clean({"--force"}), 0);
   EXPECT_TRUE(fs::is_directory(photos_ + "/@eaDir"));
   EXPECT_TRUE(fs::is_empty(photos_ + "/@eaDir"));
 }
 
-TEST_F(CleanCommand, APhotoThatIsThereInAnyFormIsNotGone) {
+TEST_F(CleanCommand, KeepsTheMetadataOfAnythingThatExists) {
   Photo("photo.jpg");
   fs::create_symlink("nowhere", photos_ + "/dangling.jpg");
   fs::create_symlink("loop.jpg", photos_ + "/loop.jpg");
@@ -129,13 +129,13 @@ TEST_F(CleanCommand, APhotoThatIsThereInAnyFormIsNotGone) {
   EXPECT_EQ(Snapshot(dir_.path()), before);
 }
 
-TEST_F(CleanCommand, ForeignFilesAreNeverTouched) {
+TEST_F(CleanCommand, NeverTouchesForeignFiles) {
   const std::string outside = dir_.path() + "/outside";
   WriteFile(outside + "/KELDOPHOTO_THUMB_S.jpg", "outside");
   WriteFile(outside + "/@eaDir/gone.jpg/KELDOPHOTO_THUMB_S.jpg", "outside");
   WriteFile(outside + "/KELDOPHOTO.tmp.Ab3dEf.jpg", "outside");
 
-  // Not the metadata of photos.
+  // This is not metadata of photos.
   for (const char* name : {"film.mp4", "notes.txt", "._a.jpg", "folder", "a.jpg@stream"})
     Metadata(name, "KELDOPHOTO_THUMB_S.jpg");
   WriteFile(photos_ + "/@eaDir/KELDOPHOTO_THUMB_S.jpg", "file of the directory");
@@ -148,7 +148,7 @@ TEST_F(CleanCommand, ForeignFilesAreNeverTouched) {
   fs::create_symlink(outside + "/@eaDir", photos_ + "/sub/@eaDir");
   WriteFile(photos_ + "/sub2/@eaDir", "a file of that name");
 
-  // In the metadata of a photo that is there, and of one that is gone.
+  // In the metadata of a photo that exists, and of one that is gone.
   Photo("here.jpg");
   for (const char* photo : {"here.jpg", "gone.jpg"}) {
     for (const char* name :
@@ -185,7 +185,7 @@ TEST_F(CleanCommand, ForeignFilesAreNeverTouched) {
                 "keldothumbctl: " + photos_ + "/sub2/@eaDir: not a directory; skipped\n");
 }
 
-TEST_F(CleanCommand, AMarkerGoesWhenItsThumbnailIsThere) {
+TEST_F(CleanCommand, RemovesAMarkerWhoseThumbnailExists) {
   Photo("a.jpg", kOld);
   Metadata("a.jpg", "KELDOPHOTO_THUMB_S.fail", "", kOld - 1);
   const std::string made = Metadata("a.jpg", "KELDOPHOTO_THUMB_M.fail", "");
@@ -202,7 +202,7 @@ TEST_F(CleanCommand, AMarkerGoesWhenItsThumbnailIsThere) {
   EXPECT_EQ(Snapshot(dir_.path()), expected);
 }
 
-TEST_F(CleanCommand, MarkersGoWhenThePhotoHasChangedSince) {
+TEST_F(CleanCommand, RemovesMarkersOlderThanThePhoto) {
   Photo("a.jpg");
   Photo("b.jpg");
   for (const char* photo : {"a.jpg", "b.jpg"}) {
@@ -216,7 +216,7 @@ TEST_F(CleanCommand, MarkersGoWhenThePhotoHasChangedSince) {
   EXPECT_TRUE(fs::exists(Of("b.jpg") + "/KELDOPHOTO_THUMB_S.fail"));
 }
 
-TEST_F(CleanCommand, ADirectoryAtWorkIsSkipped) {
+TEST_F(CleanCommand, SkipsADirectoryInUse) {
   Metadata("gone.jpg", "KELDOPHOTO_THUMB_S.jpg");
   WriteFile(photos_ + "/sub/@eaDir/gone.jpg/KELDOPHOTO_THUMB_S.jpg", "thumb");
   {
@@ -232,20 +232,20 @@ TEST_F(CleanCommand, ADirectoryAtWorkIsSkipped) {
   EXPECT_FALSE(fs::exists(Of("gone.jpg")));
 }
 
-TEST_F(CleanCommand, ALinkThatStaysInsideTheTreeDoesNotHideItsTarget) {
+TEST_F(CleanCommand, ALinkInsideTheTreeDoesNotHideItsTarget) {
   WriteFile(photos_ + "/z/@eaDir/gone.jpg/KELDOPHOTO_THUMB_S.jpg", "thumb");
   fs::create_symlink("z", photos_ + "/a");
   EXPECT_EQ(Clean({"--force"}), 0);
   EXPECT_FALSE(fs::exists(photos_ + "/z/@eaDir/gone.jpg"));
 }
 
-TEST_F(CleanCommand, TreesThatOverlapAreCountedOnce) {
+TEST_F(CleanCommand, CountsOverlappingTreesOnce) {
   WriteFile(photos_ + "/sub/@eaDir/gone.jpg/KELDOPHOTO_THUMB_S.jpg", "thumb");
   EXPECT_EQ(runner_.Run({"clean", photos_, photos_ + "/sub", photos_}), 0);
   EXPECT_THAT(runner_.output, HasSubstr("1 file, 5 bytes in total"));
 }
 
-TEST_F(CleanCommand, JsonTellsTheSame) {
+TEST_F(CleanCommand, PrintsTheSameAsJson) {
   Photo("a.jpg");
   Metadata("a.jpg", "KELDOPHOTO.tmp.Ab3dEf.jpg");
   Metadata(kOddName, "KELDOPHOTO_THUMB_S.jpg");
@@ -270,14 +270,14 @@ TEST_F(CleanCommand, JsonTellsTheSame) {
   EXPECT_EQ(CleanJson({"--force"})["files"], 0);
 }
 
-TEST_F(CleanCommand, QuietSaysNothingWhenAllIsWell) {
+TEST_F(CleanCommand, PrintsNothingWhenQuietAndAllIsWell) {
   Metadata("gone.jpg", "KELDOPHOTO_THUMB_S.jpg");
   EXPECT_EQ(Clean({"--quiet", "--force"}), 0);
   EXPECT_EQ(runner_.output, "");
   EXPECT_FALSE(fs::exists(Of("gone.jpg")));
 }
 
-TEST_F(CleanCommand, WrongUseHasTheStatusTwo) {
+TEST_F(CleanCommand, WrongUsageHasStatusTwo) {
   EXPECT_EQ(runner_.Run({"clean"}), 2);
   EXPECT_EQ(runner_.Run({"clean", photos_ + "/none"}), 2);
   fs::create_directory(photos_ + "/@eaDir");

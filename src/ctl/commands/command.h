@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ctl/console.h"
+#include "ctl/library/work_queue_file.h"
 #include "ctl/make/maker.h"
 
 namespace CLI {
@@ -23,6 +24,7 @@ struct Environment {
   std::string database_path;      ///< The embedded index.
   std::string keldothumb;         ///< The program that makes thumbnails.
   std::string profile_path;       ///< The profile file unless --profile names another.
+  QueuePaths queue{};             ///< The work queue.
   bool terminal_out = false;      ///< Standard output is a terminal.
   bool terminal_err = false;      ///< Standard error is a terminal.
   bool colour_forbidden = false;  ///< NO_COLOR is set.

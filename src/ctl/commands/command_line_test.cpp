@@ -52,14 +52,14 @@ class CommandLine : public ::testing::Test {
   std::string errors_;
 };
 
-TEST_F(CommandLine, WithoutADatabaseTheDefaultHoldsAndNoneIsMade) {
+TEST_F(CommandLine, UsesTheDefaultWithoutCreatingADatabase) {
   EXPECT_EQ(Run({"index", "mask", photos_}), photos_ + ": 63 (S, SM, M, B, L, XL), the default\n");
   EXPECT_EQ(Run({"index", "mask", photos_, "default"}),
             photos_ + ": 63 (S, SM, M, B, L, XL), the default\n");
   EXPECT_FALSE(std::filesystem::exists(dir_.path() + "/state"));
 }
 
-TEST_F(CommandLine, AMaskHoldsForADirectoryAndAllBelow) {
+TEST_F(CommandLine, AMaskAppliesToEverythingBelow) {
   EXPECT_EQ(Run({"index", "mask", photos_, "S,XL"}), photos_ + ": 17 (S, XL), set here\n");
   EXPECT_EQ(Run({"index", "mask", photos_}), photos_ + ": 17 (S, XL), set here\n");
   EXPECT_EQ(Run({"index", "mask", holiday_}),
@@ -68,14 +68,14 @@ TEST_F(CommandLine, AMaskHoldsForADirectoryAndAllBelow) {
             dir_.path() + ": 63 (S, SM, M, B, L, XL), the default\n");
 }
 
-TEST_F(CommandLine, TheNearestMaskHoldsUntilItIsRemoved) {
+TEST_F(CommandLine, TheNearestMaskAppliesUntilItIsRemoved) {
   Run({"index", "mask", photos_, "0x3"});
   EXPECT_EQ(Run({"index", "mask", holiday_, "0"}), holiday_ + ": 0 (no thumbnails), set here\n");
   EXPECT_EQ(Run({"index", "mask", holiday_, "default"}),
             holiday_ + ": 3 (S, M), inherited from " + photos_ + "\n");
 }
 
-TEST_F(CommandLine, VideosHaveMasksOfTheirOwn) {
+TEST_F(CommandLine, VideosHaveTheirOwnMasks) {
   Run({"index", "mask", photos_, "1"});
   Run({"index", "mask", "--video", photos_, "2"});
   EXPECT_EQ(Run({"index", "mask", photos_}), photos_ + ": 1 (S), set here\n");
@@ -90,13 +90,13 @@ TEST_F(CommandLine, TheProgramThatMakesThumbnailsSeesTheMask) {
                                                            THUMB_TYPE_PHOTO, &mask),
             0);
   EXPECT_EQ(mask, 5);
-  // And a change while it runs, too.
+  // It also sees a change while it runs.
   Run({"index", "mask", photos_, "7"});
   keldoindexutils::ipc::KELDOIDX_GetDirThumbSizeMap(holiday_.c_str(), THUMB_TYPE_PHOTO, &mask);
   EXPECT_EQ(mask, 7);
 }
 
-TEST_F(CommandLine, TheDatabaseIsReadableForAllWhateverTheUmask) {
+TEST_F(CommandLine, TheDatabaseModeDoesNotDependOnTheUmask) {
   const mode_t before = umask(0077);
   Run({"index", "mask", photos_, "1"});
   umask(before);
@@ -109,7 +109,7 @@ TEST_F(CommandLine, TheDatabaseIsReadableForAllWhateverTheUmask) {
   EXPECT_EQ(mode_of(database_), 0644U);
 }
 
-TEST_F(CommandLine, JsonTellsTheSame) {
+TEST_F(CommandLine, PrintsTheSameAsJson) {
   Json::Value value;
   ASSERT_TRUE(ParseJsonObject(Run({"index", "mask", photos_, "--json"}), value));
   EXPECT_EQ(value["directory"], photos_);
@@ -128,7 +128,7 @@ TEST_F(CommandLine, JsonTellsTheSame) {
   EXPECT_EQ(value["kinds"][1], "M");
 }
 
-TEST_F(CommandLine, AMaskIsSetForDirectoriesOnlyButRemovedFromWhatIsGone) {
+TEST_F(CommandLine, SetsMasksOfDirectoriesOnlyButRemovesThoseOfDeletedOnes) {
   EXPECT_EQ(Status({"index", "mask", photos_ + "/none", "1"}), 1);
   EXPECT_EQ(errors_, "keldothumbctl: " + photos_ + "/none: no such directory\n");
   EXPECT_EQ(output_, "");
@@ -140,7 +140,7 @@ TEST_F(CommandLine, AMaskIsSetForDirectoriesOnlyButRemovedFromWhatIsGone) {
             holiday_ + ": 63 (S, SM, M, B, L, XL), the default\n");
 }
 
-TEST_F(CommandLine, ADatabaseThatCannotBeUsedIsAFailureWithItsReason) {
+TEST_F(CommandLine, FailsWithAnUnusableDatabase) {
   std::filesystem::create_directory(dir_.path() + "/state");
   std::ofstream(database_) << std::string(5000, 'x');
   for (const auto& arguments : std::vector<std::vector<std::string>>{
@@ -151,13 +151,13 @@ TEST_F(CommandLine, ADatabaseThatCannotBeUsedIsAFailureWithItsReason) {
   }
 }
 
-TEST_F(CommandLine, ADatabaseThatCannotBeMadeIsAFailure) {
+TEST_F(CommandLine, FailsWhenTheDatabaseCannotBeCreated) {
   database_ = dir_.path() + "/none/state/index.db";
   EXPECT_EQ(Status({"index", "mask", photos_, "1"}), 1);
   EXPECT_EQ(errors_, "keldothumbctl: " + database_ + ": No such file or directory\n");
 }
 
-TEST_F(CommandLine, AnAnswerThatCannotBeWrittenIsAFailure) {
+TEST_F(CommandLine, FailsWhenTheOutputCannotBeWritten) {
   std::ofstream full("/dev/full");
   std::ostringstream err;
   EXPECT_EQ(RunCommandLine({"index", "mask", photos_}, Environment{database_, "", ""}, full, err),
@@ -165,7 +165,7 @@ TEST_F(CommandLine, AnAnswerThatCannotBeWrittenIsAFailure) {
   EXPECT_EQ(err.str(), "keldothumbctl: standard output: cannot be written\n");
 }
 
-TEST_F(CommandLine, WrongUseHasTheStatusTwo) {
+TEST_F(CommandLine, WrongUsageHasStatusTwo) {
   for (const auto& arguments :
        std::vector<std::vector<std::string>>{{},
                                              {"index"},
@@ -190,7 +190,7 @@ TEST_F(CommandLine, HelpHasExamples) {
   EXPECT_THAT(help, HasSubstr("--video"));
 }
 
-TEST_F(CommandLine, ANameThatBeginsWithADashComesAfterTwo) {
+TEST_F(CommandLine, ANameThatBeginsWithADashFollowsTwoDashes) {
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(photos_);
   std::filesystem::create_directory("-x");

@@ -51,7 +51,7 @@ class Doctor : public ::testing::Test {
     Program("convert", "case $2 in '') echo '" + version + "';; format) echo '" + formats +
                            "';; resource) echo '" + resources + "';; esac");
   }
-  // What a check has found.
+  // What a check found.
   CheckResult Find(const std::string& name) const {
     for (const auto& results : {CheckPrograms(paths_), CheckSystem(paths_)}) {
       const auto found = std::find_if(results.begin(), results.end(),
@@ -94,7 +94,7 @@ class Doctor : public ::testing::Test {
   std::string output_;
 };
 
-TEST_F(Doctor, AllIsWellWhereNothingIsMissing) {
+TEST_F(Doctor, FindsNoProblemWhenNothingIsMissing) {
   EXPECT_EQ(Run(), 0);
   EXPECT_THAT(output_, Not(HasSubstr("problem")));
   for (const char* text :
@@ -110,7 +110,7 @@ TEST_F(Doctor, AllIsWellWhereNothingIsMissing) {
   EXPECT_EQ(LevelOf("work queue"), Level::kOk);
 }
 
-TEST_F(Doctor, WithoutItsProgramsNoThumbnailsAreMade) {
+TEST_F(Doctor, ReportsMissingProgramsAsProblems) {
   for (const char* name : {"keldothumb", "convert", "thumb.conf"}) {
     std::filesystem::rename(In(name), In("away"));
     EXPECT_EQ(Run(), 1) << name;
@@ -122,7 +122,7 @@ TEST_F(Doctor, WithoutItsProgramsNoThumbnailsAreMade) {
   EXPECT_EQ(Run(), 0);
 }
 
-TEST_F(Doctor, WhatOnlySomePhotosNeedIsAWarning) {
+TEST_F(Doctor, WarnsOfWhatOnlySomePhotosNeed) {
   for (const char* name : {"djpeg", "dcraw", "compare"}) {
     std::filesystem::rename(In(name), In("away"));
     EXPECT_EQ(LevelOf(name), Level::kWarning);
@@ -134,7 +134,7 @@ TEST_F(Doctor, WhatOnlySomePhotosNeedIsAWarning) {
   EXPECT_EQ(Find("dcraw").text, In("dcraw") + ": cannot be executed");
 }
 
-TEST_F(Doctor, ProgramsThatDoNotWorkAreFound) {
+TEST_F(Doctor, ReportsProgramsThatDoNotWork) {
   Program("keldothumb", "exit 127");
   EXPECT_EQ(LevelOf("keldothumb"), Level::kProblem);
   Program("convert", "exit 1");
@@ -146,7 +146,7 @@ TEST_F(Doctor, ProgramsThatDoNotWorkAreFound) {
   EXPECT_EQ(LevelOf("djpeg"), Level::kWarning);
 }
 
-TEST_F(Doctor, AConverterWithoutHeicOrWithLowLimitsIsFound) {
+TEST_F(Doctor, WarnsOfAConverterWithoutHeicOrWithLowLimits) {
   Converter("Version: ImageMagick 6.9.11-60 Q16", "     JPEG* JPEG      rw-   HEIC photos",
             "  Width: 16KP\n  Height: 8KP");
   EXPECT_EQ(LevelOf("HEIC photos"), Level::kWarning);
@@ -161,7 +161,7 @@ TEST_F(Doctor, AConverterWithoutHeicOrWithLowLimitsIsFound) {
   EXPECT_EQ(LevelOf("converter limits"), Level::kOk);
 }
 
-TEST_F(Doctor, OurOwnConverterIsToldFromImageMagick) {
+TEST_F(Doctor, TellsOurConverterFromImageMagick) {
   Converter("convert-thumb 0.1.0\nFormats: JPEG HEIC", "", "");
   EXPECT_EQ(Find("converter").text, In("convert") + ", our own: convert-thumb 0.1.0");
   EXPECT_EQ(Find("converter limits").name, "");
@@ -170,7 +170,7 @@ TEST_F(Doctor, OurOwnConverterIsToldFromImageMagick) {
   EXPECT_EQ(LevelOf("HEIC photos"), Level::kWarning);
 }
 
-TEST_F(Doctor, ADjpegThatCannotExtractProfilesIsFound) {
+TEST_F(Doctor, WarnsOfADjpegThatCannotExtractProfiles) {
   Program("djpeg", "echo 'Independent JPEG Group'");
   EXPECT_EQ(LevelOf("djpeg"), Level::kWarning);
 }
@@ -182,7 +182,7 @@ TEST_F(Doctor, AProfileFileWithoutThumbnailsIsAProblem) {
   EXPECT_EQ(LevelOf("profile file"), Level::kProblem);
 }
 
-TEST_F(Doctor, WhatCannotBeWrittenIsAWarning) {
+TEST_F(Doctor, WarnsOfWhatCannotBeWritten) {
   paths_.queue = In("none/queue");
   paths_.progress = In("none/progress");
   paths_.pid_file = In("none/pid");
@@ -191,24 +191,24 @@ TEST_F(Doctor, WhatCannotBeWrittenIsAWarning) {
   EXPECT_EQ(Run(), 0);
 }
 
-TEST_F(Doctor, TheIndexIsOpened) {
+TEST_F(Doctor, OpensTheIndex) {
   ASSERT_TRUE(index::IndexDatabase::OpenOrCreate(paths_.database).database);
   EXPECT_EQ(LevelOf("index"), Level::kOk);
   WriteFile(paths_.database, std::string(5000, 'x'));
   EXPECT_EQ(LevelOf("index"), Level::kWarning);
 }
 
-TEST_F(Doctor, FewWatchesAreAWarning) {
+TEST_F(Doctor, WarnsOfFewWatches) {
   WriteFile(paths_.watch_limit, "8192\n");
   EXPECT_EQ(LevelOf("inotify watches"), Level::kWarning);
 }
 
-TEST_F(Doctor, ALibraryThatCannotBeLoadedIsAWarning) {
+TEST_F(Doctor, WarnsOfALibraryThatCannotBeLoaded) {
   paths_.heif_library = "libnone.so.1";
   EXPECT_EQ(LevelOf("libheif"), Level::kWarning);
 }
 
-TEST_F(Doctor, JsonTellsTheSame) {
+TEST_F(Doctor, PrintsTheSameAsJson) {
   std::filesystem::remove(In("convert"));
   EXPECT_EQ(Run(/*json=*/true), 1);
   Json::Value value;
@@ -220,12 +220,12 @@ TEST_F(Doctor, JsonTellsTheSame) {
   EXPECT_NE(value["checks"][1]["advice"], "");
 }
 
-TEST_F(Doctor, QuietTellsProblemsAlone) {
+TEST_F(Doctor, PrintsOnlyProblemsWhenQuiet) {
   EXPECT_EQ(Run(false, {.quiet = true}), 0);
   EXPECT_EQ(output_, "");
 }
 
-TEST_F(Doctor, NamesAreShownSoThatATerminalSurvivesThem) {
+TEST_F(Doctor, EscapesNamesForTheTerminal) {
   paths_.keldothumb = In("-%s\033[31m\xFF");
   EXPECT_EQ(Run(), 1);
   EXPECT_THAT(output_, HasSubstr(In("-%s\\x1b[31m\\xff") + ": is missing"));

@@ -48,7 +48,7 @@ class IndexReport : public LibraryTest {
   }
 };
 
-TEST_F(IndexReport, WithoutADatabaseTheDefaultHolds) {
+TEST_F(IndexReport, UsesTheDefaultWithoutADatabase) {
   const std::string none = "There is no index; all kinds are wanted everywhere.\n";
   EXPECT_EQ(Run({"index", "list"}), none);
   EXPECT_EQ(Run({"index", "show", "/v/a.jpg"}),
@@ -75,7 +75,7 @@ TEST_F(IndexReport, ListsMasksAndCounts) {
             "1  files with a media record\n");
 }
 
-TEST_F(IndexReport, TheJsonListTellsTheSame) {
+TEST_F(IndexReport, ListsTheSameAsJson) {
   Fill();
   const Json::Value value = Parsed(Run({"index", "list", "--json"}));
   EXPECT_EQ(value["has_index"], true);
@@ -90,7 +90,7 @@ TEST_F(IndexReport, TheJsonListTellsTheSame) {
     EXPECT_EQ(value["files"][count], 1) << count;
 }
 
-TEST_F(IndexReport, ShowsAllThatHoldsForAPath) {
+TEST_F(IndexReport, ShowsEverythingAboutAPath) {
   ASSERT_EQ(setenv("TZ", "UTC", 1), 0);
   tzset();
   Fill();
@@ -106,7 +106,7 @@ TEST_F(IndexReport, ShowsAllThatHoldsForAPath) {
   EXPECT_THAT(Run({"index", "show", kOddDirectory}), HasSubstr("0 (no thumbnails), set here"));
 }
 
-TEST_F(IndexReport, TheJsonOfAPathTellsTheSame) {
+TEST_F(IndexReport, ShowsTheSameAsJson) {
   Fill();
   const Json::Value value = Parsed(Run({"index", "show", "--json", "/v/a.jpg"}));
   EXPECT_EQ(value["path"], "/v/a.jpg");
@@ -124,7 +124,7 @@ TEST_F(IndexReport, TheJsonOfAPathTellsTheSame) {
     EXPECT_TRUE(unknown[member].isNull()) << member;
 }
 
-TEST_F(IndexReport, ADatabaseThatCannotBeReadIsAFailure) {
+TEST_F(IndexReport, FailsWithAnUnreadableDatabase) {
   Write(environment_.database_path, std::string(5000, 'x'));
   EXPECT_EQ(Status({"index", "list"}), 1);
   EXPECT_EQ(Status({"index", "show", "/v"}), 1);

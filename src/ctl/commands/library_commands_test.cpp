@@ -27,7 +27,7 @@ class LibraryCommandsTest : public LibraryTest {
   }
 };
 
-TEST_F(LibraryCommandsTest, StatusCountsEachDirectoryAndAll) {
+TEST_F(LibraryCommandsTest, StatusCountsEachDirectoryAndTheTotal) {
   EXPECT_EQ(Run({"status", root_}),
             "photos  present  missing  stale  failed  directory\n"
             "     2        6        6      0       0  " +
@@ -39,13 +39,13 @@ TEST_F(LibraryCommandsTest, StatusCountsEachDirectoryAndAll) {
                 "     3       11        6      1       0  total\n");
 }
 
-TEST_F(LibraryCommandsTest, QuietStatusIsTheTotalAlone) {
+TEST_F(LibraryCommandsTest, QuietStatusPrintsOnlyTheTotal) {
   EXPECT_EQ(Run({"status", "-q", root_}),
             "photos  present  missing  stale  failed  directory\n"
             "     3       11        6      1       0  total\n");
 }
 
-TEST_F(LibraryCommandsTest, StatusByKindGoesFromSmallToLarge) {
+TEST_F(LibraryCommandsTest, StatusByKindGoesFromSmallestToLargest) {
   EXPECT_THAT(Run({"status", "--by-kind", root_}),
               HasSubstr("\nkind  present  missing  stale  failed\n"
                         "S           2        1      0       0\n"
@@ -56,7 +56,7 @@ TEST_F(LibraryCommandsTest, StatusByKindGoesFromSmallToLarge) {
                         "XL          1        1      1       0\n"));
 }
 
-TEST_F(LibraryCommandsTest, StatusIsOneWhereAPhotoFailed) {
+TEST_F(LibraryCommandsTest, StatusIsOneWhenAPhotoFailed) {
   Markers("a/new.jpg", {"XL", "S"});
   const Json::Value value = RunJson({"status", "--json", "--by-kind", root_}, 1);
   EXPECT_EQ(value["total"]["photos"], 3);
@@ -70,7 +70,7 @@ TEST_F(LibraryCommandsTest, StatusIsOneWhereAPhotoFailed) {
   EXPECT_EQ(value["directories"][0]["thumbnails"]["missing"], 4);
 }
 
-TEST_F(LibraryCommandsTest, ColoursComeWhenAskedForOnly) {
+TEST_F(LibraryCommandsTest, UsesColoursOnlyOnRequest) {
   EXPECT_THAT(Run({"status", "--color", "always", root_}), HasSubstr("\033[32m11\033[0m"));
   environment_.terminal_out = true;
   EXPECT_THAT(Run({"status", root_}), HasSubstr("\033["));
@@ -79,17 +79,17 @@ TEST_F(LibraryCommandsTest, ColoursComeWhenAskedForOnly) {
   EXPECT_EQ(Run({"status", root_}).find('\033'), std::string::npos);
 }
 
-TEST_F(LibraryCommandsTest, TreesThatOverlapAreCountedOnce) {
+TEST_F(LibraryCommandsTest, CountsOverlappingTreesOnce) {
   EXPECT_THAT(Run({"status", root_, In("a"), root_ + "/./"}), HasSubstr("3       11"));
 }
 
-TEST_F(LibraryCommandsTest, AnEmptyLibraryIsNoFailure) {
+TEST_F(LibraryCommandsTest, AcceptsAnEmptyLibrary) {
   EXPECT_THAT(Run({"status", In("notes")}), HasSubstr("0        0        0      0       0  total"));
   EXPECT_EQ(Run({"failed", In("notes")}), "");
   EXPECT_EQ(Run({"dirs", In("notes")}), "");
 }
 
-TEST_F(LibraryCommandsTest, AFailedPhotoHasItsReason) {
+TEST_F(LibraryCommandsTest, ReportsAFailedPhotoWithTheReason) {
   Photo("a/odd\nname.jpg", "");
   Markers("a/odd\nname.jpg", {"XL"});
   EXPECT_EQ(Run({"failed", root_}, 1), In("a/odd\\nname.jpg") + ": is empty\n");
@@ -100,14 +100,14 @@ TEST_F(LibraryCommandsTest, AFailedPhotoHasItsReason) {
   EXPECT_EQ(Run({"failed", In("b")}), "");
 }
 
-TEST_F(LibraryCommandsTest, DirsAreThoseWithPhotos) {
+TEST_F(LibraryCommandsTest, DirsListsDirectoriesWithPhotos) {
   EXPECT_EQ(Run({"dirs", root_}), In("a") + "\n" + In("b") + "\n");
   EXPECT_EQ(Run({"dirs", "-0", root_}), In("a") + '\0' + In("b") + '\0');
   Thumbs("b/stale.jpg", {"XL"});
   EXPECT_EQ(Run({"dirs", "--todo", root_}), In("a") + "\n");
 }
 
-TEST_F(LibraryCommandsTest, ANameWithALineBreakNeedsTheZeroByte) {
+TEST_F(LibraryCommandsTest, ANameWithALineBreakNeedsNull) {
   Photo("x\ny/c.jpg");
   EXPECT_EQ(Status({"dirs", root_}), 1);
   EXPECT_EQ(output_, In("a") + "\n" + In("b") + "\n");
@@ -124,7 +124,7 @@ TEST_F(LibraryCommandsTest, TheProfileDecidesWhatIsWanted) {
   EXPECT_THAT(Run({"status", root_}), HasSubstr("3        2        1      0       0  total"));
 }
 
-TEST_F(LibraryCommandsTest, WrongUseHasTheStatusTwoAndSaysWhy) {
+TEST_F(LibraryCommandsTest, WrongUsageHasStatusTwoAndSaysWhy) {
   Write(dir_.path() + "/bad.conf", "rubbish\n");
   const std::vector<std::pair<Texts, std::string>> cases{
       {{"status", In("none")}, In("none") + ": No such file or directory"},
@@ -154,7 +154,7 @@ TEST_F(LibraryCommandsTest, EveryCommandHasHelpWithExamples) {
   EXPECT_THAT(Run({"--version"}), HasSubstr("keldothumbctl 0."));
 }
 
-TEST_F(LibraryCommandsTest, ANameInBracketsIsAName) {
+TEST_F(LibraryCommandsTest, AcceptsANameInBrackets) {
   Photo("[a]/x.jpg");
   Photo("[a,b]/y.jpg");
   const auto before = std::filesystem::current_path();
@@ -164,7 +164,7 @@ TEST_F(LibraryCommandsTest, ANameInBracketsIsAName) {
   std::filesystem::current_path(before);
 }
 
-TEST_F(LibraryCommandsTest, APhotoThatCannotBeLookedAtIsToldOnce) {
+TEST_F(LibraryCommandsTest, ReportsAnUnreadablePhotoOnce) {
   // A link to a name that no file can have.
   std::filesystem::create_symlink(std::string(300, 'x'), In("a/long.jpg"));
   const std::string problem = "keldothumbctl: " + In("a") + ": File name too long\n";
@@ -179,7 +179,7 @@ TEST_F(LibraryCommandsTest, APhotoThatCannotBeLookedAtIsToldOnce) {
   }
 }
 
-TEST_F(LibraryCommandsTest, ADirectoryReachedByTwoPathsIsCountedOnce) {
+TEST_F(LibraryCommandsTest, CountsADirectoryWithTwoPathsOnce) {
   std::filesystem::create_directory_symlink(root_, dir_.path() + "/link");
   EXPECT_THAT(Run({"status", root_, dir_.path() + "/link"}), HasSubstr("     3       11        6"));
 }

@@ -22,7 +22,7 @@ class MakeCommandTest : public LibraryTest {
  protected:
   MakeCommandTest() {
     Write(profile_, kAllKinds);
-    // Makes what the profile file names, for all photos but those that are called bad.
+    // Makes what the profile file names, for all photos except those called bad.
     Program(R"sh(cp "$1" "$(dirname "$0")/used.conf"
 for path in "$2"/*.jpg; do
   photo=$(basename "$path"); mkdir -p "$2/@eaDir/$photo"; rm -f "$2/@eaDir/$photo"/*.fail
@@ -59,7 +59,7 @@ TEST_F(MakeCommandTest, MakesWhatIsMissingAndSaysSo) {
   EXPECT_EQ(Run(Command({"make", "-q"})), "");
 }
 
-TEST_F(MakeCommandTest, AFailureIsToldWithItsReasonAndLeftAloneUntilRetried) {
+TEST_F(MakeCommandTest, ReportsAFailureWithItsReasonUntilRetried) {
   Photo("a/bad.jpg", "");
   Photo("a/good.jpg");
   const std::string failed = "Failed:\n  " + In("a/bad.jpg") + ": is empty\n";
@@ -75,14 +75,15 @@ TEST_F(MakeCommandTest, AFailureIsToldWithItsReasonAndLeftAloneUntilRetried) {
   EXPECT_THAT(Run(Command({"retry"})), HasSubstr("3 made, 6 present now"));
 }
 
-TEST_F(MakeCommandTest, RetryMakesWhatIsMissingAsWell) {
+TEST_F(MakeCommandTest, RetryAlsoMakesWhatIsMissing) {
   Photo("a/x.jpg");
   EXPECT_THAT(Run(Command({"retry"})), HasSubstr("3 made, 3 present now"));
 }
 
-TEST_F(MakeCommandTest, SomeKindsAloneAreMadeInOnePhase) {
+TEST_F(MakeCommandTest, MakesSelectedKindsInOnePhase) {
   Photo("a/x.jpg");
-  EXPECT_THAT(Run(Command({"make", "--only-missing-kinds", "xl,m"})), HasSubstr("2 made, 2 present"));
+  EXPECT_THAT(Run(Command({"make", "--only-missing-kinds", "xl,m"})),
+              HasSubstr("2 made, 2 present"));
   EXPECT_EQ(Read(dir_.path() + "/used.conf"),
             "[thumb_m]\nphase=0\nsize=320\nquality=70\nunsharp=0.5x0.5+1.25+0\n"
             "filename=KELDOPHOTO_THUMB_M.jpg\n"
@@ -91,7 +92,7 @@ TEST_F(MakeCommandTest, SomeKindsAloneAreMadeInOnePhase) {
   EXPECT_EQ(errors_, "keldothumbctl: " + profile_ + ": has none of these kinds\n");
 }
 
-TEST_F(MakeCommandTest, JsonTellsTheSame) {
+TEST_F(MakeCommandTest, PrintsTheSameAsJson) {
   Photo("a/bad.jpg", "");
   Photo("a/good.jpg");
   Json::Value value;
@@ -105,14 +106,14 @@ TEST_F(MakeCommandTest, JsonTellsTheSame) {
   EXPECT_EQ(value["unfinished"].size(), 0U);
 }
 
-TEST_F(MakeCommandTest, WhatARunLeavesOutIsAFailureWithItsReason) {
+TEST_F(MakeCommandTest, ReportsUnfinishedPhotosWithTheReason) {
   Photo("a/x.jpg", "");
   Program("exit 0");
   EXPECT_THAT(Run(Command({"make"}), 1),
               HasSubstr("Not finished:\n  " + In("a/x.jpg") + ": is empty"));
 }
 
-TEST_F(MakeCommandTest, AProgramThatCannotBeStartedIsSaid) {
+TEST_F(MakeCommandTest, ReportsAProgramThatCannotBeStarted) {
   Photo("a/x.jpg");
   std::filesystem::remove(environment_.keldothumb);
   EXPECT_EQ(Status(Command({"make"})), 1);
@@ -120,16 +121,16 @@ TEST_F(MakeCommandTest, AProgramThatCannotBeStartedIsSaid) {
               HasSubstr(environment_.keldothumb + " cannot be started: No such file or directory"));
 }
 
-TEST_F(MakeCommandTest, AnInterruptEndsItAndIsSaid) {
+TEST_F(MakeCommandTest, ReportsAnInterrupt) {
   Photo("a/x.jpg");
-  // Interrupts who started it, as Ctrl-C does.
+  // Interrupts its parent, as Ctrl-C does.
   Program("kill -INT $PPID; exec sleep 1000");
   EXPECT_EQ(Status(Command({"make"})), 1);
   EXPECT_EQ(errors_, "keldothumbctl: stopped; 1 photo left undone\n");
   EXPECT_THAT(output_, Not(HasSubstr("Not finished")));
 }
 
-TEST(ProgressTextTest, SaysHowFarItIs) {
+TEST(ProgressTextTest, ShowsProgressSpeedAndTimeLeft) {
   MakeProgress progress;
   progress.photos_total = 1;
   progress.thumbs_total = 600;
@@ -151,7 +152,7 @@ TEST(ProgressTextTest, SaysHowFarItIs) {
   EXPECT_THAT(ProgressText(progress), HasSubstr("2 h 46 min left"));
 }
 
-TEST(ProgressLineTest, IsRewrittenOnATerminalAndRareElsewhere) {
+TEST(ProgressLineTest, IsRewrittenOnATerminalAndPrintedRarelyElsewhere) {
   std::ostringstream out;
   std::ostringstream err;
   Console console(out, err);
@@ -176,7 +177,7 @@ TEST(ProgressLineTest, IsRewrittenOnATerminalAndRareElsewhere) {
   EXPECT_EQ(out.str(), "");
 }
 
-TEST_F(MakeCommandTest, AProgramThatCrashesIsSaid) {
+TEST_F(MakeCommandTest, ReportsAProgramThatCrashes) {
   Photo("a/x.jpg", "");
   Program("kill -SEGV $$");
   EXPECT_EQ(Status(Command({"make"})), 1);

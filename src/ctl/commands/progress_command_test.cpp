@@ -19,7 +19,7 @@ std::string Printed(const Counters& counters, bool json = false) {
   return out.str();
 }
 
-TEST(ProgressCommand, TellsHowFarTheIndexerIs) {
+TEST(ProgressCommand, ShowsTheCounters) {
   EXPECT_EQ(Printed({{1200, 300}, {7200, 7199}, {0, 0}}),
             "             done     of      \n"
             "photos        300  1,200  25 %\n"
@@ -27,7 +27,7 @@ TEST(ProgressCommand, TellsHowFarTheIndexerIs) {
             "videos          0      0     -\n");
 }
 
-TEST(ProgressCommand, WithoutTotalsSaysWhoWritesThem) {
+TEST(ProgressCommand, SaysWhoWritesTheTotals) {
   EXPECT_EQ(Printed({{0, 3}, {0, 18}, {0, 0}}),
             "            done  of   \n"
             "photos         3   0  -\n"
@@ -36,7 +36,7 @@ TEST(ProgressCommand, WithoutTotalsSaysWhoWritesThem) {
             "\nThe indexer writes the totals; it has not written any yet.\n");
 }
 
-TEST(ProgressCommand, JsonTellsTheSame) {
+TEST(ProgressCommand, PrintsTheSameAsJson) {
   Json::Value value;
   ASSERT_TRUE(ParseJsonObject(Printed({{1200, 300}, {8, 2}, {0, 5}}, true), value));
   EXPECT_EQ(value["photos"]["total"], 1200);

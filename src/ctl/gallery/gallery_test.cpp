@@ -1,4 +1,4 @@
-// The command, as somebody types it.
+// The command, run by its command line.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -49,14 +49,14 @@ TEST_F(GalleryCommand, WritesThePageAndSaysWhatIsInIt) {
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 2);  // No temporary is left.
 }
 
-TEST_F(GalleryCommand, QuietlySaysNothing) {
+TEST_F(GalleryCommand, PrintsNothingWhenQuiet) {
   FinishedPhoto("photo/a.jpg");
   EXPECT_EQ(Gallery({"-q", "-o", In("page.html"), In("photo")}), 0);
   EXPECT_EQ(output_ + errors_, "");
   EXPECT_TRUE(std::filesystem::exists(In("page.html")));
 }
 
-TEST_F(GalleryCommand, ADashIsTheStandardOutput) {
+TEST_F(GalleryCommand, WritesToStandardOutputForADash) {
   FinishedPhoto("photo/a.jpg");
   EXPECT_EQ(Gallery({"-o", "-", In("photo")}), 0);
   EXPECT_THAT(output_, StartsWith("<!DOCTYPE html>"));
@@ -65,7 +65,7 @@ TEST_F(GalleryCommand, ADashIsTheStandardOutput) {
   EXPECT_FALSE(std::filesystem::exists("-"));
 }
 
-TEST_F(GalleryCommand, WithoutANameThePageIsInTheCurrentDirectory) {
+TEST_F(GalleryCommand, WritesToTheCurrentDirectoryByDefault) {
   FinishedPhoto("photo/a.jpg");
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(In("photo"));
@@ -76,7 +76,7 @@ TEST_F(GalleryCommand, WithoutANameThePageIsInTheCurrentDirectory) {
   EXPECT_THAT(Read(In("photo/thumbnails.html")), HasSubstr(R"("url":"./")"));
 }
 
-TEST_F(GalleryCommand, APageIsReplacedByTheNextOne) {
+TEST_F(GalleryCommand, ReplacesAnEarlierPage) {
   FinishedPhoto("photo/a.jpg");
   const std::string page = In("page.html");
   ASSERT_EQ(Gallery({"-o", page, In("photo")}), 0);
@@ -85,7 +85,7 @@ TEST_F(GalleryCommand, APageIsReplacedByTheNextOne) {
   EXPECT_THAT(Read(page), HasSubstr("later.jpg"));
 }
 
-TEST_F(GalleryCommand, AFileThatIsNoPageIsLeftAlone) {
+TEST_F(GalleryCommand, DoesNotOverwriteOtherFiles) {
   FinishedPhoto("photo/a.jpg");
   const std::string photo = In("photo/a.jpg");
   EXPECT_EQ(Gallery({"-o", photo, In("photo")}), 1);
@@ -94,7 +94,7 @@ TEST_F(GalleryCommand, AFileThatIsNoPageIsLeftAlone) {
   EXPECT_EQ(Read(photo), "photo");
 }
 
-TEST_F(GalleryCommand, ADeviceIsNotReplacedByAFile) {
+TEST_F(GalleryCommand, DoesNotReplaceADevice) {
   FinishedPhoto("photo/a.jpg");
   const std::string pipe = In("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
@@ -103,7 +103,7 @@ TEST_F(GalleryCommand, ADeviceIsNotReplacedByAFile) {
   EXPECT_TRUE(std::filesystem::is_fifo(pipe));
 }
 
-TEST_F(GalleryCommand, AnOutputThatCannotBeWrittenIsToldAndFails) {
+TEST_F(GalleryCommand, FailsWhenThePageCannotBeWritten) {
   FinishedPhoto("photo/a.jpg");
   const std::string nowhere = In("none/page.html");
   EXPECT_EQ(Gallery({"-o", nowhere, In("photo")}), 1);
@@ -113,7 +113,7 @@ TEST_F(GalleryCommand, AnOutputThatCannotBeWrittenIsToldAndFails) {
   EXPECT_EQ(errors_, "keldothumbctl: " + In("photo") + ": Is a directory\n");
 }
 
-TEST_F(GalleryCommand, WrongUsageIsTold) {
+TEST_F(GalleryCommand, ReportsWrongUsage) {
   EXPECT_EQ(Gallery({}), 2);
   EXPECT_EQ(Gallery({In("none")}), 2);
   EXPECT_THAT(errors_, HasSubstr("none: No such file or directory"));
@@ -122,7 +122,7 @@ TEST_F(GalleryCommand, WrongUsageIsTold) {
   EXPECT_EQ(Gallery({"--profile", In("none"), In("photo")}), 2);
 }
 
-TEST_F(GalleryCommand, AnEmptyLibraryHasAPageToo) {
+TEST_F(GalleryCommand, WritesAPageForAnEmptyLibrary) {
   std::filesystem::create_directories(In("photo"));
   const std::string page = In("page.html");
   EXPECT_EQ(Gallery({"-o", page, In("photo")}), 0);
@@ -130,7 +130,7 @@ TEST_F(GalleryCommand, AnEmptyLibraryHasAPageToo) {
   EXPECT_THAT(Read(page), HasSubstr("<!DOCTYPE html>"));
 }
 
-TEST_F(GalleryCommand, NamesOfAnyBytesWork) {
+TEST_F(GalleryCommand, AcceptsNamesOfAnyBytes) {
   FinishedPhoto("-f\xFFoto/<script>\n\xE9.jpg");
   const std::string page = In("p\xFF g.html");
   EXPECT_EQ(Gallery({"-o", page, "--title", "T\xFF", In("-f\xFFoto")}), 0);

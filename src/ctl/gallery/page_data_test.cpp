@@ -52,7 +52,7 @@ class PageDataOf : public LibraryTest {
   LibraryCounts counts_;
 };
 
-TEST_F(PageDataOf, AFinishedPhotoHasANameAStateItsSizeAndItsTime) {
+TEST_F(PageDataOf, AFinishedPhotoHasItsNameStateSizeAndTime) {
   FinishedPhoto("photo/a.jpg");
   const Json::Value data = Read("photo", {"photo"});
   EXPECT_EQ(data["made"].asInt64(), 1'700'000'000);
@@ -69,7 +69,7 @@ TEST_F(PageDataOf, AFinishedPhotoHasANameAStateItsSizeAndItsTime) {
   EXPECT_EQ(SetOf(data, 0), "pppppp");
 }
 
-TEST_F(PageDataOf, KindsComeFromTheSmallestToTheLargest) {
+TEST_F(PageDataOf, OrdersKindsFromSmallestToLargest) {
   FinishedPhoto("photo/a.jpg");
   const Json::Value data = Read("photo", {"photo"});
   std::string names;
@@ -80,7 +80,7 @@ TEST_F(PageDataOf, KindsComeFromTheSmallestToTheLargest) {
   EXPECT_EQ(data["kinds"][5]["older"].asString(), "KELDOPHOTO%3ATHUMB_XL.jpg");
 }
 
-TEST_F(PageDataOf, StatesStandInTheOrderOfTheKinds) {
+TEST_F(PageDataOf, OrdersStatesLikeTheKinds) {
   FinishedPhoto("photo/a.jpg");
   const std::string metadata = Ea("photo/a.jpg") + "/KELDOPHOTO_THUMB_";
   std::filesystem::remove(metadata + "S.jpg");
@@ -91,7 +91,7 @@ TEST_F(PageDataOf, StatesStandInTheOrderOfTheKinds) {
   EXPECT_EQ(SetOf(Read("photo", {"photo"}), 0), "mPfpps");
 }
 
-TEST_F(PageDataOf, SaysWhyThumbnailsAreNotThere) {
+TEST_F(PageDataOf, SaysWhyThumbnailsAreMissing) {
   FailedPhoto("photo/bad.jpg");
   FinishedPhoto("photo/good.jpg");
   Photo("photo/new.jpg");
@@ -104,7 +104,7 @@ TEST_F(PageDataOf, SaysWhyThumbnailsAreNotThere) {
   EXPECT_EQ(counts_.unfinished_photos, 1);
 }
 
-TEST_F(PageDataOf, PhotosOfOneStateShareIt) {
+TEST_F(PageDataOf, PhotosWithTheSameStatesShareThem) {
   for (const char* name : {"photo/a.jpg", "photo/b.jpg", "photo/c.jpg"})
     FinishedPhoto(name);
   FailedPhoto("photo/d.jpg");
@@ -114,7 +114,7 @@ TEST_F(PageDataOf, PhotosOfOneStateShareIt) {
   EXPECT_EQ(data["reasons"].size(), 1U);
 }
 
-TEST_F(PageDataOf, HostileNamesStayInsideTheirStrings) {
+TEST_F(PageDataOf, HostileNamesStayInTheirStrings) {
   const std::string hostile = "<!--<img src=x onerror=alert(1)>.jpg";
   FinishedPhoto("photo/" + hostile);
   FinishedPhoto("photo/a\"b\\c\n.jpg");
@@ -125,7 +125,7 @@ TEST_F(PageDataOf, HostileNamesStayInsideTheirStrings) {
   EXPECT_EQ(data["folders"][0]["urls"]["1"].asString(), "a%22b%5Cc%0A.jpg");
 }
 
-TEST_F(PageDataOf, NamesOfAnyBytesAreShownAndHaveAnAddress) {
+TEST_F(PageDataOf, NamesOfAnyBytesHaveATextAndAnAddress) {
   FinishedPhoto("f\xF6lder #1/caf\xE9\xFF.jpg");
   const Json::Value data = Read("", {"f\xF6lder #1"});
   const Json::Value& folder = data["folders"][0];
@@ -135,7 +135,7 @@ TEST_F(PageDataOf, NamesOfAnyBytesAreShownAndHaveAnAddress) {
   EXPECT_EQ(folder["urls"]["0"].asString(), "caf%E9%FF.jpg");
 }
 
-TEST_F(PageDataOf, FoldersAreReachedFromThePage) {
+TEST_F(PageDataOf, AddressesFoldersRelativeToThePage) {
   FinishedPhoto("photo/2024/a.jpg");
   FinishedPhoto("scans/b.jpg");
   const Json::Value data = Read("pages/photos", {"photo/2024", "scans"});
@@ -145,7 +145,7 @@ TEST_F(PageDataOf, FoldersAreReachedFromThePage) {
   EXPECT_EQ(data["folders"][1]["name"].asString(), "scans");
 }
 
-TEST_F(PageDataOf, ALibraryWithoutPhotosIsOneToo) {
+TEST_F(PageDataOf, AcceptsALibraryWithoutPhotos) {
   std::filesystem::create_directories(In("photo"));
   PageData data(In(""), {In("photo")});
   Json::Value value;

@@ -12,7 +12,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-TEST(RenderPage, PutsEverythingIn) {
+TEST(RenderPage, InsertsEverything) {
   const std::string page = RenderPage("Our photos", R"({"made":1})");
   EXPECT_THAT(page, StartsWith("<!DOCTYPE html>"));
   EXPECT_THAT(page, HasSubstr("<title>Our photos</title>"));
@@ -24,13 +24,13 @@ TEST(RenderPage, PutsEverythingIn) {
     EXPECT_THAT(page, Not(HasSubstr(mark)));
 }
 
-TEST(RenderPage, WhatIsPutInIsTakenAsItIs) {
+TEST(RenderPage, DoesNotSearchInsertedTextForMarks) {
   const std::string page = RenderPage("@DATA@ </title><script>", "@STYLE@");
   EXPECT_THAT(page, HasSubstr("<title>@DATA@ &lt;/title&gt;&lt;script&gt;</title>"));
   EXPECT_THAT(page, HasSubstr(R"(id="data">@STYLE@</script>)"));
 }
 
-TEST(RenderPage, AllowsItsOwnStyleAndScriptOnlyAndLoadsNothingFromOutside) {
+TEST(RenderPage, AllowsOnlyItsOwnStyleAndScriptAndLoadsNothingFromOutside) {
   const std::string page = RenderPage("t", "{}");
   EXPECT_THAT(page, HasSubstr("content=\"default-src 'none'; img-src 'self' file:; "
                               "style-src 'sha256-" +
@@ -43,7 +43,7 @@ TEST(RenderPage, AllowsItsOwnStyleAndScriptOnlyAndLoadsNothingFromOutside) {
   EXPECT_THAT(page, Not(HasSubstr("unsafe")));
 }
 
-TEST(LooksLikePage, KnowsPagesFromPhotos) {
+TEST(LooksLikePage, TellsPagesFromPhotos) {
   EXPECT_TRUE(LooksLikePage("<!DOCTYPE html>\n"));
   EXPECT_TRUE(LooksLikePage("<html lang=\"en\">"));
   EXPECT_FALSE(LooksLikePage("\xFF\xD8\xFF\xE0"));

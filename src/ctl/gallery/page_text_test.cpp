@@ -17,13 +17,13 @@ std::string ReadBack(const std::string& json) {
   return value.asString();
 }
 
-TEST(ScriptString, PlainTextStaysReadable) {
+TEST(ScriptString, KeepsPlainText) {
   EXPECT_EQ(ScriptString("IMG 1.jpg"), "\"IMG 1.jpg\"");
   EXPECT_EQ(ScriptString(""), "\"\"");
   EXPECT_EQ(ScriptString("caf\xC3\xA9 \xF0\x9F\x93\xB7"), "\"caf\xC3\xA9 \xF0\x9F\x93\xB7\"");
 }
 
-TEST(ScriptString, NothingEndsTheScriptOrOpensAComment) {
+TEST(ScriptString, CannotEndTheScriptOrOpenAComment) {
   for (const std::string text :
        {"</script><img src=x onerror=alert(1)>", "<!--<script>", "]]>", "&lt;/script&gt;"}) {
     const std::string json = ScriptString(text);
@@ -32,7 +32,7 @@ TEST(ScriptString, NothingEndsTheScriptOrOpensAComment) {
   }
 }
 
-TEST(ScriptString, QuotesBackslashesAndControlCharactersSurvive) {
+TEST(ScriptString, KeepsQuotesBackslashesAndControlCharacters) {
   std::string all;
   for (char character = 1; character < 0x7F; ++character)
     all += character;
@@ -43,29 +43,29 @@ TEST(ScriptString, QuotesBackslashesAndControlCharactersSurvive) {
   EXPECT_EQ(ReadBack(json), all);
 }
 
-TEST(ScriptString, LineSeparatorsOfJavaScriptAreEscaped) {
+TEST(ScriptString, EscapesJavaScriptLineSeparators) {
   EXPECT_EQ(ScriptString("a\xE2\x80\xA8z\xE2\x80\xA9"), "\"a\\u2028z\\u2029\"");
   EXPECT_EQ(ScriptString("\xE2\x80\xA7"), "\"\xE2\x80\xA7\"");
 }
 
-TEST(HtmlText, NoMarkupIsLeft) {
+TEST(HtmlText, EscapesMarkup) {
   EXPECT_EQ(HtmlText("Us & \"them\" <b>'x'</b>"),
             "Us &amp; &quot;them&quot; &lt;b&gt;&#39;x&#39;&lt;/b&gt;");
 }
 
-TEST(UrlPath, PlainNamesStayAsTheyAre) {
+TEST(UrlPath, KeepsPlainNames) {
   EXPECT_EQ(UrlPath("IMG_0001-a.b~c.JPG"), "IMG_0001-a.b~c.JPG");
   EXPECT_EQ(UrlPath("a/b"), "a/b");
 }
 
-TEST(UrlPath, EveryByteThatMeansSomethingIsEncoded) {
+TEST(UrlPath, EncodesEveryByteWithAMeaning) {
   EXPECT_EQ(UrlPath("50% #1?.jpg"), "50%25%20%231%3F.jpg");
   EXPECT_EQ(UrlPath("a\"b'c<d>\\e"), "a%22b%27c%3Cd%3E%5Ce");
   EXPECT_EQ(UrlPath("a\nb\tc"), "a%0Ab%09c");
   EXPECT_EQ(UrlPath("x:y@z&+=;,[]()*|"), "x%3Ay%40z%26%2B%3D%3B%2C%5B%5D%28%29%2A%7C");
 }
 
-TEST(UrlPath, BytesThatAreNotAsciiAreEncodedOneByOneWhetherUtf8OrNot) {
+TEST(UrlPath, EncodesNonAsciiBytesOneByOne) {
   EXPECT_EQ(UrlPath("\xC3\xA9"), "%C3%A9");
   EXPECT_EQ(UrlPath("caf\xE9\xFF\x80"), "caf%E9%FF%80");
 }
@@ -82,7 +82,7 @@ TEST(RelativeUrl, ComparesWholeNames) {
   EXPECT_EQ(RelativeUrl("/v/photos", "/v/photo"), "../photo/");
 }
 
-TEST(RelativeUrl, KnowsTheRootDirectory) {
+TEST(RelativeUrl, HandlesTheRootDirectory) {
   EXPECT_EQ(RelativeUrl("/", "/"), "./");
   EXPECT_EQ(RelativeUrl("/", "/v"), "./v/");
   EXPECT_EQ(RelativeUrl("/a/b", "/"), "../../");

@@ -16,24 +16,24 @@ using ::testing::StartsWith;
 class DiagnosisTest : public LibraryTest {
  protected:
   const std::string jpeg_ = testing::EncodeJpeg(testing::FourCorners(64, 48));
-  // What is said where nothing is found: the converter is the last that can be asked.
+  // The text if nothing is found: only the converter can know.
   static constexpr const char* kNothingFound = "the converter rejected it";
 };
 
-TEST_F(DiagnosisTest, APhotoThatLooksWellLeavesTheConverterToAsk) {
+TEST_F(DiagnosisTest, BlamesTheConverterWhenThePhotoLooksGood) {
   const std::string path = Photo("a.jpg", jpeg_);
   EXPECT_THAT(WhyFailed(path),
               AnyOf(StartsWith(kNothingFound), StartsWith("the converter is missing")));
 }
 
-TEST_F(DiagnosisTest, TellsWhatIsWrongWithTheFile) {
+TEST_F(DiagnosisTest, SaysWhatIsWrongWithTheFile) {
   EXPECT_EQ(WhyFailed(In("none.jpg")), "is gone");
   EXPECT_EQ(WhyFailed(Photo("empty.jpg", "")), "is empty");
   std::filesystem::create_directory(In("folder.jpg"));
   EXPECT_EQ(WhyFailed(In("folder.jpg")), "is not a regular file");
 }
 
-TEST_F(DiagnosisTest, TellsWhatIsWrongInside) {
+TEST_F(DiagnosisTest, SaysWhatIsWrongWithTheContent) {
   EXPECT_EQ(WhyFailed(Photo("zeros.jpg", std::string(10000, '\0'))),
             "contains zeros instead of an image, as after an interrupted copy");
   EXPECT_EQ(WhyFailed(Photo("page.jpg", "<!DOCTYPE html><title>404</title>")),
@@ -55,12 +55,12 @@ TEST_F(DiagnosisTest, TellsWhatIsWrongInside) {
       << "cameras append data of their own";
 }
 
-TEST_F(DiagnosisTest, AnUnfinishedPhotoIsNotBlamedForItsContent) {
+TEST_F(DiagnosisTest, DoesNotBlameTheContentOfAnUnfinishedPhoto) {
   EXPECT_THAT(WhyUnfinished(Photo("text.jpg", "hello")),
               AnyOf(StartsWith("not made yet"), StartsWith("the converter is missing")));
 }
 
-TEST_F(DiagnosisTest, ADirectoryIsLockedWhileSomebodyHoldsItsLock) {
+TEST_F(DiagnosisTest, ADirectoryIsLockedWhileItsLockIsHeld) {
   Photo("a.jpg", jpeg_);
   EXPECT_FALSE(IsDirectoryLocked(root_));
   std::filesystem::create_directory(In("@eaDir"));

@@ -1,4 +1,4 @@
-// A small photo library in a directory of a test's own.
+// A small photo library in a temporary directory.
 #pragma once
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@
 
 namespace keldo::ctl {
 
-/// Paths are below a directory that is removed at the end.
+/// Paths are below a directory that is removed at the end of the test.
 class LibraryTest : public ::testing::Test {
  protected:
   static constexpr time_t kPhotoTime = 1'000'000'000;
@@ -75,7 +75,7 @@ class LibraryTest : public ::testing::Test {
     errors_ = err.str();
     return status;
   }
-  /// The output of a command that ends with `status` and has nothing to complain of.
+  /// The output of a command that exits with `status` and prints no messages.
   std::string Run(const Texts& arguments, int status = 0) {
     EXPECT_EQ(Status(arguments), status) << errors_;
     EXPECT_EQ(errors_, "");

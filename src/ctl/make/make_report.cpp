@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "ctl/commands/work_queue_file.h"
 #include "ctl/library/diagnosis.h"
+#include "ctl/library/work_queue_file.h"
 #include "process/startup.h"
 #include "thumbs/paths.h"
 

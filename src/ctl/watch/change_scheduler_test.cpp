@@ -18,7 +18,7 @@ constexpr const char* kHome = "/photos/home";
 
 class ChangeSchedulerTest : public ::testing::Test {
  protected:
-  // The directory whose turn it is `at` after the start of the test; empty for none.
+  // The directory that is due `at` after the start of the test; empty for none.
   std::string NextAt(Duration at) {
     const auto turn = scheduler_.Next(start_ + at);
     if (!turn) return {};
@@ -46,7 +46,7 @@ class ChangeSchedulerTest : public ::testing::Test {
   bool is_idle_work_ = false;
 };
 
-TEST_F(ChangeSchedulerTest, HasNothingAtFirst) {
+TEST_F(ChangeSchedulerTest, IsEmptyAtFirst) {
   EXPECT_EQ(NextAt(0s), "");
   EXPECT_EQ(NextDue(), std::nullopt);
   EXPECT_EQ(scheduler_.size(), 0U);
@@ -60,7 +60,7 @@ TEST_F(ChangeSchedulerTest, WaitsForTheQuietPeriod) {
   EXPECT_FALSE(is_idle_work_);
 }
 
-TEST_F(ChangeSchedulerTest, EachChangeBeginsTheQuietPeriodAnew) {
+TEST_F(ChangeSchedulerTest, EachChangeRestartsTheQuietPeriod) {
   ChangedAt(0s, kTrip, "a.jpg");
   ChangedAt(4s, kTrip, "b.jpg");
   ChangedAt(8s, kTrip, "a.jpg");
@@ -69,7 +69,7 @@ TEST_F(ChangeSchedulerTest, EachChangeBeginsTheQuietPeriodAnew) {
   EXPECT_EQ(photos_, (std::set<std::string>{"a.jpg", "b.jpg"}));
 }
 
-TEST_F(ChangeSchedulerTest, AnEndlessUploadHasItsTurnAfterTwelveQuietPeriods) {
+TEST_F(ChangeSchedulerTest, AnEndlessUploadIsDueAfterTwelveQuietPeriods) {
   for (auto at = 0s; at < 60s; at += 3s)
     ChangedAt(at, kTrip);
   EXPECT_EQ(NextAt(60s - 1ns), "");
@@ -77,7 +77,7 @@ TEST_F(ChangeSchedulerTest, AnEndlessUploadHasItsTurnAfterTwelveQuietPeriods) {
   EXPECT_EQ(NextAt(60s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, DirectoriesWaitApart) {
+TEST_F(ChangeSchedulerTest, DirectoriesWaitIndependently) {
   ChangedAt(0s, kTrip);
   ChangedAt(3s, kHome);
   EXPECT_EQ(NextAt(7s), kTrip);
@@ -86,7 +86,7 @@ TEST_F(ChangeSchedulerTest, DirectoriesWaitApart) {
   EXPECT_EQ(NextAt(8s), kHome);
 }
 
-TEST_F(ChangeSchedulerTest, NoMoreAtOnceThanAllowed) {
+TEST_F(ChangeSchedulerTest, LimitsTheTurnsAtATime) {
   for (const char* directory : {"/a", "/b", "/c"})
     LookAt(0s, directory);
   EXPECT_EQ(NextAt(0s), "/a");
@@ -117,28 +117,28 @@ TEST_F(ChangeSchedulerTest, AChangeNearTheEndOfATurnWaitsForItsOwnQuietPeriod) {
   EXPECT_EQ(NextAt(14s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, ALookNeedsNoQuietPeriod) {
+TEST_F(ChangeSchedulerTest, AVisitNeedsNoQuietPeriod) {
   LookAt(2s, kTrip);
   EXPECT_EQ(NextDue(), 2s);
   EXPECT_EQ(NextAt(2s), kTrip);
   EXPECT_TRUE(photos_.empty());
 }
 
-TEST_F(ChangeSchedulerTest, AChangeBeforeALookIsCarriedOutKeepsItsQuietPeriod) {
+TEST_F(ChangeSchedulerTest, AChangeBeforeADueVisitKeepsItsQuietPeriod) {
   LookAt(0s, kTrip);
   ChangedAt(1000s, kTrip);
   EXPECT_EQ(NextAt(1004s), "");
   EXPECT_EQ(NextAt(1005s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, ALookDoesNotCutAQuietPeriodShort) {
+TEST_F(ChangeSchedulerTest, AVisitDoesNotCutAQuietPeriodShort) {
   ChangedAt(0s, kTrip);
   LookAt(1s, kTrip);
   EXPECT_EQ(NextAt(4s), "");
   EXPECT_EQ(NextAt(5s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, TheRestIsMadeWhenNothingElseIsToBeDone) {
+TEST_F(ChangeSchedulerTest, IdleWorkIsDueWhenNothingElseIs) {
   LookAt(0s, kTrip);
   LookAt(0s, kHome);
   EXPECT_EQ(NextAt(0s), kHome);
@@ -151,7 +151,7 @@ TEST_F(ChangeSchedulerTest, TheRestIsMadeWhenNothingElseIsToBeDone) {
   EXPECT_TRUE(is_idle_work_);
 }
 
-TEST_F(ChangeSchedulerTest, WorkForIdleTimesMayGoOnSideBySide) {
+TEST_F(ChangeSchedulerTest, IdleWorkMayRunInParallel) {
   LookAt(0s, kTrip);
   LookAt(0s, kHome);
   ASSERT_EQ(NextAt(0s), kHome);
@@ -163,7 +163,7 @@ TEST_F(ChangeSchedulerTest, WorkForIdleTimesMayGoOnSideBySide) {
   EXPECT_TRUE(is_idle_work_);
 }
 
-TEST_F(ChangeSchedulerTest, AChangeThatWaitsKeepsIdleWorkWaiting) {
+TEST_F(ChangeSchedulerTest, AWaitingChangeDelaysIdleWork) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   ChangedAt(0s, kHome);
@@ -173,7 +173,7 @@ TEST_F(ChangeSchedulerTest, AChangeThatWaitsKeepsIdleWorkWaiting) {
   EXPECT_EQ(NextAt(5s), kHome);
 }
 
-TEST_F(ChangeSchedulerTest, IdleWorkDoesNotWaitForEver) {
+TEST_F(ChangeSchedulerTest, IdleWorkDoesNotWaitForever) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   EndedAt(0s, kTrip, TurnEnd::kMoreLater);
@@ -183,7 +183,7 @@ TEST_F(ChangeSchedulerTest, IdleWorkDoesNotWaitForEver) {
   EXPECT_EQ(NextAt(600s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, ATurnForAChangeDoesTheIdleWorkToo) {
+TEST_F(ChangeSchedulerTest, ATurnForAChangeIncludesTheIdleWork) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   EndedAt(0s, kTrip, TurnEnd::kMoreLater);
@@ -195,7 +195,7 @@ TEST_F(ChangeSchedulerTest, ATurnForAChangeDoesTheIdleWorkToo) {
   EXPECT_EQ(scheduler_.size(), 0U);
 }
 
-TEST_F(ChangeSchedulerTest, ALockedDirectoryIsTriedLater) {
+TEST_F(ChangeSchedulerTest, RetriesALockedDirectoryLater) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   EndedAt(1s, kTrip, TurnEnd::kLocked);
@@ -204,7 +204,7 @@ TEST_F(ChangeSchedulerTest, ALockedDirectoryIsTriedLater) {
   EXPECT_EQ(NextAt(31s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, AChangeDoesNotEndThePauseOfALockedDirectory) {
+TEST_F(ChangeSchedulerTest, AChangeDoesNotShortenThePauseOfALockedDirectory) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   EndedAt(1s, kTrip, TurnEnd::kLocked);
@@ -215,7 +215,7 @@ TEST_F(ChangeSchedulerTest, AChangeDoesNotEndThePauseOfALockedDirectory) {
   EXPECT_EQ(scheduler_.size(), 0U);
 }
 
-TEST_F(ChangeSchedulerTest, ALockedDirectoryDoesNotKeepIdleWorkWaiting) {
+TEST_F(ChangeSchedulerTest, ALockedDirectoryDoesNotDelayIdleWork) {
   LookAt(0s, kTrip);
   LookAt(0s, kHome);
   ASSERT_EQ(NextAt(0s), kHome);
@@ -225,7 +225,7 @@ TEST_F(ChangeSchedulerTest, ALockedDirectoryDoesNotKeepIdleWorkWaiting) {
   EXPECT_EQ(NextAt(1s), kHome);
 }
 
-TEST_F(ChangeSchedulerTest, AFruitlessDirectoryRestsUntilTheRescan) {
+TEST_F(ChangeSchedulerTest, AFruitlessDirectoryWaitsForTheRescan) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   EndedAt(1s, kTrip, TurnEnd::kFruitless);
@@ -238,7 +238,7 @@ TEST_F(ChangeSchedulerTest, AFruitlessDirectoryRestsUntilTheRescan) {
   EXPECT_EQ(NextAt(20000s), "");
 }
 
-TEST_F(ChangeSchedulerTest, AFruitlessDirectoryHasItsTurnAfterAChange) {
+TEST_F(ChangeSchedulerTest, AFruitlessDirectoryIsDueAfterAChange) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   EndedAt(1s, kTrip, TurnEnd::kFruitless);
@@ -246,14 +246,14 @@ TEST_F(ChangeSchedulerTest, AFruitlessDirectoryHasItsTurnAfterAChange) {
   EXPECT_EQ(NextAt(7s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, AGoneDirectoryIsForgotten) {
+TEST_F(ChangeSchedulerTest, ForgetsARemovedDirectory) {
   ChangedAt(0s, kTrip);
   scheduler_.Forget(kTrip);
   EXPECT_EQ(NextAt(100s), "");
   EXPECT_EQ(scheduler_.size(), 0U);
 }
 
-TEST_F(ChangeSchedulerTest, ADirectoryThatGoesDuringItsTurnIsForgottenAtItsEnd) {
+TEST_F(ChangeSchedulerTest, ForgetsADirectoryRemovedDuringItsTurn) {
   for (const TurnEnd end :
        {TurnEnd::kComplete, TurnEnd::kMoreLater, TurnEnd::kLocked, TurnEnd::kFruitless}) {
     LookAt(0s, kTrip);
@@ -266,7 +266,7 @@ TEST_F(ChangeSchedulerTest, ADirectoryThatGoesDuringItsTurnIsForgottenAtItsEnd) 
   }
 }
 
-TEST_F(ChangeSchedulerTest, ADirectoryThatComesBackDuringItsTurnHasAnother) {
+TEST_F(ChangeSchedulerTest, ADirectoryThatComesBackDuringItsTurnIsDueAgain) {
   LookAt(0s, kTrip);
   ASSERT_EQ(NextAt(0s), kTrip);
   scheduler_.Forget(kTrip);
@@ -276,7 +276,7 @@ TEST_F(ChangeSchedulerTest, ADirectoryThatComesBackDuringItsTurnHasAnother) {
   EXPECT_EQ(NextAt(7s), kTrip);
 }
 
-TEST_F(ChangeSchedulerTest, NothingIsRememberedOfWhatIsDone) {
+TEST_F(ChangeSchedulerTest, KeepsNothingOfFinishedDirectories) {
   for (int i = 0; i < 1000; ++i) {
     const std::string directory = "/photos/" + std::to_string(i);
     ChangedAt(0s, directory);
@@ -292,7 +292,7 @@ TEST_F(ChangeSchedulerTest, NothingIsRememberedOfWhatIsDone) {
   EXPECT_EQ(scheduler_.size(), 0U);
 }
 
-TEST(SchedulerTimesTest, APeriodOfNothingIsStillNoBusyLoop) {
+TEST(SchedulerTimesTest, AQuietPeriodOfZeroDoesNotBusyLoop) {
   const SchedulerTimes times = SchedulerTimes::FromQuietPeriod(0s);
   EXPECT_EQ(times.quiet, 0s);
   EXPECT_GE(times.lock_pause, 1s);

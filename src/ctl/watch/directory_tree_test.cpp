@@ -63,7 +63,7 @@ TEST_F(DirectoryTreeTest, ReportsPhotosThatAreMovedOrLinkedOrTouched) {
   EXPECT_EQ(Photos(), (Names{"new.jpg", "hard.jpg", "soft.jpg"}));
 }
 
-TEST_F(DirectoryTreeTest, PhotosThatGoAreNoWork) {
+TEST_F(DirectoryTreeTest, IgnoresPhotosThatAreRemoved) {
   Write("a.jpg");
   Write("b.jpg");
   Begin();
@@ -73,7 +73,7 @@ TEST_F(DirectoryTreeTest, PhotosThatGoAreNoWork) {
   EXPECT_EQ(Photos(), Names{});
 }
 
-TEST_F(DirectoryTreeTest, WhatIsMadeInTheMetadataDirectoryIsNotReported) {
+TEST_F(DirectoryTreeTest, IgnoresTheMetadataDirectory) {
   Begin();
   Clear();
   MakeDirs("@eaDir/a.jpg");
@@ -93,9 +93,9 @@ TEST_F(DirectoryTreeTest, WatchesNewDirectories) {
   EXPECT_TRUE(IsWatched("new"));
 }
 
-// The directories are made and filled before the first report is read: what is in them is found by
-// looking, so that no photo is missed.
-TEST_F(DirectoryTreeTest, LosesNothingOfATreeThatIsMadeAtOnce) {
+// The directories are created and filled before the first event is read, so their content is found
+// by visiting them, and no photo is missed.
+TEST_F(DirectoryTreeTest, FindsEverythingInATreeCreatedAtOnce) {
   Begin();
   Clear();
   MakeDirs("1/2/3/4/5");
@@ -105,7 +105,7 @@ TEST_F(DirectoryTreeTest, LosesNothingOfATreeThatIsMadeAtOnce) {
   EXPECT_TRUE(IsWatched("1/2/3/4/5"));
 }
 
-TEST_F(DirectoryTreeTest, LosesNothingWhileATreeIsVisited) {
+TEST_F(DirectoryTreeTest, MissesNothingWhileVisitingATree) {
   Begin();
   Clear();
   MakeDirs("1");
@@ -118,7 +118,7 @@ TEST_F(DirectoryTreeTest, LosesNothingWhileATreeIsVisited) {
   EXPECT_EQ(Below(listener_.fresh), (Names{"1", "1/2", "1/2/3"}));
 }
 
-TEST_F(DirectoryTreeTest, LosesNothingThatIsMadeAtTheLastMomentBeforeTheWatch) {
+TEST_F(DirectoryTreeTest, MissesNothingCreatedRightBeforeTheWatch) {
   Begin();
   inotify_.before_add = [this](const std::string& directory) {
     if (directory == At("new")) MakeDirs("new/late");
@@ -140,7 +140,7 @@ TEST_F(DirectoryTreeTest, ForgetsRemovedDirectories) {
   EXPECT_TRUE(IsWatched("a"));
 }
 
-TEST_F(DirectoryTreeTest, FollowsDirectoriesThatAreRenamed) {
+TEST_F(DirectoryTreeTest, FollowsRenamedDirectories) {
   MakeDirs("old/sub");
   MakeDirs("oldest");
   Begin();
@@ -153,7 +153,7 @@ TEST_F(DirectoryTreeTest, FollowsDirectoriesThatAreRenamed) {
   EXPECT_TRUE(IsWatched("new/sub"));
 }
 
-TEST_F(DirectoryTreeTest, FollowsADirectoryIntoOneThatIsNewItself) {
+TEST_F(DirectoryTreeTest, FollowsADirectoryIntoANewOne) {
   MakeDirs("a/sub");
   Begin();
   Clear();
@@ -164,7 +164,7 @@ TEST_F(DirectoryTreeTest, FollowsADirectoryIntoOneThatIsNewItself) {
   EXPECT_TRUE(IsWatched("box/a/sub"));
 }
 
-TEST_F(DirectoryTreeTest, TellsDirectoriesApartThatChangePlaces) {
+TEST_F(DirectoryTreeTest, FollowsDirectoriesThatSwapNames) {
   MakeDirs("a/in-a");
   MakeDirs("b/in-b");
   Begin();
@@ -177,7 +177,7 @@ TEST_F(DirectoryTreeTest, TellsDirectoriesApartThatChangePlaces) {
   EXPECT_TRUE(IsWatched("b/in-a"));
 }
 
-TEST_F(DirectoryTreeTest, ForgetsWhatIsMovedOutAndTakesInWhatIsMovedIn) {
+TEST_F(DirectoryTreeTest, ForgetsWhatIsMovedOutAndFindsWhatIsMovedIn) {
   MakeDirs("a/b");
   Begin();
   const std::string outside = temp_.path() + "/outside";
@@ -192,7 +192,7 @@ TEST_F(DirectoryTreeTest, ForgetsWhatIsMovedOutAndTakesInWhatIsMovedIn) {
   EXPECT_TRUE(IsWatched("back/b"));
 }
 
-TEST_F(DirectoryTreeTest, ADirectoryThatIsReplacedIsWatchedAnew) {
+TEST_F(DirectoryTreeTest, WatchesADirectoryThatWasReplaced) {
   MakeDirs("a/old");
   Begin();
   Clear();
@@ -207,7 +207,7 @@ TEST_F(DirectoryTreeTest, ADirectoryThatIsReplacedIsWatchedAnew) {
   EXPECT_TRUE(IsWatched("a/new"));
 }
 
-TEST_F(DirectoryTreeTest, DirectoriesWithNamesThatAreRefusedStayUnwatched) {
+TEST_F(DirectoryTreeTest, DoesNotWatchDirectoriesWithRefusedNames) {
   MakeDirs("photos");
   Begin();
   Move("photos", "@eaDir");
@@ -229,7 +229,7 @@ TEST_F(DirectoryTreeTest, FollowsLinksToDirectoriesOnce) {
   EXPECT_EQ(tree_.watched(), 1U);
 }
 
-TEST_F(DirectoryTreeTest, WatchesOutsideDirectoriesThroughLinksThatComeAndGo) {
+TEST_F(DirectoryTreeTest, FollowsLinksThatComeAndGo) {
   const std::string outside = temp_.path() + "/outside";
   std::filesystem::create_directories(outside + "/sub");
   Begin();
@@ -245,8 +245,8 @@ TEST_F(DirectoryTreeTest, WatchesOutsideDirectoriesThroughLinksThatComeAndGo) {
   EXPECT_EQ(tree_.watched(), 1U);
 }
 
-// "album" is visited before "real" and is a link to it, so that it is the path that is known.
-TEST_F(DirectoryTreeTest, ADirectoryStaysWatchedWhenTheLinkToItGoes) {
+// "album" is a link to "real" and visited first, so its path is the one that is known.
+TEST_F(DirectoryTreeTest, KeepsTheWatchWhenALinkIsRemoved) {
   MakeDirs("real/sub");
   ASSERT_EQ(symlink("real", At("album").c_str()), 0);
   Begin();
@@ -257,7 +257,7 @@ TEST_F(DirectoryTreeTest, ADirectoryStaysWatchedWhenTheLinkToItGoes) {
   EXPECT_TRUE(IsWatched("real/sub"));
 }
 
-TEST_F(DirectoryTreeTest, NamesAreBytes) {
+TEST_F(DirectoryTreeTest, AcceptsNamesOfAnyBytes) {
   const Names names{"new\nline", "sp ace", "%s", "[a]*", "-rf", "@home", "\xFF\xFE", "quo'te\""};
   Begin();
   Clear();
@@ -269,7 +269,7 @@ TEST_F(DirectoryTreeTest, NamesAreBytes) {
     EXPECT_TRUE(IsWatched(name)) << name;
 }
 
-TEST_F(DirectoryTreeTest, NothingIsKeptOfDirectoriesThatComeAndGo) {
+TEST_F(DirectoryTreeTest, KeepsNothingOfRemovedDirectories) {
   Begin();
   for (int i = 0; i < 300; ++i) {
     const std::string name = "d" + std::to_string(i);

@@ -1,4 +1,4 @@
-// Trees when watches run out, events get lost and roots go.
+// Trees when watches run out, events get lost and roots disappear.
 #include <gmock/gmock.h>
 #include <sys/inotify.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 using Names = std::set<std::string>;
 
-// An event as the kernel writes it.
+// An event in the format of the kernel.
 std::string RawEvent(int watch, std::uint32_t mask, const std::string& name = {}) {
   inotify_event event{};
   event.wd = watch;
@@ -27,7 +27,7 @@ std::string RawEvent(int watch, std::uint32_t mask, const std::string& name = {}
   return raw + name + std::string(event.len - name.size(), '\0');
 }
 
-TEST_F(DirectoryTreeTest, TellsOnceThatWatchesHaveRunOut) {
+TEST_F(DirectoryTreeTest, ReportsAShortageOfWatchesOnce) {
   MakeDirs("a/deep");
   MakeDirs("b");
   inotify_.most = 2;
@@ -39,7 +39,7 @@ TEST_F(DirectoryTreeTest, TellsOnceThatWatchesHaveRunOut) {
   EXPECT_EQ(tree_.unwatched(), 2U);
 }
 
-TEST_F(DirectoryTreeTest, LooksAtUnwatchedDirectoriesAgain) {
+TEST_F(DirectoryTreeTest, RevisitsUnwatchedDirectories) {
   MakeDirs("a/deep");
   MakeDirs("b");
   inotify_.most = 2;
@@ -54,7 +54,7 @@ TEST_F(DirectoryTreeTest, LooksAtUnwatchedDirectoriesAgain) {
   EXPECT_TRUE(listener_.gone.empty()) << "what is known of them must not be lost";
 }
 
-TEST_F(DirectoryTreeTest, TakesWatchesThatBecomeFree) {
+TEST_F(DirectoryTreeTest, UsesWatchesThatBecomeFree) {
   MakeDirs("a/deep");
   inotify_.most = 1;
   inotify_.error = ENOSPC;
@@ -70,7 +70,7 @@ TEST_F(DirectoryTreeTest, TakesWatchesThatBecomeFree) {
   EXPECT_TRUE(listener_.directories.empty());
 }
 
-TEST_F(DirectoryTreeTest, UnwatchedDirectoriesThatGoAreForgotten) {
+TEST_F(DirectoryTreeTest, ForgetsRemovedUnwatchedDirectories) {
   MakeDirs("a/deep");
   inotify_.most = 1;
   inotify_.error = ENOMEM;
@@ -82,7 +82,7 @@ TEST_F(DirectoryTreeTest, UnwatchedDirectoriesThatGoAreForgotten) {
   EXPECT_EQ(tree_.unwatched(), 0U);
 }
 
-TEST_F(DirectoryTreeTest, LinksInACircleDoNoHarmWithoutWatches) {
+TEST_F(DirectoryTreeTest, SurvivesCircularLinksWithoutWatches) {
   MakeDirs("a");
   ASSERT_EQ(symlink("..", At("a/up").c_str()), 0);
   ASSERT_EQ(symlink(".", At("a/here").c_str()), 0);
@@ -92,13 +92,13 @@ TEST_F(DirectoryTreeTest, LinksInACircleDoNoHarmWithoutWatches) {
   EXPECT_EQ(Directories(), (Names{"", "a"}));
 }
 
-TEST_F(DirectoryTreeTest, PassesOnThatTheKernelLostEvents) {
+TEST_F(DirectoryTreeTest, ReportsThatTheKernelDroppedEvents) {
   Begin();
   tree_.HandleEvents(RawEvent(-1, IN_Q_OVERFLOW));
   EXPECT_EQ(listener_.overflows, 1);
 }
 
-TEST_F(DirectoryTreeTest, AFullLookFindsWhatWentUnreported) {
+TEST_F(DirectoryTreeTest, AFullVisitFindsUnreportedChanges) {
   for (const char* name : {"keep/sub", "gone/sub", "moved/sub"})
     MakeDirs(name);
   Begin();
@@ -119,7 +119,7 @@ TEST_F(DirectoryTreeTest, AFullLookFindsWhatWentUnreported) {
   EXPECT_EQ(tree_.watched(), 7U);
 }
 
-TEST_F(DirectoryTreeTest, TellsThatARootIsGoneAndIsBack) {
+TEST_F(DirectoryTreeTest, ReportsWhenARootIsGoneAndBack) {
   MakeDirs("a");
   Begin();
   Remove("");
@@ -136,7 +136,7 @@ TEST_F(DirectoryTreeTest, TellsThatARootIsGoneAndIsBack) {
   EXPECT_TRUE(IsWatched("b"));
 }
 
-TEST_F(DirectoryTreeTest, NoticesThatARootWasMovedAway) {
+TEST_F(DirectoryTreeTest, NoticesARootThatIsMovedAway) {
   Begin();
   std::filesystem::rename(root_, temp_.path() + "/other");
   Settle();
@@ -144,7 +144,7 @@ TEST_F(DirectoryTreeTest, NoticesThatARootWasMovedAway) {
   EXPECT_EQ(tree_.watched(), 0U);
 }
 
-TEST_F(DirectoryTreeTest, AnUnmountedRootIsGoneThoughItsMountPointIsThere) {
+TEST_F(DirectoryTreeTest, AnUnmountedRootIsGoneEvenIfItsMountPointExists) {
   MakeDirs("a");
   Begin();
   const int watch = inotify_.watch_of.at(root_);
@@ -157,7 +157,7 @@ TEST_F(DirectoryTreeTest, AnUnmountedRootIsGoneThoughItsMountPointIsThere) {
   EXPECT_TRUE(listener_.roots_back.empty()) << "the bare mount point is not the root";
 }
 
-TEST_F(DirectoryTreeTest, ARootMayHaveAnyNameAndLieInAnother) {
+TEST_F(DirectoryTreeTest, ARootMayHaveAnyNameAndBeInsideAnother) {
   MakeDirs("Tool.app/in");
   tree_.AddRoot(At("Tool.app"));
   Begin();
@@ -167,7 +167,7 @@ TEST_F(DirectoryTreeTest, ARootMayHaveAnyNameAndLieInAnother) {
   EXPECT_EQ(listener_.roots_gone, std::vector<std::string>{At("Tool.app")});
 }
 
-TEST_F(DirectoryTreeTest, SkipsEventsOfWatchesItDoesNotKnow) {
+TEST_F(DirectoryTreeTest, SkipsEventsOfUnknownWatches) {
   Begin();
   Clear();
   tree_.HandleEvents(RawEvent(4711, IN_CLOSE_WRITE, "a.jpg") +
@@ -175,8 +175,8 @@ TEST_F(DirectoryTreeTest, SkipsEventsOfWatchesItDoesNotKnow) {
   EXPECT_EQ(Photos(), Names{"b.jpg"});
 }
 
-TEST(InotifyTest, ReportsWithoutAnInstanceThatNothingCanBeWatched) {
-  // Taking all that the user may have would take them from other tests.
+TEST(InotifyTest, WatchesNothingWithoutAnInstance) {
+  // Using up the limit of the user would take watches from other tests.
   errno = EMFILE;
   Inotify inotify(-1);
   EXPECT_EQ(inotify.fd(), -1);

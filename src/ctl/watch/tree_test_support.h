@@ -1,4 +1,4 @@
-// What the tests of the directory tree share.
+// Shared by the tests of the directory tree.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -47,21 +47,21 @@ class RecordingListener : public TreeListener {
   std::map<std::string, int> unreadable;
 };
 
-/// An instance that gives only so many watches, as a kernel at its limit does.
+/// An instance with a limited number of watches, like a kernel at its limit.
 class LimitedInotify : public Inotify {
  public:
   int Add(const std::string& directory) override;
   void Remove(int watch) override;
 
   std::size_t most = static_cast<std::size_t>(-1);
-  int error = 0;  ///< What errno then is.
+  int error = 0;  ///< The value of errno then.
   std::function<void(const std::string& directory)> before_add;
   std::set<int> watches;
   std::map<std::string, int> watch_of;  ///< As last added.
 };
 
-/// A tree over a directory of its own. The kernel reports what the test does before the call
-/// returns, so that nothing is waited for.
+/// A tree over a temporary directory. The kernel reports each change before the call that makes it
+/// returns, so the tests need not wait.
 class DirectoryTreeTest : public ::testing::Test {
  protected:
   DirectoryTreeTest();
@@ -77,9 +77,9 @@ class DirectoryTreeTest : public ::testing::Test {
   }
   void Remove(const std::string& name) const { std::filesystem::remove_all(At(name)); }
 
-  /// Takes the test's directory in as the only tree.
+  /// Adds the test's directory as the only tree.
   void Begin();
-  /// Lets the tree take what was reported, until nothing is left, and visit what is to be visited.
+  /// Lets the tree handle all events and visit all directories.
   void Settle();
   /// Forgets what was recorded.
   void Clear() { listener_ = RecordingListener(); }
@@ -90,8 +90,7 @@ class DirectoryTreeTest : public ::testing::Test {
     return Below({listener_.directories.begin(), listener_.directories.end()});
   }
   [[nodiscard]] std::set<std::string> Gone() const { return Below(listener_.gone); }
-  /// True when a photo that is written into the directory now is reported, once watched paths
-  /// settle.
+  /// True when a photo that is written into the directory now is reported.
   [[nodiscard]] bool IsWatched(const std::string& name);
 
   testing::TempDir temp_;

@@ -9,8 +9,8 @@
 #include <ostream>
 #include <utility>
 
-#include "ctl/commands/work_queue_file.h"
 #include "ctl/library/diagnosis.h"
+#include "ctl/library/work_queue_file.h"
 #include "ctl/make/maker.h"
 #include "util/termination.h"
 

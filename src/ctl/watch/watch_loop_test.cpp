@@ -28,10 +28,10 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using Options = std::vector<std::string>;
 
-// No test waits for this to pass: nothing is to happen before it does.
+// No test waits this long: nothing must happen before it has passed.
 const Options kNeverQuiet{"--quiet-period", "1000"};
 
-// A watch in a thread, for what cannot be asked for on the command line.
+// A watch in a thread, for settings that the command line does not have.
 class ThreadedWatch {
  public:
   ThreadedWatch(const WatchSettings& settings, Inotify& inotify)
@@ -42,7 +42,7 @@ class ThreadedWatch {
   ThreadedWatch(const ThreadedWatch&) = delete;
   ThreadedWatch& operator=(const ThreadedWatch&) = delete;
 
-  // Ends the watch and returns what it said on the error stream.
+  // Ends the watch and returns what it printed on the error stream.
   [[nodiscard]] std::string Stop() {
     EXPECT_EQ(eventfd_write(stop_.get(), 1), 0);
     if (thread_.joinable()) thread_.join();
@@ -57,7 +57,7 @@ class ThreadedWatch {
   std::thread thread_;
 };
 
-// Gives one watch only.
+// Provides only one watch.
 class OneWatch : public Inotify {
  public:
   int Add(const std::string& directory) override {
@@ -80,7 +80,7 @@ long CountOf(const std::vector<std::string>& runs, const std::string& directory)
   return std::count(runs.begin(), runs.end(), directory);
 }
 
-TEST_F(WatchTest, WorksOffWhatIsMissingAtTheStartWithoutAQuietPeriod) {
+TEST_F(WatchTest, MakesWhatIsMissingAtTheStartWithoutAQuietPeriod) {
   Write("trip/a.jpg");
   Write("trip/b.jpg");
   Write("none/notes.txt");
@@ -102,7 +102,7 @@ TEST_F(WatchTest, MakesTheThumbnailsOfAPhotoThatArrives) {
   EXPECT_EQ(Runs().size(), 2U);
 }
 
-TEST_F(WatchTest, ABurstIsOneRun) {
+TEST_F(WatchTest, ABurstOfPhotosIsOneRun) {
   Start({"--quiet-period", "1"});
   AwaitStart();
   for (int i = 0; i < 50; ++i)
@@ -112,7 +112,7 @@ TEST_F(WatchTest, ABurstIsOneRun) {
   EXPECT_THAT(Runs(), ElementsAre("camera", "camera"));
 }
 
-TEST_F(WatchTest, AChangeDuringARunLeadsToAnother) {
+TEST_F(WatchTest, AChangeDuringARunStartsAnother) {
   Start();
   AwaitStart();
   Hold();
@@ -125,7 +125,7 @@ TEST_F(WatchTest, AChangeDuringARunLeadsToAnother) {
   EXPECT_GE(CountOf(Runs(), ""), 2);
 }
 
-TEST_F(WatchTest, TheRestIsMadeWhenNothingElseIsToBeDone) {
+TEST_F(WatchTest, MakesDeferredKindsWhenIdle) {
   for (const char* name : {"1/a.jpg", "2/a.jpg", "3/a.jpg"})
     Write(name);
   Start();
@@ -134,7 +134,7 @@ TEST_F(WatchTest, TheRestIsMadeWhenNothingElseIsToBeDone) {
   EXPECT_THAT(Runs(), ElementsAre("1", "2", "3", "1", "2", "3"));
 }
 
-TEST_F(WatchTest, RunsAsManyAtOnceAsAskedFor) {
+TEST_F(WatchTest, RunsAsManyJobsAtATimeAsAskedFor) {
   for (const char* name : {"1/a.jpg", "2/a.jpg", "3/a.jpg"})
     Write(name);
   Hold();
@@ -146,7 +146,7 @@ TEST_F(WatchTest, RunsAsManyAtOnceAsAskedFor) {
   EXPECT_EQ(Runs().size(), 8U);
 }
 
-TEST_F(WatchTest, AFailedPhotoIsToldOnceAndTriedAgainWhenItChanges) {
+TEST_F(WatchTest, ReportsAFailedPhotoOnceAndRetriesItWhenItChanges) {
   Write("bad.jpg", "broken");
   Start({"--quiet-period", "0.3", "--rescan", "1"});
   ASSERT_TRUE(Says(tree() + ": 1 photo failed (bad.jpg: ")) << Output();
@@ -159,7 +159,7 @@ TEST_F(WatchTest, AFailedPhotoIsToldOnceAndTriedAgainWhenItChanges) {
   EXPECT_GT(Runs().size(), runs);
 }
 
-TEST_F(WatchTest, APhotoThatIsTouchedAfterItFailedIsTriedAndToldAgain) {
+TEST_F(WatchTest, RetriesAndReportsAFailedPhotoThatIsTouched) {
   Write("bad.jpg", "broken");
   Start();
   ASSERT_TRUE(Says("bad.jpg"));
@@ -169,7 +169,7 @@ TEST_F(WatchTest, APhotoThatIsTouchedAfterItFailedIsTriedAndToldAgain) {
   EXPECT_EQ(Runs().size(), 2U);
 }
 
-TEST_F(WatchTest, WhatARunDoesNotBringIsTriedAtTheNextRescan) {
+TEST_F(WatchTest, RetriesUnfinishedPhotosAtTheNextRescan) {
   Write("odd.jpg", "hopeless");
   Start({"--quiet-period", "0.1", "--rescan", "1"});
   ASSERT_TRUE(Says(tree() + ": 1 photo left undone (odd.jpg: ")) << Output();
@@ -178,7 +178,7 @@ TEST_F(WatchTest, WhatARunDoesNotBringIsTriedAtTheNextRescan) {
   EXPECT_EQ(Output().find("odd.jpg"), Output().rfind("odd.jpg")) << Output();
 }
 
-TEST_F(WatchTest, WhatARunDoesNotBringIsNotTriedOverAndOver) {
+TEST_F(WatchTest, DoesNotRetryUnfinishedPhotosForever) {
   Write("1/odd.jpg", "hopeless");
   Start({"--quiet-period", "0"});
   ASSERT_TRUE(Says("left undone")) << Output();
@@ -189,7 +189,7 @@ TEST_F(WatchTest, WhatARunDoesNotBringIsNotTriedOverAndOver) {
   EXPECT_EQ(CountOf(Runs(), "1"), 1);
 }
 
-TEST_F(WatchTest, ADirectoryThatAnotherRunHasLockedIsTriedLater) {
+TEST_F(WatchTest, RetriesALockedDirectoryLater) {
   Write("a.jpg");
   std::filesystem::create_directory(At("@eaDir"));
   const UniqueFd lock(open(At("@eaDir").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -197,12 +197,12 @@ TEST_F(WatchTest, ADirectoryThatAnotherRunHasLockedIsTriedLater) {
   Start({"--quiet-period", "0.1", "-v"});
   ASSERT_TRUE(Says(tree() + ": another run is working on it\n")) << Output();
   EXPECT_TRUE(Runs().empty());
-  // Not only closed: the watch has a copy of the descriptor.
+  // Closing is not enough: the watch has a copy of the descriptor.
   ASSERT_EQ(flock(lock.get(), LOCK_UN), 0);
   EXPECT_TRUE(Says("1 photo completed")) << Output();
 }
 
-TEST_F(WatchTest, NewAndRenamedDirectoriesAreWatched) {
+TEST_F(WatchTest, WatchesNewAndRenamedDirectories) {
   Start();
   AwaitStart();
   Write("1/2/3/deep.jpg");
@@ -212,7 +212,7 @@ TEST_F(WatchTest, NewAndRenamedDirectoriesAreWatched) {
   EXPECT_TRUE(Says(At("moved/3") + ": 1 photo completed\n")) << Output();
 }
 
-TEST_F(WatchTest, NamesAreBytes) {
+TEST_F(WatchTest, AcceptsNamesOfAnyBytes) {
   const std::vector<std::string> names{"new\nline", "sp ace",   "%s",       "[a]*",  "-rf",
                                        "@home",     "\xFF\xFE", "quo'te\"", "$(id)", "R:x"};
   Write(names[0] + "/a.jpg");
@@ -227,7 +227,7 @@ TEST_F(WatchTest, NamesAreBytes) {
   EXPECT_THAT(Output(), HasSubstr(At("\\xff\\xfe") + ": "));
 }
 
-TEST_F(WatchTest, ARootThatGoesIsAwaited) {
+TEST_F(WatchTest, WaitsForARootThatIsGone) {
   other_tree_ = tree() + "-too";
   std::filesystem::create_directory(other_tree_);
   Start({"--quiet-period", "0.1", "--rescan", "1"});
@@ -239,9 +239,9 @@ TEST_F(WatchTest, ARootThatGoesIsAwaited) {
   EXPECT_TRUE(Says(tree() + ": 1 photo completed\n")) << Output();
 }
 
-// The watch is kept from reading until the kernel's queue is full, and then a photo comes of which
-// nothing is reported.
-TEST_F(WatchTest, FindsWhatCameWhileTheKernelDroppedEvents) {
+// The watch is kept from reading until the kernel's queue is full. Then a photo is added for which
+// no event is reported.
+TEST_F(WatchTest, FindsPhotosWhoseEventsTheKernelDropped) {
   long most_events = 0;
   std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most_events;
   ASSERT_GT(most_events, 0);
@@ -258,7 +258,7 @@ TEST_F(WatchTest, FindsWhatCameWhileTheKernelDroppedEvents) {
   EXPECT_TRUE(Says(At("unreported") + ": 1 photo completed\n")) << Output();
 }
 
-TEST_F(WatchTest, DirectoriesWithoutAWatchAreLookedAtAgainAndAgain) {
+TEST_F(WatchTest, RevisitsDirectoriesWithoutAWatch) {
   Write("sub/first.jpg");
   OneWatch inotify;
   ThreadedWatch watch(Settings(), inotify);
@@ -272,7 +272,7 @@ TEST_F(WatchTest, DirectoriesWithoutAWatchAreLookedAtAgainAndAgain) {
   EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
 }
 
-TEST_F(WatchTest, WhatIsCompleteIsTakenOutOfTheWorkQueue) {
+TEST_F(WatchTest, RemovesCompleteDirectoriesFromTheWorkQueue) {
   Write("done/a.jpg");
   Write("odd/a.jpg", "hopeless");
   const WatchSettings settings = Settings();
@@ -284,7 +284,7 @@ TEST_F(WatchTest, WhatIsCompleteIsTakenOutOfTheWorkQueue) {
   })) << TextOfFile(settings.queue_path);
 }
 
-TEST_F(WatchTest, SaysNothingButFailuresWhenQuiet) {
+TEST_F(WatchTest, PrintsOnlyFailuresWhenQuiet) {
   Write("a.jpg");
   Start({"--quiet-period", "0.1", "-q"});
   ASSERT_TRUE(Eventually([&] { return HasThumbnail("", "a.jpg", "S.jpg"); }));
@@ -293,7 +293,7 @@ TEST_F(WatchTest, SaysNothingButFailuresWhenQuiet) {
   EXPECT_THAT(Output(), ::testing::StartsWith(tree() + ": 1 photo failed (b.jpg: "));
 }
 
-TEST_F(WatchTest, EndsWithSuccessAndItsChildrenWhenAskedTo) {
+TEST_F(WatchTest, EndsItselfAndItsChildrenOnRequest) {
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     Write("a" + std::to_string(signal) + ".jpg");
     Hold();
@@ -303,7 +303,7 @@ TEST_F(WatchTest, EndsWithSuccessAndItsChildrenWhenAskedTo) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(signal), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
-    // A child that lives on would go on now.
+    // A surviving child would continue now.
     LetGo();
     EXPECT_FALSE(HasThumbnail("", "a" + std::to_string(signal) + ".jpg", "XL.jpg"));
   }

@@ -44,23 +44,23 @@ TEST(WatchReportTest, CountsWhatWasMade) {
   EXPECT_EQ(TextAfter(before, after), "/photos/trip: 2 photos made");
 }
 
-TEST(WatchReportTest, TellsPhotosThatGotTheirRest) {
+TEST(WatchReportTest, CountsPhotosThatWereCompleted) {
   const auto before = Trip({Photo("a.jpg", {kPresent, kMissing}), Photo("b.jpg", {kMissing})});
   const auto after = Trip({Photo("a.jpg", {kPresent, kPresent}), Photo("b.jpg", {kPresent})});
   EXPECT_EQ(TextAfter(before, after), "/photos/trip: 1 photo made, 1 completed");
 }
 
-TEST(WatchReportTest, CountsPhotosThatCameDuringTheRun) {
+TEST(WatchReportTest, CountsPhotosAddedDuringTheRun) {
   EXPECT_EQ(TextAfter(Trip({}), Trip({Photo("new.jpg", {kPresent})})),
             "/photos/trip: 1 photo made");
 }
 
-TEST(WatchReportTest, NothingMadeIsNothingToTell) {
+TEST(WatchReportTest, ReportsNothingWhenNothingWasMade) {
   const auto same = Trip({Photo("a.jpg", {kPresent}), Photo("b.jpg", {kFailed})});
   EXPECT_EQ(TextAfter(same, same), "");
 }
 
-TEST(WatchReportTest, NamesThePhotosInTrouble) {
+TEST(WatchReportTest, NamesThePhotosThatFailed) {
   RunResult result;
   result.directory = "/photos/trip";
   result.made = 3;
@@ -103,13 +103,13 @@ class TroubleMemoryTest : public ::testing::Test {
   TroubleMemory memory_;
 };
 
-TEST_F(TroubleMemoryTest, TellsEachTroubleOnce) {
+TEST_F(TroubleMemoryTest, ReportsEachTroubleOnce) {
   EXPECT_EQ(NewsOf({{"a", "is empty", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({{"a", "is empty", 0, true}}), 0U);
   EXPECT_EQ(NewsOf({{"a", "is empty", 0, true}, {"b", "is empty", 0, true}}), 1U);
 }
 
-TEST_F(TroubleMemoryTest, TellsAgainWhatChanged) {
+TEST_F(TroubleMemoryTest, ReportsChangedTroublesAgain) {
   ASSERT_EQ(NewsOf({{"a", "is empty", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({{"a", "is cut off", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({{"a", "is cut off", 77, true}}), 1U);
@@ -117,7 +117,7 @@ TEST_F(TroubleMemoryTest, TellsAgainWhatChanged) {
   EXPECT_EQ(NewsOf({{"a", "is cut off", 77, true}}, {"a"}), 1U);
 }
 
-TEST_F(TroubleMemoryTest, ForgetsWhatIsOver) {
+TEST_F(TroubleMemoryTest, ForgetsTroublesThatAreOver) {
   ASSERT_EQ(NewsOf({{"a", "is empty", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({}), 0U);
   EXPECT_EQ(memory_.size(), 0U);

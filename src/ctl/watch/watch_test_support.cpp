@@ -24,7 +24,7 @@ constexpr const char* kProfile =
     "[thumb_xl]\nsize=1280\nquality=90\nfilename=KELDOPHOTO_THUMB_XL.jpg\nphase=0\n"
     "[thumb_s]\nsize=120\nquality=90\nfilename=KELDOPHOTO_THUMB_S.jpg\nphase=2\n";
 
-// Its files lie beside it: "keldothumb.runs" lists the arguments, each ended by a NUL.
+// Its files are next to it: "keldothumb.runs" lists the arguments, each ended by a NUL.
 constexpr const char* kStandIn = R"(#!/bin/sh
 printf '%s\0' "$2" >> "$0.runs"
 while [ -e "$0.hold" ]; do sleep 0.01; done

@@ -1,4 +1,4 @@
-// A watch over a directory of the test's own, with a stand-in for keldothumb.
+// A watch over a temporary directory, with a stand-in for keldothumb.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,11 +14,11 @@
 
 namespace keldo::ctl {
 
-/// Runs keldothumbctl watch in a process of its own, and sees what it does.
+/// Runs keldothumbctl watch in its own process.
 ///
 /// The stand-in makes the first thumbnail of each photo at its first run and the second one at the
-/// next, as the program does with deferred phases. A photo that holds "broken" gets markers. While
-/// the file "hold" exists, runs go on.
+/// next, as the program does with deferred phases. A photo that contains "broken" gets markers.
+/// Runs do not end while the file "hold" exists.
 class WatchTest : public ::testing::Test {
  public:
   WatchTest(const WatchTest&) = delete;
@@ -30,27 +30,27 @@ class WatchTest : public ::testing::Test {
 
   /// Starts the watch with these options before the directories.
   void Start(const std::vector<std::string>& options = {"--quiet-period", "0.3"});
-  /// Sends a signal; returns the exit status, or -1 for another end or none in time.
+  /// Sends a signal. Returns the exit status, or -1 if the watch ended otherwise or not in time.
   [[nodiscard]] int Stop(int signal);
 
   [[nodiscard]] std::string At(const std::string& name) const { return tree_ + "/" + name; }
   void Write(const std::string& name, const std::string& text = "a photo") const;
-  /// Keeps runs from ending, and lets them.
+  /// Keeps runs from ending, and lets them end.
   void Hold() const;
   void LetGo() const;
   /// True when the stand-in made this file: "XL.jpg", "S.fail".
   [[nodiscard]] bool HasThumbnail(const std::string& directory, const std::string& photo,
                                   const std::string& kind) const;
 
-  /// The directories of the runs so far, in order, below the tree ("" for itself).
+  /// The directories of the runs so far, in order, relative to the tree ("" for the tree itself).
   [[nodiscard]] std::vector<std::string> Runs() const;
-  /// What the watch has said, on either stream.
+  /// What the watch has printed, on either stream.
   [[nodiscard]] std::string Output() const;
-  /// True as soon as the condition holds; false when it does not within a long time.
+  /// True as soon as the condition holds; false if it does not hold for a long time.
   [[nodiscard]] static bool Eventually(const std::function<bool()>& condition);
-  /// True when the watch said this, soon.
+  /// True when the watch prints this soon.
   [[nodiscard]] bool Says(const std::string& text) const;
-  /// Waits until the watch has said that it watches.
+  /// Waits until the watch has printed that it watches.
   void AwaitStart() const { ASSERT_TRUE(Says("watching ")) << Output(); }
 
   /// The settings of a watch over the tree, for tests that run the loop in a thread.
@@ -58,7 +58,7 @@ class WatchTest : public ::testing::Test {
 
   [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] const std::string& tree() const { return tree_; }
-  /// A second tree for the watch; none as long as this is empty.
+  /// A second tree for the watch; none if empty.
   std::string other_tree_;
 
  private:

@@ -1,12 +1,15 @@
-// keldothumbctl queue run: working the queue off.
+// keldothumbctl queue: show the work queue, and do the work in it.
+#include <json/value.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -14,8 +17,8 @@
 #include <utility>
 #include <vector>
 
-#include "ctl/commands/queue_commands.h"
-#include "ctl/commands/work_queue_file.h"
+#include "ctl/commands/command.h"
+#include "ctl/library/work_queue_file.h"
 #include "ctl/make/make_report.h"
 #include "process/startup.h"
 #include "thumbs/tree_walk.h"
@@ -25,26 +28,65 @@
 namespace keldo::ctl {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr const char* kRunExamples =
+    "The queue holds directories with deferred work. A directory leaves the queue when its work "
+    "is\n"
+    "done; directories that were not reached stay.\n"
+    "\n"
+    "Examples:\n"
+    "  keldothumbctl queue list             what is waiting\n"
+    "  keldothumbctl queue run --nice       do the work at low priority\n";
+
+Json::Value JsonListOf(const std::vector<std::string>& entries) {
+  Json::Value list(Json::arrayValue);
+  for (const std::string& entry : entries)
+    list.append(JsonPath(entry));
+  return list;
+}
+
+void PrintEntries(Console& console, const char* state, const std::vector<std::string>& entries) {
+  for (const std::string& entry : entries)
+    console.out() << state << ShownName(entry) << "\n";
+}
+
+int ListQueue(const QueuePaths& paths, bool json, Console& console) {
+  const std::optional<std::vector<std::string>> in_work = ReadQueue(paths.in_work);
+  if (!in_work) return console.Fail(paths.in_work, std::strerror(errno));
+  const std::optional<std::vector<std::string>> waiting = ReadQueue(paths.waiting);
+  if (!waiting) return console.Fail(paths.waiting, std::strerror(errno));
+  if (json) {
+    Json::Value value(Json::objectValue);
+    value["in_work"] = JsonListOf(*in_work);
+    value["waiting"] = JsonListOf(*waiting);
+    console.PrintJson(value);
+    return kAllWell;
+  }
+  PrintEntries(console, "in work  ", *in_work);
+  PrintEntries(console, "waiting  ", *waiting);
+  if (in_work->empty() && waiting->empty() && !console.style().quiet) {
+    console.out() << "The queue is empty.\n";
+  }
+  return kAllWell;
+}
 
 constexpr std::chrono::seconds kSweepEvery{2};
-// Looking which directories are complete may take this part of the time at most.
+// Checking which directories are complete may take one part in this many of the time.
 constexpr int kSweepShare = 20;
 
 enum class Place { kDirectory, kNoDirectory, kUnknown };
 
-// What an entry's path is; `problem` tells why it is no directory, or why that is unknown.
+// What an entry's path is; `problem` says why it is not a directory, or why that is unknown.
 Place LookAt(const std::string& path, std::string& problem) {
   struct stat status {};
   if (!path.starts_with('/')) {
-    problem = "is no path from the root";
+    problem = "not an absolute path";
     return Place::kNoDirectory;
   }
   if (::stat(path.c_str(), &status) != 0) {
     problem = std::strerror(errno);
     return errno == ENOENT || errno == ENOTDIR ? Place::kNoDirectory : Place::kUnknown;
   }
-  problem = "is no directory";
+  problem = "not a directory";
   if (!S_ISDIR(status.st_mode)) return Place::kNoDirectory;
   if (::access(path.c_str(), R_OK | X_OK) == 0) return Place::kDirectory;
   problem = std::strerror(errno);
@@ -61,53 +103,53 @@ class QueueRun {
         work_(paths_) {}
 
   int Run(bool json) {
-    // From the first to the last change of the queue.
+    // Signals are held from the first to the last change of the queue.
     const process::StopSignals signals;
-    if (!work_.KeepOthersOut()) {
+    if (!work_.Lock()) {
       return work_.is_busy() ? console_.Fail(paths_.waiting, "another run is working on it")
-                             : Problem();
+                             : PrintProblem();
     }
-    if (!work_.Take()) return Problem();
+    if (!work_.Claim()) return PrintProblem();
     if (work_.entries().empty() && !json) {
       if (!console_.style().quiet) console_.out() << "The queue is empty.\n";
-      return work_.GiveBack() ? kAllWell : Problem();
+      return work_.Return() ? kAllWell : PrintProblem();
     }
     std::vector<DirectoryState> directories = FindWork();
     FinishComplete(directories);
     const MakeOutcome outcome = Make(std::move(directories), signals.fd());
     FinishComplete(outcome.directories);
-    TakeOutRequeued();
-    if (!work_.GiveBack()) Problem();
+    RemoveRequeued();
+    if (!work_.Return()) PrintProblem();
     const int status = ReportOutcome(console_, outcome, json);
     return failed_ || !outcome.problem.empty() ? kSomeFailed : status;
   }
 
  private:
-  int Problem() {
+  int PrintProblem() {
     failed_ = true;
     return console_.Fail(work_.problem_path(), work_.problem());
   }
 
-  // Looks at every directory that the entries ask for; drops entries that ask for none.
+  // Scans the directories that the entries name, and drops entries that name none.
   std::vector<DirectoryState> FindWork() {
     std::set<std::string> dropped;
     for (const std::string& entry : work_.entries()) {
       if (!Expand(entry)) dropped.insert(entry);
     }
-    if (!work_.Finish(dropped)) Problem();
+    if (!work_.Finish(dropped)) PrintProblem();
     std::vector<DirectoryState> directories;
     for (const std::string& path : order_)
       directories.push_back(scanner_.Scan(path));
     return directories;
   }
 
-  // Notes the directories of an entry. False when the entry is to be dropped.
+  // Records the directories of an entry. False when the entry has to be dropped.
   bool Expand(const std::string& entry) {
     const auto [is_tree, path] = ParseQueueLine(entry);
     std::string problem;
     const Place place = LookAt(path, problem);
     if (place == Place::kNoDirectory) {
-      console_.Warn(ShownName(entry) + ": " + problem + "; taken out of the queue");
+      console_.Warn(ShownName(entry) + ": " + problem + "; removed from the queue");
       return false;
     }
     if (place == Place::kUnknown) {
@@ -128,7 +170,7 @@ class QueueRun {
     if (known_.insert(directory).second) order_.push_back(directory);
   }
 
-  // The entry stays in the queue, since not all of it can be reached.
+  // The entry stays in the queue, because not all of it can be reached.
   void Keep(const std::string& entry, const std::string& path, const std::string& problem) {
     failed_ = true;
     console_.Fail(path, problem);
@@ -146,7 +188,7 @@ class QueueRun {
     return outcome;
   }
 
-  // Takes out what has become complete, for those who look at the queue meanwhile.
+  // Removes what has become complete, for anybody who looks at the queue meanwhile.
   void Sweep() {
     const Clock::time_point begin = Clock::now();
     std::vector<DirectoryState> now;
@@ -158,7 +200,7 @@ class QueueRun {
     next_sweep_ = end + std::max<Clock::duration>(kSweepEvery, kSweepShare * (end - begin));
   }
 
-  // A directory is done when no photo of it lacks a thumbnail other than by failure.
+  // A directory is done when each photo has its thumbnails or has failed.
   void FinishComplete(const std::vector<DirectoryState>& directories) {
     for (const DirectoryState& directory : directories) {
       if (directory.IsFinished()) complete_.insert(directory.path);
@@ -170,15 +212,14 @@ class QueueRun {
       done.insert(entry);
     }
     if (done.empty()) return;
-    if (!work_.Finish(done)) Problem();
+    if (!work_.Finish(done)) PrintProblem();
     for (const std::string& entry : done)
       wanted_.erase(entry);
   }
 
-  // The program has put its directories into the queue again while their last thumbnails were still
-  // to be made. Who has done so for a photo that came meanwhile is not to be disappointed: what is
-  // taken out is looked at once more.
-  void TakeOutRequeued() {
+  // keldothumb queued its directories again while their last thumbnails were still to be made. A
+  // photo may have been added meanwhile, so each is scanned once more before it is removed.
+  void RemoveRequeued() {
     const auto is_done = [this](const std::string& line) {
       return known_.contains(line) && scanner_.Scan(line).IsFinished();
     };
@@ -191,7 +232,7 @@ class QueueRun {
   MakeOptions options_;
   Console& console_;
   PhotoScanner scanner_;
-  WorkInHand work_;
+  QueueClaim work_;
   std::vector<std::string> order_;  ///< The directories, in the order of the entries.
   std::set<std::string> known_;
   std::map<std::string, std::set<std::string>> wanted_;  ///< The directories of each entry left.
@@ -200,10 +241,29 @@ class QueueRun {
   bool failed_ = false;
 };
 
+int RunQueue(const MakeSettings& settings, const CommandContext& context) {
+  return QueueRun(context.environment.queue, OptionsFrom(settings, context), context.console)
+      .Run(settings.json);
+}
+
 }  // namespace
 
-int RunQueue(const QueuePaths& paths, const MakeSettings& settings, const CommandContext& context) {
-  return QueueRun(paths, OptionsFrom(settings, context), context.console).Run(settings.json);
+void AddQueueCommand(CLI::App& app, CommandContext& context) {
+  CLI::App* queue = app.add_subcommand("queue", "Directories with deferred work");
+  queue->require_subcommand(1);
+
+  const auto json = std::make_shared<bool>(false);
+  CLI::App* list =
+      AddCommand(*queue, context, "list", "List the entries that are waiting or in work");
+  AddJsonOption(*list, *json);
+  OnRun(*list, context,
+        [&context, json] { return ListQueue(context.environment.queue, *json, context.console); });
+
+  const auto settings = std::make_shared<MakeSettings>();
+  CLI::App* run = AddCommand(*queue, context, "run", "Do the waiting work");
+  AddMakeOptions(*run, *settings);
+  run->footer(kRunExamples);
+  OnRun(*run, context, [&context, settings] { return RunQueue(*settings, context); });
 }
 
 }  // namespace keldo::ctl

@@ -1,5 +1,3 @@
-#include "ctl/library/work_in_hand.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -12,7 +10,7 @@
 #include <vector>
 
 #include "ctl/commands/care_test_support.h"
-#include "ctl/commands/work_queue_file.h"
+#include "ctl/library/work_queue_file.h"
 #include "support/temp_dir.h"
 
 namespace keldo::ctl {
@@ -24,12 +22,12 @@ using Lines = std::vector<std::string>;
 
 const std::string kOdd("/v/-x %s [1]*\xFF\"");
 
-class WorkInHandTest : public ::testing::Test {
+class QueueClaimTest : public ::testing::Test {
  protected:
   [[nodiscard]] Lines Waiting() const { return *ReadQueue(paths_.waiting); }
   [[nodiscard]] Lines InWork() const { return *ReadQueue(paths_.in_work); }
 
-  // Runs `work` in a process that ends without any clean-up at its end.
+  // Runs `work` in a process that ends without any clean-up.
   static void InAProcessThatIsKilled(const std::function<bool()>& work) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -43,11 +41,11 @@ class WorkInHandTest : public ::testing::Test {
   QueuePaths paths_{dir_.path() + "/queue", dir_.path() + "/queue.tmp", dir_.path() + "/lock"};
 };
 
-TEST_F(WorkInHandTest, EntriesMoveFromOneFileToTheOther) {
+TEST_F(QueueClaimTest, EntriesMoveFromOneFileToTheOther) {
   WriteFile(paths_.waiting, "/v/a\n" + kOdd + "\n/v/a\n/v/b");
-  WorkInHand work(paths_);
-  ASSERT_TRUE(work.KeepOthersOut());
-  ASSERT_TRUE(work.Take());
+  QueueClaim work(paths_);
+  ASSERT_TRUE(work.Lock());
+  ASSERT_TRUE(work.Claim());
   EXPECT_THAT(work.entries(), ElementsAre("/v/a", kOdd, "/v/b"));
   EXPECT_THAT(InWork(), ElementsAre("/v/a", kOdd, "/v/b"));
   EXPECT_THAT(Waiting(), ElementsAre());
@@ -57,86 +55,86 @@ TEST_F(WorkInHandTest, EntriesMoveFromOneFileToTheOther) {
   EXPECT_THAT(InWork(), ElementsAre("/v/a", "/v/b"));
 
   WriteFile(paths_.waiting, "/v/new\n/v/b\n");
-  ASSERT_TRUE(work.GiveBack());
+  ASSERT_TRUE(work.Return());
   EXPECT_THAT(Waiting(), ElementsAre("/v/a", "/v/b", "/v/new"));
   EXPECT_FALSE(fs::exists(paths_.in_work));
 }
 
-TEST_F(WorkInHandTest, MissingFilesAreEmptyQueues) {
-  WorkInHand work(paths_);
-  ASSERT_TRUE(work.KeepOthersOut());
-  ASSERT_TRUE(work.Take());
+TEST_F(QueueClaimTest, MissingFilesAreEmptyQueues) {
+  QueueClaim work(paths_);
+  ASSERT_TRUE(work.Lock());
+  ASSERT_TRUE(work.Claim());
   EXPECT_TRUE(work.entries().empty());
-  ASSERT_TRUE(work.GiveBack());
+  ASSERT_TRUE(work.Return());
   EXPECT_FALSE(fs::exists(paths_.in_work));
   EXPECT_FALSE(fs::exists(paths_.waiting));
 }
 
-TEST_F(WorkInHandTest, WhatAKilledRunLeftIsTakenUpAgain) {
+TEST_F(QueueClaimTest, ClaimsWhatAKilledRunLeft) {
   WriteFile(paths_.waiting, "/v/a\n/v/b\n/v/c\n");
   InAProcessThatIsKilled([this] {
-    WorkInHand work(paths_);
-    return work.KeepOthersOut() && work.Take() && work.Finish({"/v/b"});
+    QueueClaim work(paths_);
+    return work.Lock() && work.Claim() && work.Finish({"/v/b"});
   });
   EXPECT_THAT(InWork(), ElementsAre("/v/a", "/v/c"));
   WriteFile(paths_.waiting, "/v/d\n/v/c\n");
-  WorkInHand work(paths_);
-  ASSERT_TRUE(work.KeepOthersOut());
-  ASSERT_TRUE(work.Take());
+  QueueClaim work(paths_);
+  ASSERT_TRUE(work.Lock());
+  ASSERT_TRUE(work.Claim());
   EXPECT_THAT(work.entries(), ElementsAre("/v/a", "/v/c", "/v/d"));
   EXPECT_THAT(InWork(), ElementsAre("/v/a", "/v/c", "/v/d"));
 }
 
-TEST_F(WorkInHandTest, OneRunAtATime) {
+TEST_F(QueueClaimTest, AllowsOneRunAtATime) {
   WriteFile(paths_.waiting, "/v/a\n");
-  WorkInHand first(paths_);
-  ASSERT_TRUE(first.KeepOthersOut());
-  WorkInHand second(paths_);
-  EXPECT_FALSE(second.KeepOthersOut());
+  QueueClaim first(paths_);
+  ASSERT_TRUE(first.Lock());
+  QueueClaim second(paths_);
+  EXPECT_FALSE(second.Lock());
   EXPECT_TRUE(second.is_busy());
 }
 
-// Each step is broken off by a file that cannot be written; no entry may be missing from both.
-TEST_F(WorkInHandTest, AnEntryIsAlwaysInOneOfTheFiles) {
+// Each step fails at a file that cannot be written. No entry may be missing from both files.
+TEST_F(QueueClaimTest, AnEntryIsAlwaysInOneOfTheFiles) {
   WriteFile(paths_.waiting, "/v/a\n");
   fs::create_directory(paths_.in_work);  // cannot be written: nothing may leave the queue
-  WorkInHand work(paths_);
-  ASSERT_TRUE(work.KeepOthersOut());
-  EXPECT_FALSE(work.Take());
+  QueueClaim work(paths_);
+  ASSERT_TRUE(work.Lock());
+  EXPECT_FALSE(work.Claim());
   EXPECT_EQ(work.problem_path(), paths_.in_work);
   EXPECT_THAT(Waiting(), ElementsAre("/v/a"));
 
   fs::remove(paths_.in_work);
-  ASSERT_TRUE(work.Take());
+  ASSERT_TRUE(work.Claim());
   fs::remove(paths_.waiting);
   fs::create_directory(paths_.waiting);  // cannot be written: nothing may leave what is in work
-  EXPECT_FALSE(work.GiveBack());
+  EXPECT_FALSE(work.Return());
   EXPECT_EQ(work.problem_path(), paths_.waiting);
   EXPECT_THAT(InWork(), ElementsAre("/v/a"));
 }
 
-TEST_F(WorkInHandTest, WhatAnotherProgramHasInWorkStays) {
+TEST_F(QueueClaimTest, KeepsWhatAnotherProgramHasInWork) {
   WriteFile(paths_.waiting, "/v/a\n");
-  WorkInHand work(paths_);
-  ASSERT_TRUE(work.KeepOthersOut());
-  ASSERT_TRUE(work.Take());
+  QueueClaim work(paths_);
+  ASSERT_TRUE(work.Lock());
+  ASSERT_TRUE(work.Claim());
   WriteFile(paths_.in_work, "/v/a\n/v/others\n");
-  ASSERT_TRUE(work.GiveBack());
+  ASSERT_TRUE(work.Return());
   EXPECT_THAT(Waiting(), ElementsAre("/v/a"));
   EXPECT_THAT(InWork(), ElementsAre("/v/others"));
 }
 
-// A process that does nothing but move entries to and fro is killed at a moment that nobody chose;
-// the entries are all there afterwards.
-TEST_F(WorkInHandTest, KilledAtAnyMomentNothingIsLost) {
+// A process that keeps moving entries back and forth is killed at a random moment. All entries must
+// still be there.
+TEST_F(QueueClaimTest, LosesNothingWhenKilledAtAnyMoment) {
   WriteFile(paths_.waiting, "/v/a\n/v/b\n/v/c\n");
   for (int round = 0; round < 40; ++round) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
       while (true) {
-        WorkInHand work(paths_);
-        if (!work.KeepOthersOut() || !work.Take() || !work.GiveBack()) _exit(1);
+        QueueClaim work(paths_);
+        if (!work.Lock() || !work.Claim() || !work.Return()) _exit(1);
       }
     }
     for (int i = 0; i < 50 * (round % 8); ++i)

@@ -1,5 +1,3 @@
-#include "ctl/commands/queue_commands.h"
-
 #include <json/value.h>
 #include <sys/file.h>
 #include <sys/wait.h>
@@ -11,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/work_queue_file.h"
 #include "ctl/library/library_test_support.h"
+#include "ctl/library/work_queue_file.h"
 #include "util/handles.h"
 #include "util/json_line.h"
 
@@ -28,14 +26,14 @@ const std::string kOdd("-x %s [1]\xFF");
 class QueueCommands : public LibraryTest {
  protected:
   QueueCommands() {
-    Write(settings_.profile, "[thumb_s]\nsize=120\nfilename=KELDOPHOTO_THUMB_S.jpg\n");
-    // Makes the thumbnails of one directory and puts it into the queue again, as a run does that
-    // has left a phase for later.
+    Write(profile_, "[thumb_s]\nsize=120\nfilename=KELDOPHOTO_THUMB_S.jpg\n");
+    // Makes the thumbnails of one directory and queues it again, as a run does that has deferred a
+    // phase.
     Program(
         "for photo in \"$2\"/*.jpg; do d=\"$2/@eaDir/${photo##*/}\"; mkdir -p \"$d\"\n"
         "echo x >\"$d/KELDOPHOTO_THUMB_S.jpg\"; done; echo \"$2\" >>'" +
         paths_.waiting + "'");
-    settings_.jobs = 2;
+    environment_.queue = paths_;
   }
   void Program(const std::string& script) const {
     Write(environment_.keldothumb, "#!/bin/sh\n" + script + "\n");
@@ -47,23 +45,14 @@ class QueueCommands : public LibraryTest {
       text += entry + "\n";
     Write(paths_.waiting, text);
   }
-  int RunIt() {
-    std::ostringstream out;
-    std::ostringstream err;
-    Console console(out, err);
-    const int status = RunQueue(paths_, settings_, {console, environment_});
-    output_ = out.str();
-    errors_ = err.str();
-    return status;
+  int RunIt(Texts options = {}) {
+    options.insert(options.begin(), {"queue", "run", "--profile", profile_, "-j", jobs_});
+    return Status(options);
   }
-  int List(bool json = false) {
-    std::ostringstream out;
-    std::ostringstream err;
-    Console console(out, err);
-    const int status = ListQueue(paths_, json, console);
-    output_ = out.str();
-    errors_ = err.str();
-    return status;
+  int List(const Texts& options = {}) {
+    Texts arguments{"queue", "list"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return Status(arguments);
   }
   [[nodiscard]] bool IsMade(const std::string& photo) const {
     return fs::exists(Ea(photo) + "/KELDOPHOTO_THUMB_S.jpg");
@@ -72,7 +61,8 @@ class QueueCommands : public LibraryTest {
 
   const QueuePaths paths_{dir_.path() + "/queue", dir_.path() + "/queue.tmp",
                           dir_.path() + "/lock"};
-  MakeSettings settings_{.profile = dir_.path() + "/thumb.conf"};
+  const std::string profile_ = dir_.path() + "/thumb.conf";
+  std::string jobs_ = "2";
 };
 
 TEST_F(QueueCommands, ListsWhatIsWaitingAndWhatIsInWork) {
@@ -83,7 +73,7 @@ TEST_F(QueueCommands, ListsWhatIsWaitingAndWhatIsInWork) {
   EXPECT_EQ(List(), 0);
   EXPECT_EQ(output_, "in work  /v/c\nwaiting  /v/a\nwaiting  /v/-x %s [1]\\xff\\t\n");
 
-  EXPECT_EQ(List(/*json=*/true), 0);
+  EXPECT_EQ(List({"--json"}), 0);
   Json::Value value;
   ASSERT_TRUE(ParseJsonObject(output_, value));
   EXPECT_EQ(value["in_work"][0]["path"], "/v/c");
@@ -99,7 +89,7 @@ TEST_F(QueueCommands, AQueueThatCannotBeReadIsAFailure) {
   EXPECT_EQ(errors_, "keldothumbctl: " + paths_.in_work + ": Is a directory\n");
 }
 
-TEST_F(QueueCommands, WorksTheQueueOff) {
+TEST_F(QueueCommands, DoesTheWorkInTheQueue) {
   Photo("a/x.jpg");
   Photo("a/below/y.jpg");
   Photo(kOdd + "/z.jpg");
@@ -123,30 +113,29 @@ TEST_F(QueueCommands, AnEntryMayNameAWholeTree) {
   EXPECT_THAT(Waiting(), ElementsAre());
 }
 
-TEST_F(QueueCommands, AnEmptyQueueIsNoWork) {
+TEST_F(QueueCommands, AcceptsAnEmptyQueue) {
   EXPECT_EQ(RunIt(), 0);
   EXPECT_EQ(output_, "The queue is empty.\n");
-  settings_.json = true;
-  EXPECT_EQ(RunIt(), 0);
+  EXPECT_EQ(RunIt({"--json"}), 0);
   Json::Value value;
   ASSERT_TRUE(ParseJsonObject(output_, value)) << output_;
   EXPECT_EQ(value["photos"], 0);
   EXPECT_FALSE(fs::exists(paths_.in_work));
 }
 
-TEST_F(QueueCommands, WhatIsNoDirectoryIsDropped) {
+TEST_F(QueueCommands, DropsEntriesThatAreNotDirectories) {
   Photo("a/x.jpg");
   Queue({In("gone"), In("a/x.jpg"), "relative", In("a")});
   EXPECT_EQ(RunIt(), 0);
-  const std::string end = "; taken out of the queue\n";
+  const std::string end = "; removed from the queue\n";
   EXPECT_EQ(errors_, "keldothumbctl: " + In("gone") + ": No such file or directory" + end +
-                         "keldothumbctl: " + In("a/x.jpg") + ": is no directory" + end +
-                         "keldothumbctl: relative: is no path from the root" + end);
+                         "keldothumbctl: " + In("a/x.jpg") + ": not a directory" + end +
+                         "keldothumbctl: relative: not an absolute path" + end);
   EXPECT_TRUE(IsMade("a/x.jpg"));
   EXPECT_THAT(Waiting(), ElementsAre());
 }
 
-TEST_F(QueueCommands, WhatCannotBeFinishedStays) {
+TEST_F(QueueCommands, KeepsWhatCannotBeFinished) {
   Photo("a/x.jpg");
   Photo("b/y.jpg");
   AllThumbs("b/y.jpg");
@@ -158,7 +147,7 @@ TEST_F(QueueCommands, WhatCannotBeFinishedStays) {
   EXPECT_FALSE(fs::exists(paths_.in_work));
 }
 
-TEST_F(QueueCommands, WhatHasFailedIsDone) {
+TEST_F(QueueCommands, RemovesWhatHasFailed) {
   Photo("a/x.jpg");
   Queue({In("a")});
   Program("mkdir -p \"$2/@eaDir/x.jpg\"; : >\"$2/@eaDir/x.jpg/KELDOPHOTO_THUMB_S.fail\"");
@@ -167,7 +156,7 @@ TEST_F(QueueCommands, WhatHasFailedIsDone) {
   EXPECT_THAT(Waiting(), ElementsAre());
 }
 
-TEST_F(QueueCommands, WithoutTheProgramAllStays) {
+TEST_F(QueueCommands, KeepsEverythingWithoutTheProgram) {
   Photo("a/x.jpg");
   Photo("b/y.jpg");
   Queue({In("a"), In("b")});
@@ -178,12 +167,12 @@ TEST_F(QueueCommands, WithoutTheProgramAllStays) {
   EXPECT_FALSE(fs::exists(paths_.in_work));
 }
 
-TEST_F(QueueCommands, ASignalPutsBackWhatWasNotReached) {
+TEST_F(QueueCommands, ReturnsWhatWasNotReachedOnASignal) {
   Photo("a/x.jpg");
   Photo("b/y.jpg");
   Queue({In("a"), In("b")});
-  settings_.jobs = 1;
-  // New work comes in meanwhile, and what has come later is done later.
+  jobs_ = "1";
+  // New work arrives meanwhile, and comes last.
   Program("echo /v/new >>'" + paths_.waiting + "'; kill -INT $PPID; exec sleep 60");
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(RunIt(), 1);
@@ -193,13 +182,13 @@ TEST_F(QueueCommands, ASignalPutsBackWhatWasNotReached) {
   EXPECT_FALSE(fs::exists(paths_.in_work));
 }
 
-TEST_F(QueueCommands, TheNextRunTakesUpWhatAKilledOneLeft) {
+TEST_F(QueueCommands, TheNextRunContinuesWhatAKilledOneLeft) {
   Photo("a/x.jpg");
   Photo("b/y.jpg");
   Queue({In("a"), In("b")});
   const std::string works = Read(environment_.keldothumb);
-  // A second program, still on its way to its start, would hold the lock a moment longer.
-  settings_.jobs = 1;
+  // A second program that is still being started would hold the lock a moment longer.
+  jobs_ = "1";
   Program("kill -KILL $PPID; exec sleep 60");
   const pid_t killed = fork();
   ASSERT_GE(killed, 0);
@@ -217,7 +206,7 @@ TEST_F(QueueCommands, TheNextRunTakesUpWhatAKilledOneLeft) {
   EXPECT_FALSE(fs::exists(paths_.in_work));
 }
 
-TEST_F(QueueCommands, OneRunAtATime) {
+TEST_F(QueueCommands, AllowsOneRunAtATime) {
   Photo("a/x.jpg");
   Queue({In("a")});
   const UniqueFd other(open(paths_.run_lock.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600));
@@ -228,8 +217,8 @@ TEST_F(QueueCommands, OneRunAtATime) {
   EXPECT_FALSE(IsMade("a/x.jpg"));
 }
 
-// Those who look at the queue meanwhile see what is left to do.
-TEST_F(QueueCommands, WhatIsDoneLeavesTheQueueBeforeTheRunEnds) {
+// Anybody who looks at the queue meanwhile sees what is left to do.
+TEST_F(QueueCommands, RemovesWhatIsDoneBeforeTheRunEnds) {
   Photo("a/x.jpg");
   Photo("b/y.jpg");
   AllThumbs("b/y.jpg");
@@ -240,7 +229,7 @@ TEST_F(QueueCommands, WhatIsDoneLeavesTheQueueBeforeTheRunEnds) {
   EXPECT_EQ(Read(seen), In("a") + "\n");
 }
 
-TEST_F(QueueCommands, TheCommandLineKnowsThem) {
+TEST_F(QueueCommands, ChecksTheCommandLine) {
   EXPECT_EQ(Status({"queue"}), 2);
   EXPECT_EQ(Status({"queue", "run", "-j", "0"}), 2);
   EXPECT_EQ(Status({"queue", "run", "--help"}), 0);

@@ -1,10 +1,12 @@
-#include "ctl/commands/work_queue_file.h"
+#include "ctl/library/work_queue_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <system_error>
 
@@ -14,8 +16,8 @@
 namespace keldo::ctl {
 namespace {
 
-// Open for reading only, which is enough for a lock: without a line of ours in it the queue need
-// not be ours to write.
+// Opened for reading only, which is enough for a lock: a queue without a line of ours need not be
+// writable.
 UniqueFd Open(const std::string& path, bool make_missing) {
   UniqueFd fd = OpenRegularFile(path.c_str());
   if (fd.valid() || errno != ENOENT || !make_missing) return fd;
@@ -25,11 +27,28 @@ UniqueFd Open(const std::string& path, bool make_missing) {
   return fd;
 }
 
-// Where the file really is: replacing a symbolic link would leave its target as it was.
+// The path with links resolved: replacing a symbolic link would leave its target unchanged.
 std::string BehindLinks(const std::string& path) {
   std::error_code missing;
   const std::filesystem::path resolved = std::filesystem::canonical(path, missing);
   return missing ? path : resolved.native();
+}
+
+// `lines`, followed by those of `more` that are new, in their order.
+std::vector<std::string> Joined(std::vector<std::string> lines,
+                                const std::vector<std::string>& more) {
+  std::set<std::string> known(lines.begin(), lines.end());
+  for (const std::string& line : more) {
+    if (known.insert(line).second) lines.push_back(line);
+  }
+  return lines;
+}
+
+std::string TextOf(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines)
+    text += line + "\n";
+  return text;
 }
 
 }  // namespace
@@ -65,7 +84,7 @@ LockedQueue::LockedQueue(const std::string& queue_path, bool make_missing)
 bool LockedQueue::Replace(const std::string& content) {
   if (!ReplaceFile(path_, content)) return false;
   if (status_) {
-    // The owner first: giving a file away takes bits off its mode.
+    // The owner first: changing it clears bits of the mode.
     static_cast<void>(!::lchown(path_.c_str(), status_->st_uid, status_->st_gid));
     static_cast<void>(!::chmod(path_.c_str(), status_->st_mode & 07777));
   }
@@ -102,6 +121,57 @@ bool RemoveFromQueueIf(const std::string& queue_path,
 bool RemoveFromQueue(const std::string& queue_path, const std::set<std::string>& paths) {
   return RemoveFromQueueIf(queue_path,
                            [&paths](const std::string& line) { return paths.contains(line); });
+}
+
+bool QueueClaim::Fail(const std::string& path) {
+  problem_ = std::strerror(errno);
+  problem_path_ = path;
+  return false;
+}
+
+bool QueueClaim::Lock() {
+  lock_.reset(::open(paths_.run_lock.c_str(),
+                     O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+  if (!lock_.valid()) return Fail(paths_.run_lock);
+  if (::flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) return true;
+  is_busy_ = errno == EWOULDBLOCK;
+  return Fail(paths_.run_lock);
+}
+
+bool QueueClaim::Claim() {
+  LockedQueue waiting(paths_.waiting);
+  if (!waiting.held()) return Fail(paths_.waiting);
+  LockedQueue in_work(paths_.in_work, /*make_missing=*/true);
+  if (!in_work.held()) return Fail(paths_.in_work);
+  const std::vector<std::string> left = LinesOf(in_work.content());
+  entries_ = Joined({}, Joined(left, LinesOf(waiting.content())));
+  if (entries_ != left && !in_work.Replace(TextOf(entries_))) return Fail(paths_.in_work);
+  return waiting.content().empty() || waiting.Replace("") || Fail(paths_.waiting);
+}
+
+bool QueueClaim::Finish(const std::set<std::string>& done) {
+  if (!RemoveFromQueue(paths_.in_work, done)) return Fail(paths_.in_work);
+  std::erase_if(entries_, [&done](const std::string& entry) { return done.contains(entry); });
+  return true;
+}
+
+bool QueueClaim::Return() {
+  if (!entries_.empty()) {
+    LockedQueue waiting(paths_.waiting, /*make_missing=*/true);
+    if (!waiting.held()) return Fail(paths_.waiting);
+    if (!waiting.Replace(TextOf(Joined(entries_, LinesOf(waiting.content()))))) {
+      return Fail(paths_.waiting);
+    }
+    // Not the whole file: entries that another program added are not ours to remove.
+    if (!Finish({entries_.begin(), entries_.end()})) return false;
+  }
+  return RemoveEmptyFile();
+}
+
+bool QueueClaim::RemoveEmptyFile() {
+  LockedQueue in_work(paths_.in_work);
+  if (!in_work.held()) return Fail(paths_.in_work);
+  return !LinesOf(in_work.content()).empty() || in_work.Remove() || Fail(paths_.in_work);
 }
 
 }  // namespace keldo::ctl

@@ -1,4 +1,4 @@
-#include "ctl/commands/work_queue_file.h"
+#include "ctl/library/work_queue_file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -33,7 +33,7 @@ class WorkQueueFile : public ::testing::Test {
   std::string queue_ = dir_.path() + "/queue";
 };
 
-TEST_F(WorkQueueFile, TakesWholeLinesOutAndKeepsTheRestInOrder) {
+TEST_F(WorkQueueFile, RemovesWholeLinesAndKeepsTheOrderOfTheRest) {
   WriteFile(queue_, "/v/b\n/v/a\n" + kOdd + "\n/v/a/b\n\n/v\n/v/a\n/v/c");
   EXPECT_TRUE(RemoveFromQueue(queue_, {"/v/a", kOdd, "/none"}));
   EXPECT_EQ(ReadAll(queue_), "/v/b\n/v/a/b\n\n/v\n/v/c");
@@ -50,19 +50,19 @@ TEST_F(WorkQueueFile, AMissingFileIsAnEmptyQueueAndStaysMissing) {
   EXPECT_THAT(ReadQueue(queue_), Optional(ElementsAre()));
 }
 
-TEST_F(WorkQueueFile, WhatIsNoFileCannotBeRead) {
+TEST_F(WorkQueueFile, CannotReadADirectory) {
   fs::create_directory(queue_);
   EXPECT_EQ(ReadQueue(queue_), std::nullopt);
   EXPECT_EQ(errno, EISDIR);
   EXPECT_FALSE(RemoveFromQueue(queue_, {"/v/a"}));
 }
 
-TEST_F(WorkQueueFile, LinesAreReadWithoutEmptyOnes) {
+TEST_F(WorkQueueFile, SkipsEmptyLines) {
   WriteFile(queue_, "\n/v/a\n\n" + kOdd);
   EXPECT_THAT(ReadQueue(queue_), Optional(ElementsAre("/v/a", kOdd)));
 }
 
-TEST_F(WorkQueueFile, AFileBehindALinkIsChangedThere) {
+TEST_F(WorkQueueFile, ChangesAFileBehindALink) {
   WriteFile(dir_.path() + "/real", "/v/a\n/v/b\n");
   fs::create_symlink("real", queue_);
   EXPECT_TRUE(RemoveFromQueue(queue_, {"/v/a"}));
@@ -70,7 +70,7 @@ TEST_F(WorkQueueFile, AFileBehindALinkIsChangedThere) {
   EXPECT_EQ(ReadAll(dir_.path() + "/real"), "/v/b\n");
 }
 
-TEST_F(WorkQueueFile, NothingToTakeOutLeavesTheFileAlone) {
+TEST_F(WorkQueueFile, LeavesTheFileAloneWhenNothingIsToRemove) {
   WriteFile(queue_, "/v/b\n");
   SetTime(queue_, 1000);
   EXPECT_TRUE(RemoveFromQueue(queue_, {"/v/a"}));
@@ -78,7 +78,7 @@ TEST_F(WorkQueueFile, NothingToTakeOutLeavesTheFileAlone) {
                                              std::chrono::sys_seconds(std::chrono::seconds(1000))));
 }
 
-TEST_F(WorkQueueFile, WaitsForWhoeverHasTheLock) {
+TEST_F(WorkQueueFile, WaitsForTheLock) {
   WriteFile(queue_, "/v/a\n");
   UniqueFd other(open(queue_.c_str(), O_RDWR | O_APPEND | O_CLOEXEC));
   ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
@@ -96,8 +96,8 @@ TEST_F(WorkQueueFile, WaitsForWhoeverHasTheLock) {
   EXPECT_EQ(ReadAll(queue_), "/v/b\n");
 }
 
-// Lines are added and taken out at the same time; none may get lost, and none come back.
-TEST_F(WorkQueueFile, WritersAtTheSameTimeLoseNothing) {
+// Lines are added and removed at the same time. None may get lost, and none may come back.
+TEST_F(WorkQueueFile, ConcurrentWritersLoseNothing) {
   constexpr int kLines = 300;
   std::thread writer([&] {
     for (int i = 0; i < kLines; ++i) {
@@ -122,9 +122,9 @@ TEST_F(WorkQueueFile, WritersAtTheSameTimeLoseNothing) {
   EXPECT_EQ(ReadQueue(queue_), expected);
 }
 
-// Who has waited for the lock must not work on the file that was replaced meanwhile: the lines that
-// the other has taken out would come back.
-TEST_F(WorkQueueFile, TwoWhoTakeOutAtTheSameTimeDoNotUndoEachOther) {
+// A writer that waited for the lock must not write to the file that was replaced meanwhile: the
+// lines that the other writer removed would come back.
+TEST_F(WorkQueueFile, ConcurrentRemovalsDoNotUndoEachOther) {
   constexpr int kLines = 300;
   std::string content;
   for (int i = 0; i < kLines; ++i)
