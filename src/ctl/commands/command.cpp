@@ -14,7 +14,7 @@
 
 #include "ctl/library/photo_scan.h"
 #include "index/index_database.h"
-#include "thumbs/paths.h"
+#include "thumbs/progress.h"
 #include "util/path.h"
 
 namespace keldo::ctl {
@@ -74,6 +74,7 @@ Environment EnvironmentOfProcess() {
   environment.database_path = index::kDatabasePath;
   environment.keldothumb = ProgramBesideUs();
   environment.profile_path = kInstalledProfile;
+  environment.read_progress = ReadProgress;
   environment.terminal_out = ::isatty(STDOUT_FILENO) == 1;
   environment.terminal_err = ::isatty(STDERR_FILENO) == 1;
   environment.colour_forbidden = no_colour != nullptr && *no_colour != '\0';

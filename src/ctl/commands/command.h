@@ -19,12 +19,16 @@ class Option;
 
 namespace keldo::ctl {
 
+/// Reads one of the indexer's counters, as ReadProgress does.
+using ProgressReader = std::function<int(int kind, const char* key)>;
+
 /// Where the programs and files are that the commands work with.
 struct Environment {
-  std::string database_path;      ///< The embedded index.
-  std::string keldothumb;         ///< The program that makes thumbnails.
-  std::string profile_path;       ///< The profile file unless --profile names another.
-  QueuePaths queue{};             ///< The work queue.
+  std::string database_path;  ///< The embedded index.
+  std::string keldothumb;     ///< The program that makes thumbnails.
+  std::string profile_path;   ///< The profile file unless --profile names another.
+  QueuePaths queue{};         ///< The work queue.
+  ProgressReader read_progress{};
   bool terminal_out = false;      ///< Standard output is a terminal.
   bool terminal_err = false;      ///< Standard error is a terminal.
   bool colour_forbidden = false;  ///< NO_COLOR is set.
@@ -111,6 +115,8 @@ void AddCleanCommand(CLI::App& app, CommandContext& context);
 void AddQueueCommand(CLI::App& app, CommandContext& context);
 void AddProgressCommand(CLI::App& app, CommandContext& context);
 void AddIndexCommand(CLI::App& app, CommandContext& context);
+void AddIndexListCommand(CLI::App& index, CommandContext& context);
+void AddIndexShowCommand(CLI::App& index, CommandContext& context);
 void AddGalleryCommand(CLI::App& app, CommandContext& context);
 void AddWatchCommand(CLI::App& app, CommandContext& context);
 void AddDoctorCommand(CLI::App& app, CommandContext& context);

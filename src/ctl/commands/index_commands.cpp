@@ -4,7 +4,6 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/commands/index_mask.h"
-#include "ctl/commands/index_report.h"
 #include "ctl/commands/mask_text.h"
 
 namespace keldo::ctl {
@@ -25,11 +24,6 @@ constexpr const char* kMaskExamples =
     "  keldothumbctl index mask /volume1/photo default    inherit from the directory above\n"
     "  keldothumbctl index mask --video /volume1/film S   for videos\n"
     "  keldothumbctl index mask -- -odd-name              a name that begins with a dash\n";
-
-constexpr const char* kShowExamples =
-    "Examples:\n"
-    "  keldothumbctl index show /volume1/photo\n"
-    "  keldothumbctl index show --json /volume1/photo/a.jpg | jq .finished\n";
 
 constexpr const char* kInherit = "default";
 
@@ -68,39 +62,14 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
   });
 }
 
-void AddListCommand(CLI::App& index, CommandContext& context) {
-  const auto json = std::make_shared<bool>(false);
-  CLI::App* list =
-      AddCommand(index, context, "list", "List all masks, and count the files in the index");
-  AddJsonOption(*list, *json);
-  OnRun(*list, context, [&context, json] {
-    return ListIndex(context.environment.database_path, *json, context.console);
-  });
-}
-
-void AddShowCommand(CLI::App& index, CommandContext& context) {
-  const auto path = std::make_shared<std::string>();
-  const auto json = std::make_shared<bool>(false);
-  CLI::App* show =
-      AddCommand(index, context, "show", "Show what the index knows about a file or directory");
-  show->add_option("PATH", *path, "The file or directory; it need not exist any more")
-      ->type_name("")
-      ->required();
-  AddJsonOption(*show, *json);
-  show->footer(kShowExamples);
-  OnRun(*show, context, [&context, path, json] {
-    return ShowInIndex(context.environment.database_path, *path, *json, context.console);
-  });
-}
-
 }  // namespace
 
 void AddIndexCommand(CLI::App& app, CommandContext& context) {
   CLI::App* index = app.add_subcommand("index", "The index of the media on this machine");
   index->require_subcommand(1);
   AddMaskCommand(*index, context);
-  AddListCommand(*index, context);
-  AddShowCommand(*index, context);
+  AddIndexListCommand(*index, context);
+  AddIndexShowCommand(*index, context);
 }
 
 }  // namespace keldo::ctl

@@ -1,11 +1,12 @@
-#include "ctl/commands/index_report.h"
-
+// keldothumbctl index list and show: what the index holds.
 #include <json/value.h>
 
+#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdint>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <vector>
@@ -26,6 +27,11 @@ using index::MaskRecord;
 using index::Measured;
 using index::MediaRecord;
 using Rows = std::vector<std::vector<std::string>>;
+
+constexpr const char* kShowExamples =
+    "Examples:\n"
+    "  keldothumbctl index show /volume1/photo\n"
+    "  keldothumbctl index show --json /volume1/photo/a.jpg | jq .finished\n";
 
 constexpr const char* kNoDatabase = "There is no index; all kinds are wanted everywhere.\n";
 
@@ -205,8 +211,7 @@ void PrintListing(const Listing& listing, Console& console) {
                          1);
 }
 
-}  // namespace
-
+// Prints all masks, and how many files the index has records of. Returns the exit status.
 int ListIndex(const std::string& database_path, bool json, Console& console) {
   Listing listing;
   const int status = WithDatabase(database_path, console, [&](IndexDatabase& database) {
@@ -222,6 +227,7 @@ int ListIndex(const std::string& database_path, bool json, Console& console) {
   return kAllWell;
 }
 
+// Prints what the index knows about a file or directory. Returns the exit status.
 int ShowInIndex(const std::string& database_path, const std::string& path, bool json,
                 Console& console) {
   const std::string key = PathKey(path);
@@ -236,6 +242,33 @@ int ShowInIndex(const std::string& database_path, const std::string& path, bool 
   if (!known.has_database) console.out() << kNoDatabase;
   PrintKnowledge(key, known, console.out());
   return kAllWell;
+}
+
+}  // namespace
+
+void AddIndexListCommand(CLI::App& index, CommandContext& context) {
+  const auto json = std::make_shared<bool>(false);
+  CLI::App* list =
+      AddCommand(index, context, "list", "List all masks, and count the files in the index");
+  AddJsonOption(*list, *json);
+  OnRun(*list, context, [&context, json] {
+    return ListIndex(context.environment.database_path, *json, context.console);
+  });
+}
+
+void AddIndexShowCommand(CLI::App& index, CommandContext& context) {
+  const auto path = std::make_shared<std::string>();
+  const auto json = std::make_shared<bool>(false);
+  CLI::App* show =
+      AddCommand(index, context, "show", "Show what the index knows about a file or directory");
+  show->add_option("PATH", *path, "The file or directory; it need not exist any more")
+      ->type_name("")
+      ->required();
+  AddJsonOption(*show, *json);
+  show->footer(kShowExamples);
+  OnRun(*show, context, [&context, path, json] {
+    return ShowInIndex(context.environment.database_path, *path, *json, context.console);
+  });
 }
 
 }  // namespace keldo::ctl

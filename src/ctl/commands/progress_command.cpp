@@ -1,3 +1,4 @@
+// keldothumbctl progress: the indexer's counters.
 #include <json/value.h>
 
 #include <CLI/CLI.hpp>
@@ -9,7 +10,6 @@
 #include <utility>
 
 #include "ctl/commands/command.h"
-#include "ctl/commands/progress_report.h"
 #include "thumbs/progress.h"
 
 namespace keldo::ctl {
@@ -20,32 +20,37 @@ constexpr const char* kExplanation =
     "adds\n"
     "what it has finished. 'keldothumbctl status' shows what is present and what is missing.\n";
 
+// How much there is to do, and how much is done.
+struct Counter {
+  int total = 0;
+  int completed = 0;
+
+  // The part that is done; 0 without a total.
+  [[nodiscard]] double Fraction() const {
+    return total == 0 ? 0 : static_cast<double>(completed) / static_cast<double>(total);
+  }
+};
+
+// The counters by their names.
+using Counters = std::array<std::pair<const char*, Counter>, 3>;
+
 std::string Percent(const Counter& counter) {
   constexpr double kWhole = 100;
   if (counter.total == 0) return "-";
   return std::to_string(std::lround(std::floor(counter.Fraction() * kWhole))) + " %";
 }
 
-}  // namespace
-
-double Counter::Fraction() const {
-  return total == 0 ? 0 : static_cast<double>(completed) / static_cast<double>(total);
-}
-
-Counters ReadCounters() {
-  return {{ReadProgress(kPhotoProgress, "total"), ReadProgress(kPhotoProgress, kCompletedKey)},
-          {ReadProgress(kPhotoProgress, "total_thumb"),
-           ReadProgress(kPhotoProgress, kCompletedThumbKey)},
-          {ReadProgress(kVideoProgress, "total"), ReadProgress(kVideoProgress, kCompletedKey)}};
+Counters ReadCounters(const ProgressReader& read) {
+  return {{{"photos", {read(kPhotoProgress, "total"), read(kPhotoProgress, kCompletedKey)}},
+           {"thumbnails",
+            {read(kPhotoProgress, "total_thumb"), read(kPhotoProgress, kCompletedThumbKey)}},
+           {"videos", {read(kVideoProgress, "total"), read(kVideoProgress, kCompletedKey)}}}};
 }
 
 int PrintCounters(const Counters& counters, bool json, Console& console) {
-  const std::array<std::pair<const char*, Counter>, 3> all{{{"photos", counters.photos},
-                                                            {"thumbnails", counters.thumbnails},
-                                                            {"videos", counters.videos}}};
   if (json) {
     Json::Value value(Json::objectValue);
-    for (const auto& [name, counter] : all) {
+    for (const auto& [name, counter] : counters) {
       value[name]["total"] = counter.total;
       value[name]["completed"] = counter.completed;
       value[name]["fraction"] = counter.Fraction();
@@ -55,7 +60,7 @@ int PrintCounters(const Counters& counters, bool json, Console& console) {
   }
   std::vector<std::vector<std::string>> rows{{"", "done", "of", ""}};
   bool has_totals = false;
-  for (const auto& [name, counter] : all) {
+  for (const auto& [name, counter] : counters) {
     has_totals = has_totals || counter.total != 0;
     rows.push_back({name, Grouped(counter.completed), Grouped(counter.total), Percent(counter)});
   }
@@ -66,13 +71,16 @@ int PrintCounters(const Counters& counters, bool json, Console& console) {
   return kAllWell;
 }
 
+}  // namespace
+
 void AddProgressCommand(CLI::App& app, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
   CLI::App* command = AddCommand(app, context, "progress", "Show the indexer's counters");
   AddJsonOption(*command, *json);
   command->footer(kExplanation);
-  OnRun(*command, context,
-        [&context, json] { return PrintCounters(ReadCounters(), *json, context.console); });
+  OnRun(*command, context, [&context, json] {
+    return PrintCounters(ReadCounters(context.environment.read_progress), *json, context.console);
+  });
 }
 
 }  // namespace keldo::ctl

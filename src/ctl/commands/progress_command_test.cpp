@@ -3,18 +3,40 @@
 
 #include <sstream>
 #include <string>
+#include <vector>
 
-#include "ctl/commands/progress_report.h"
+#include "ctl/commands/command.h"
+#include "thumbs/progress.h"
 #include "util/json_line.h"
 
 namespace keldo::ctl {
 namespace {
 
+struct Counter {
+  int total = 0;
+  int completed = 0;
+};
+
+struct Counters {
+  Counter photos;
+  Counter thumbnails;
+  Counter videos;
+};
+
 std::string Printed(const Counters& counters, bool json = false) {
+  Environment environment;
+  environment.read_progress = [&counters](int kind, const char* name) {
+    const std::string key(name);
+    const bool is_thumbnails = key.ends_with("_thumb");
+    const Counter& photos = is_thumbnails ? counters.thumbnails : counters.photos;
+    const Counter& counter = kind == kVideoProgress ? counters.videos : photos;
+    return key.starts_with("total") ? counter.total : counter.completed;
+  };
   std::ostringstream out;
   std::ostringstream err;
-  Console console(out, err);
-  EXPECT_EQ(PrintCounters(counters, json, console), 0);
+  std::vector<std::string> arguments{"progress"};
+  if (json) arguments.emplace_back("--json");
+  EXPECT_EQ(RunCommandLine(arguments, environment, out, err), 0);
   EXPECT_EQ(err.str(), "");
   return out.str();
 }
