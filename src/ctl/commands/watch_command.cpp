@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
+#include "ctl/library/thumb_runner.h"
 #include "ctl/watch/directory_tree.h"
 #include "ctl/watch/watch_loop.h"
 #include "process/startup.h"

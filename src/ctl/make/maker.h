@@ -1,18 +1,16 @@
 // Making the thumbnails of many directories with several keldothumb processes at once.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <ctime>
 #include <deque>
 #include <functional>
-#include <list>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "ctl/library/photo_scan.h"
-#include "process/child.h"
+#include "ctl/library/thumb_runner.h"
 
 namespace keldo::ctl {
 
@@ -43,13 +41,6 @@ struct RunTrouble {
   std::string text;  ///< "keldothumb was killed by signal 11 (Segmentation fault)".
 };
 
-/// Gives a process, and what it starts from then on, the lowest processor and disk priority; 0 is
-/// this process. Where the system refuses, the process is just less polite.
-void YieldToOthers(pid_t pid);
-
-/// What a wait status other than 0 means, in words.
-[[nodiscard]] std::string TextOfStatus(int status);
-
 /// How a run ended.
 struct MakeOutcome {
   MakeProgress progress;
@@ -76,8 +67,6 @@ class Maker {
   [[nodiscard]] MakeOutcome Run(std::vector<DirectoryState> directories);
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   struct Folder {
     DirectoryState state;
     LibraryCounts at_start;
@@ -85,20 +74,16 @@ class Maker {
     int failed_before_run = 0;
     Clock::time_point not_before{};
   };
-  struct Running {
-    process::Child child;
-    std::size_t folder;
-  };
 
-  void Take(std::vector<DirectoryState> directories);
+  void Add(std::vector<DirectoryState> directories);
   void StartWhatCanRun();
   void ShareProcessors() const;
   void Start(std::size_t folder);
-  void WaitForNews();
-  void ReapEnded();
-  void Judge(std::size_t folder);
+  void WaitForEvents();
+  void FinishEnded();
+  void FinishRun(std::size_t folder);
   void Refresh();
-  void StopAll();
+  void Scan(const std::vector<std::string>& directories);
   [[nodiscard]] MakeProgress Progress() const;
 
   MakeOptions options_;
@@ -107,7 +92,8 @@ class Maker {
   Report report_;
   std::vector<Folder> folders_;
   std::deque<std::size_t> waiting_;
-  std::list<Running> running_;
+  ThumbRunner runner_;
+  std::map<std::string, std::size_t> folder_of_;  ///< By its path.
   Clock::time_point begin_;
   time_t begin_time_;  ///< The same in seconds since 1970.
   Clock::time_point next_refresh_;

@@ -11,7 +11,6 @@
 
 #include "ctl/library/diagnosis.h"
 #include "ctl/library/work_queue_file.h"
-#include "ctl/make/maker.h"
 #include "util/termination.h"
 
 namespace keldo::ctl {
@@ -22,8 +21,8 @@ using std::chrono::seconds;
 
 // Long walks are done in slices, so that a request to stop need not wait.
 constexpr milliseconds kSlice{50};
-// Kernels before 5.3 do not report the end of a child: check this often instead.
-constexpr milliseconds kLookEvery{100};
+// Kernels before 5.3 do not report the end of a child: poll this often instead.
+constexpr milliseconds kPollEvery{100};
 
 bool NeedsRun(const DirectoryState& directory, const std::set<std::string>& changed) {
   return std::any_of(
@@ -59,7 +58,7 @@ WatchLoop::WatchLoop(WatchSettings settings, Inotify& inotify, Console& console,
       tree_(inotify, *this),
       scheduler_(SchedulerTimes::FromQuietPeriod(settings_.quiet), settings_.jobs),
       scanner_(settings_.profile_path),
-      runner_(settings_.keldothumb, settings_.profile_path, console.style().verbose),
+      runner_({settings_.keldothumb, settings_.profile_path, false, console.style().verbose}),
       next_rescan_(Clock::now() + settings_.rescan) {}
 
 void WatchLoop::Run() {
@@ -85,7 +84,7 @@ Clock::time_point WatchLoop::NextWork() const {
   Clock::time_point next = next_rescan_;
   if (look_at_all_at_) next = std::min(next, *look_at_all_at_);
   if (const auto due = scheduler_.NextDue()) next = std::min(next, *due);
-  if (runner_.MustLook()) next = std::min(next, now + kLookEvery);
+  if (runner_.MustPoll()) next = std::min(next, now + kPollEvery);
   return next;
 }
 
@@ -153,7 +152,7 @@ void WatchLoop::Begin(const ChangeScheduler::Turn& turn) {
 }
 
 void WatchLoop::FinishEnded() {
-  for (const ThumbRunner::Ended& ended : runner_.TakeEnded()) {
+  for (const ThumbRunner::Ended& ended : runner_.CollectEnded()) {
     if (ended.status != 0) console_.Fail(ended.directory, TextOfStatus(ended.status));
     const auto run = runs_.find(ended.directory);
     Finish(ended.directory, run->second);

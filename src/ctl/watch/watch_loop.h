@@ -11,9 +11,9 @@
 
 #include "ctl/console.h"
 #include "ctl/library/photo_scan.h"
+#include "ctl/library/thumb_runner.h"
 #include "ctl/watch/change_scheduler.h"
 #include "ctl/watch/directory_tree.h"
-#include "ctl/watch/thumb_runner.h"
 #include "ctl/watch/watch_report.h"
 
 namespace keldo::ctl {
