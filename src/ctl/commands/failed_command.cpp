@@ -9,7 +9,7 @@
 
 #include "ctl/commands/command.h"
 #include "ctl/library/diagnosis.h"
-#include "ctl/library/library.h"
+#include "ctl/library/photo_scan.h"
 
 namespace keldo::ctl {
 namespace {

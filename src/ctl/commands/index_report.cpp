@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
-#include "ctl/commands/mask_text.h"
+#include "ctl/library/mask_text.h"
 #include "index/index_database.h"
 #include "platform/index_ipc.h"
 #include "util/path.h"

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
-#include "ctl/commands/mask_text.h"
 #include "ctl/library/kind_profile.h"
-#include "ctl/library/library.h"
+#include "ctl/library/mask_text.h"
+#include "ctl/library/photo_scan.h"
 #include "ctl/make/make_report.h"
 #include "thumbs/directories.h"
 #include "thumbs/metadata_names.h"

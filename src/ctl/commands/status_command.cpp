@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ctl/commands/command.h"
-#include "ctl/library/library.h"
+#include "ctl/library/photo_scan.h"
 
 namespace keldo::ctl {
 namespace {

@@ -12,7 +12,7 @@
 
 #include "ctl/gallery/page.h"
 #include "ctl/gallery/page_data.h"
-#include "ctl/library/library.h"
+#include "ctl/library/photo_scan.h"
 #include "util/files.h"
 #include "util/handles.h"
 #include "util/path.h"

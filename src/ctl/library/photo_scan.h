@@ -5,11 +5,13 @@
 
 #include <array>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "ctl/console.h"
 #include "thumbs/thumb_kinds.h"
 
 namespace keldo::ctl {
@@ -99,5 +101,11 @@ class PhotoScanner {
 
 /// True when this profile file can be read and has at least one thumbnail.
 [[nodiscard]] bool IsUsableProfile(const std::string& profile_path);
+
+/// Scans the directories of all trees, each once even if trees overlap, and calls `visit` for those
+/// with photos, in order. Reports on the console what cannot be read, and roots whose file system
+/// gets no thumbnails. True when everything could be read.
+bool ScanLibrary(const std::vector<std::string>& roots, PhotoScanner& scanner, Console& console,
+                 const std::function<void(DirectoryState)>& visit);
 
 }  // namespace keldo::ctl

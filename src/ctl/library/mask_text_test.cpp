@@ -1,4 +1,4 @@
-#include "ctl/commands/mask_text.h"
+#include "ctl/library/mask_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
