@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cstdlib>
 #include <span>
 #include <string_view>
+#include <system_error>
 
 #include "media/header_readers.h"
 #include "util/path.h"
+#include "util/text.h"
 
 namespace keldo::media {
 namespace {
@@ -70,6 +74,75 @@ bool IsHeif(Bytes start) {
     if (IsHeifBrand(TextAt(start, brand, kWord))) return true;
   }
   return false;
+}
+
+// Skips white space and comments, which run from '#' to the end of the line.
+void SkipFiller(std::string_view& text) {
+  while (!text.empty()) {
+    if (text.front() == '#') {
+      text.remove_prefix(std::min(text.find('\n'), text.size()));
+    } else if (kWhiteSpace.find(text.front()) != std::string_view::npos) {
+      text.remove_prefix(1);
+    } else {
+      return;
+    }
+  }
+}
+
+// The number that follows the filler. One that ends with the text may go on in the file.
+std::optional<std::int64_t> ReadNumber(std::string_view& text) {
+  SkipFiller(text);
+  std::int64_t number = 0;
+  if (text.starts_with('-')) return std::nullopt;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (parsed.ec != std::errc() || parsed.ptr == text.data() + text.size()) return std::nullopt;
+  text.remove_prefix(static_cast<std::size_t>(parsed.ptr - text.data()));
+  return number;
+}
+
+// Portable bitmaps, graymaps and pixmaps, plain or raw (P1 to P6):
+// "P6\n# made by dcraw\n4000 3000\n255\n". Nothing for a header longer than the first bytes.
+std::optional<RawHeader> ReadPnmHeader(const FileStart& file) {
+  constexpr std::size_t kMagicSize = 2;
+  std::string_view text = TextAt(file.bytes, 0, file.bytes.size());
+  if (text.size() <= kMagicSize) return std::nullopt;
+  text.remove_prefix(kMagicSize);
+  if (kWhiteSpace.find(text.front()) == std::string_view::npos && text.front() != '#') {
+    return std::nullopt;
+  }
+  const auto width = ReadNumber(text);
+  const auto height = width ? ReadNumber(text) : std::nullopt;
+  if (!height) return std::nullopt;
+  return RawHeader{.width = *width, .height = *height};
+}
+
+// Windows and OS/2 bitmaps. A negative height means that the rows are stored from the top.
+std::optional<RawHeader> ReadBmpHeader(const FileStart& file) {
+  constexpr std::size_t kHeaderSizeOffset = 14;
+  constexpr std::size_t kSizesOffset = 18;
+  constexpr std::size_t kEnd = 26;
+  constexpr std::uint32_t kOs2HeaderSize = 12;
+  constexpr std::uint32_t kLeastHeaderSize = 16;
+  constexpr std::uint32_t kMostHeaderSize = 1024;
+  if (file.bytes.size() < kEnd) return std::nullopt;
+  const std::uint32_t header_size = LittleEndian32(&file.bytes[kHeaderSizeOffset]);
+  const std::uint8_t* sizes = &file.bytes[kSizesOffset];
+  if (header_size == kOs2HeaderSize) {
+    return RawHeader{.width = LittleEndian16(sizes), .height = LittleEndian16(sizes + 2)};
+  }
+  if (header_size < kLeastHeaderSize || header_size > kMostHeaderSize) return std::nullopt;
+  const auto width = static_cast<std::int32_t>(LittleEndian32(sizes));
+  const auto height = static_cast<std::int32_t>(LittleEndian32(sizes + 4));
+  return RawHeader{.width = width, .height = std::abs(std::int64_t{height})};
+}
+
+// The size of the canvas. exiv2 measures GIF files too, but rejects those below about 60 bytes.
+std::optional<RawHeader> ReadGifHeader(const FileStart& file) {
+  constexpr std::size_t kSizesOffset = 6;
+  constexpr std::size_t kEnd = 10;
+  if (file.bytes.size() < kEnd) return std::nullopt;
+  const std::uint8_t* sizes = &file.bytes[kSizesOffset];
+  return RawHeader{.width = LittleEndian16(sizes), .height = LittleEndian16(sizes + 2)};
 }
 
 using Extensions = std::span<const std::string_view>;

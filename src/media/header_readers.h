@@ -1,4 +1,4 @@
-// Header readers of our own, for headers simple enough to be read without a library.
+// What is read of JPEG files and EXIF data, and what every header reader is given and returns.
 #pragma once
 
 #include <cstddef>
@@ -22,23 +22,12 @@ struct RawHeader {
   long orientation = 0;
 };
 
-// These read files of the format named, and give nothing when the header is damaged or cut off.
-
+/// The header of a JPEG file; nothing when it is damaged or cut off.
+///
 /// Segments that do not matter are skipped unread: a damaged colour profile or description must not
 /// keep us from measuring a photo that every decoder shows. A damaged EXIF segment counts as
 /// none. Reads a few bytes per segment; moves no file position.
 [[nodiscard]] std::optional<RawHeader> ReadJpegHeader(const FileStart& file);
-
-/// Portable bitmaps, graymaps and pixmaps, plain or raw (P1 to P6):
-/// "P6\n# made by dcraw\n4000 3000\n255\n". Nothing for a header longer than the first bytes.
-[[nodiscard]] std::optional<RawHeader> ReadPnmHeader(const FileStart& file);
-
-/// Windows and OS/2 bitmaps. The height of one that is stored from the top, which is given as
-/// negative, comes as positive.
-[[nodiscard]] std::optional<RawHeader> ReadBmpHeader(const FileStart& file);
-
-/// The size of the canvas. exiv2 measures GIF files too, but rejects those below about 60 bytes.
-[[nodiscard]] std::optional<RawHeader> ReadGifHeader(const FileStart& file);
 
 /// The first directory of a TIFF structure, which EXIF data is too.
 ///

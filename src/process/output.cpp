@@ -23,7 +23,6 @@ namespace {
 constexpr std::size_t kBlockSize = 4096;
 constexpr std::size_t kLongestText = 1U << 20U;
 constexpr int kSignalled = 128;
-constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 int StatusOf(int wait_status) {
   if (WIFEXITED(wait_status)) return WEXITSTATUS(wait_status);
