@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/care_test_support.h"
+#include "ctl/library/command_test_support.h"
 #include "ctl/library/photo_scan.h"
 #include "support/temp_dir.h"
 #include "util/handles.h"

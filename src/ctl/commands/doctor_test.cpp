@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/care_test_support.h"
+#include "ctl/library/command_test_support.h"
 #include "index/index_database.h"
 #include "support/temp_dir.h"
 #include "util/json_line.h"

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/care_test_support.h"
+#include "ctl/library/command_test_support.h"
 #include "support/temp_dir.h"
 #include "thumbs/metadata_names.h"
 #include "util/handles.h"

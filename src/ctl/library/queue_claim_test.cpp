@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/commands/care_test_support.h"
+#include "ctl/library/command_test_support.h"
 #include "ctl/library/work_queue_file.h"
 #include "support/temp_dir.h"
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "ctl/commands/care_test_support.h"
+#include "ctl/library/command_test_support.h"
 #include "platform/index_ipc.h"
 #include "support/temp_dir.h"
 #include "util/handles.h"

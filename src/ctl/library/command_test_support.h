@@ -1,4 +1,4 @@
-// What the tests of this folder share.
+// Files, snapshots and command lines for the tests.
 #pragma once
 
 #include <fcntl.h>
@@ -31,8 +31,8 @@ inline void SetTime(const std::string& path, time_t seconds) {
   utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
-/// Every entry below `root`, by its path from there: its kind, mode, time and content. The times of
-/// directories are left out, since removing an entry changes them.
+/// Every entry below `root` by its relative path: its kind, mode, time and content. The times of
+/// directories are left out, because removing an entry changes them.
 inline std::map<std::string, std::string> Snapshot(const std::string& root) {
   std::map<std::string, std::string> entries;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
@@ -51,7 +51,7 @@ inline std::map<std::string, std::string> Snapshot(const std::string& root) {
   return entries;
 }
 
-/// Carries out command lines and keeps what they print.
+/// Runs command lines and keeps what they print.
 class CommandRunner {
  public:
   int Run(const std::vector<std::string>& arguments) {
