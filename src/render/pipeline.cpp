@@ -91,10 +91,9 @@ std::string FirstSourcePath(const ThumbRequestList& list) {
 
 std::string MakeTempPath(const std::string& path) {
   const std::string extension = KELDOUtils::GetPathExt(path);
-  const std::string pattern = InSameDirectory(path, kTemporaryTemplate);
-  std::string name = pattern;
+  std::string name = InSameDirectory(path, kTemporaryTemplate);
   const UniqueFd reserved(mkostemp(name.data(), O_CLOEXEC));
-  if (!reserved.valid()) return pattern;
+  if (!reserved.valid()) return InSameDirectory(path, kTemporaryTemplate);
   // Only the name is wanted: the converter creates the file itself.
   unlink(name.c_str());
   return extension.empty() ? name : name + "." + extension;
