@@ -8,6 +8,7 @@
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
 #include "platform/text.h"
+#include "thumbs/daemon_requests.h"
 #include "thumbs/directories.h"
 #include "thumbs/paths.h"
 #include "thumbs/progress.h"
@@ -38,6 +39,12 @@ std::vector<std::string> SplitOnSlash(const std::string& path) {
   }
   parts.push_back(path.substr(begin));
   return parts;
+}
+
+bool AskSwitch(const char* command, int failure_line) {
+  Json::Value packet = DaemonRequest(command);
+  if (!AskDaemon(packet, failure_line)) return false;
+  return IsReadable(packet, "result", Json::booleanValue) && packet["result"].asBool();
 }
 
 struct Progress {
@@ -96,6 +103,27 @@ ThumbWork GetTreeThumbStatus(const std::string& root) {
   work_to_do = {};
   WalkAccepted(root, [](const char* directory) { QueueDirForCounting(directory); });
   return work_to_do;
+}
+
+void PostVideoConvert(const std::string& path) {
+  Json::Value packet = DaemonRequest("POST_VIDEO_CONVERT", path);
+  static_cast<void>(AskDaemon(packet, 159));
+}
+
+bool IsPhotoConversionOn() {
+  return AskSwitch("IS_CONVERT_PHOTO", 112);
+}
+
+bool IsVideoConversionOn() {
+  return AskSwitch("IS_CONVERT_VIDEO", 85);
+}
+
+int GetMediaFromPluginDb(int type, const std::string& path, keldoindexutils::MediaInfo& media) {
+  Json::Value packet = DaemonRequest("GET_MEDIA_FROM_PLUGIN_DB", path);
+  packet["type"] = type;
+  if (!AskDaemon(packet, 32)) return -1;
+  media.SetByJson(packet["media"]);
+  return 0;
 }
 
 const char* BoxOfKind(int kind) {

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "platform/index_ipc.h"
 #include "thumbs/thumb_kinds.h"
 
 namespace keldo {
@@ -53,6 +54,22 @@ int QueueDirForCounting(const std::string& directory);
 /// The film check of a video: non-zero when converted films exist in its metadata directory, or
 /// when `source_path` is null (logged, -1). An H.264 film counts only below 4,500,000 bit/s.
 [[nodiscard]] int HasConvertedFilms(const char* source_path);
+
+// ---- Requests to the indexer's plug-in daemon; see thumbs/daemon_requests.h ----
+
+/// Tells the daemon that a video's conversion is done.
+void PostVideoConvert(const std::string& path);
+
+/// Whether photo conversion is switched on; false on failure.
+[[nodiscard]] bool IsPhotoConversionOn();
+
+/// Whether video conversion is switched on; false on failure.
+[[nodiscard]] bool IsVideoConversionOn();
+
+/// Fills `media` with the daemon's record of a file; `type` says which kind of record is asked for
+/// (1: the video database). Returns 0, or -1 on failure.
+[[nodiscard]] int GetMediaFromPluginDb(int type, const std::string& path,
+                                       keldoindexutils::MediaInfo& media);
 
 // ---- Other questions ----
 

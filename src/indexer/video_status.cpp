@@ -16,7 +16,6 @@
 #include "platform/file.h"
 #include "platform/file_types.h"
 #include "platform/index_ipc.h"
-#include "thumbs/daemon_requests.h"
 #include "thumbs/directories.h"
 #include "thumbs/paths.h"
 #include "thumbs/thumb_state.h"

@@ -49,7 +49,7 @@ TEST_F(IndexStoreTest, PhotosHaveTheSizeThatWasReported) {
   ASSERT_TRUE(found);
   EXPECT_EQ(found->width, 60);
   EXPECT_EQ(found->height, 40);
-  EXPECT_FALSE(store.FindMedia("/v/a.jpg", 1)) << "it is no video";
+  EXPECT_FALSE(store.FindMedia("/v/a.jpg", 1)) << "it is not a video";
   EXPECT_FALSE(store.FindMedia("/v/t.jpg", 0));
 }
 

@@ -128,19 +128,19 @@ TEST_F(ListenSocketTest, ASocketOfAnotherKindIsLeftAlone) {
 
 TEST_F(ListenSocketTest, LeavesAFileThatIsNotASocketAlone) {
   std::ofstream(path_) << "precious";
-  ExpectRefused(path_ + " exists and is no socket");
+  ExpectRefused(path_ + " exists and is not a socket");
   std::filesystem::remove(path_);
   std::filesystem::create_directory(path_);
-  ExpectRefused(path_ + " exists and is no socket");
+  ExpectRefused(path_ + " exists and is not a socket");
 }
 
 TEST_F(ListenSocketTest, SymbolicLinksAreNotFollowed) {
   const std::string target = dir_.path() + "/target";
   std::filesystem::create_symlink(target, path_);
-  ExpectRefused(path_ + " exists and is no socket");
+  ExpectRefused(path_ + " exists and is not a socket");
   EXPECT_FALSE(std::filesystem::exists(target));
   { ASSERT_TRUE(Bind(target).valid()); }
-  ExpectRefused(path_ + " exists and is no socket");
+  ExpectRefused(path_ + " exists and is not a socket");
   EXPECT_TRUE(std::filesystem::exists(target));
 }
 

@@ -18,6 +18,7 @@ namespace {
 
 // Line values of this listing's two messages.
 constexpr int kOpenFailedLine = 703;
+constexpr const char* kSource = "keldothumb";
 constexpr int kStatFailedLine = 716;
 
 bool IsPhotoName(const std::string& name) {
@@ -31,7 +32,7 @@ bool GetStatus(DIR* directory, const std::string& path, DirPhoto& photo) {
   // Below the open directory, so that its own path is not looked up for each photo.
   if (fstatat(dirfd(directory), photo.name.c_str(), &photo.status, 0) == 0) return true;
   const int error = errno;
-  syslog(LOG_ERR, "%s:%d [Error] stat: %s", "keldothumb", kStatFailedLine,
+  syslog(LOG_ERR, "%s:%d [Error] stat: %s", kSource, kStatFailedLine,
          JoinPath(path, photo.name).c_str());
   errno = error;
   return false;
@@ -53,7 +54,7 @@ std::vector<DirPhoto> ListDirPhotosWithStatus(const std::string& directory, int*
   const UniqueDir stream(opendir(directory.c_str()));
   if (!stream) {
     first_error = errno;
-    syslog(LOG_ERR, "%s:%d [Error] opendir: %s", "keldothumb", kOpenFailedLine, directory.c_str());
+    syslog(LOG_ERR, "%s:%d [Error] opendir: %s", kSource, kOpenFailedLine, directory.c_str());
   }
   while (const dirent* entry = stream ? NextEntry(stream.get(), first_error) : nullptr) {
     // The name decides before the file is looked up: most entries of most directories cost nothing.

@@ -4,9 +4,9 @@
 // returns the result named below. Callers go on without the answer.
 #pragma once
 
-#include <string>
+#include <json/value.h>
 
-#include "platform/index_ipc.h"
+#include <string>
 
 namespace keldo {
 
@@ -16,18 +16,18 @@ namespace keldo {
 /// Tells the daemon that a photo's thumbnails are done, or given up.
 void PostPhotoConvert(const std::string& path);
 
-/// Tells the daemon that a video's conversion is done.
-void PostVideoConvert(const std::string& path);
+// ---- What every request is made of ----
 
-/// Whether photo conversion is switched on; false on failure.
-[[nodiscard]] bool IsPhotoConversionOn();
+/// A request that consists of a command, and one about a file.
+[[nodiscard]] Json::Value DaemonRequest(const char* command);
+[[nodiscard]] Json::Value DaemonRequest(const char* command, const std::string& path);
 
-/// Whether video conversion is switched on; false on failure.
-[[nodiscard]] bool IsVideoConversionOn();
+/// Sends a request and leaves the reply in its place. True when the daemon reports success;
+/// otherwise "fail" is logged with `failure_line`.
+[[nodiscard]] bool AskDaemon(Json::Value& packet, int failure_line);
 
-/// Fills `media` with the daemon's record of a file; `type` says which kind of record is asked for
-/// (1: the video database). Returns 0, or -1 on failure.
-[[nodiscard]] int GetMediaFromPluginDb(int type, const std::string& path,
-                                       keldoindexutils::MediaInfo& media);
+/// True when a member of a reply can be read as the wanted type. The reply is not to be trusted:
+/// reading a text as a number would throw.
+[[nodiscard]] bool IsReadable(const Json::Value& reply, const char* member, Json::ValueType type);
 
 }  // namespace keldo

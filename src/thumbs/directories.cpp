@@ -17,6 +17,10 @@
 namespace keldo {
 namespace {
 
+// The indexer finds the filter and the rest of this file under two sources.
+constexpr const char* kFilterSource = "index";
+constexpr const char* kJobSource = "keldothumb";
+
 constexpr int kUnknownFileSystem = -1;
 // Rejected besides the two classes: it looks local, but metadata directories do not belong on it.
 constexpr int kUnsuitableFileSystem = 12;
@@ -26,8 +30,8 @@ constexpr std::uint64_t kLeastFreeBytes = std::uint64_t{1} << 30;
 int FileSystemType(const std::string& path, int log_line) {
   const int type = KELDOGetFSType(path.c_str(), 0);
   if (type == kUnknownFileSystem) {
-    syslog(LOG_DEBUG, "%s:%d failed to statfs %s, reason=[(%d)%s]", "index", log_line, path.c_str(),
-           errno, std::strerror(errno));
+    syslog(LOG_DEBUG, "%s:%d failed to statfs %s, reason=[(%d)%s]", kFilterSource, log_line,
+           path.c_str(), errno, std::strerror(errno));
   }
   return type;
 }
@@ -78,8 +82,8 @@ bool checkCreateDir(const std::string& path) {
   if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
   if (mkdir(path.c_str(), 0777) == 0 || errno == EEXIST) return true;
   if (errno == ENOENT) return false;
-  syslog(LOG_ERR, "%s:%d %s: %s(%d) - mkdir(%s, 0777 ), errno: %d\n", "keldothumb", 507,
-         "keldothumb", "checkCreateDir", 507, path.c_str(), errno);
+  syslog(LOG_ERR, "%s:%d %s: %s(%d) - mkdir(%s, 0777 ), errno: %d\n", kJobSource, 507, kJobSource,
+         "checkCreateDir", 507, path.c_str(), errno);
   return false;
 }
 

@@ -12,6 +12,7 @@
 namespace keldo {
 namespace {
 
+constexpr const char* kSource = "keldomk_progress";
 constexpr std::size_t kBufferSize = 4096;
 constexpr int kNoFlags = 0;
 constexpr int kDecimal = 10;
@@ -31,7 +32,7 @@ void AddProgress(int kind, const char* key, int amount) {
   const std::string sum = std::to_string(static_cast<int>(
       static_cast<unsigned>(ReadProgress(kind, key)) + static_cast<unsigned>(amount)));
   if (KLIBCFileSetKeyValue(file, key, sum.c_str(), kNoFlags) < 0) {
-    syslog(LOG_ERR, "%s:%d KLIBCFileSetKeyValue fail: %s", "keldomk_progress", 117, file);
+    syslog(LOG_ERR, "%s:%d KLIBCFileSetKeyValue fail: %s", kSource, 117, file);
   }
 }
 

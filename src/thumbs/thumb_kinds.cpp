@@ -5,6 +5,11 @@
 #include "index/index_database.h"
 
 namespace keldo {
+namespace {
+
+constexpr const char* kSource = "keldomk_util";
+
+}  // namespace
 
 // The index does not know the table. It wants every kind where no mask is set.
 static_assert(index::kAllKinds == kAllKinds);
@@ -23,8 +28,7 @@ const ThumbKindInfo* FindKind(std::string_view file_name) {
 
 bool IsKindWanted(const std::string& file_name, ThumbSizeMask mask) {
   if (const ThumbKindInfo* kind = FindKind(file_name)) return Wants(mask, kind->kind);
-  syslog(LOG_ERR, "%s:%d [Error] invalid thumb filename: %s", "keldomk_util", 118,
-         file_name.c_str());
+  syslog(LOG_ERR, "%s:%d [Error] invalid thumb filename: %s", kSource, 118, file_name.c_str());
   return false;
 }
 

@@ -16,7 +16,7 @@ namespace keldo {
 /// walk broke off. Silent. One walk at a time.
 int WalkAccepted(const std::string& root, const std::function<void(const char* directory)>& visit);
 
-/// What WalkDirectories tells its caller.
+/// What WalkDirectories reports to its caller.
 struct TreeVisitor {
   /// A directory, parents before what lies below them, siblings in byte order.
   std::function<void(const std::string& directory)> directory;

@@ -1,4 +1,4 @@
-// A converter for unit tests: it writes what the real one would have been told to write.
+// A converter for unit tests: it writes every output that the command line names.
 #pragma once
 
 #include <algorithm>

@@ -121,13 +121,13 @@ class FakePlatform {
   std::map<std::string, int> video_need_convert;
   /// KELDOIDX_GetMediaInfo by path; a path without a record cannot be read as an image.
   std::map<std::string, keldoindexutils::MediaInfo> media_info;
-  /// KELDOIndexImgResGet by path; a path without an entry is no image.
+  /// KELDOIndexImgResGet by path; a path without an entry is not an image.
   std::map<std::string, std::pair<unsigned, unsigned>> image_sizes;
 
   /// Free bytes by path; `default_free_bytes` where none is set.
   std::map<std::string, std::uint64_t> free_bytes;
   std::uint64_t default_free_bytes = std::uint64_t{1} << 40;
-  /// The machine's memory; no value when it cannot be told.
+  /// The machine's memory; no value when it is unknown.
   std::optional<long> total_memory_kib = 4L << 20;
   /// File system types by path, else kLocalFs. What the two class tests say of a type, else 0.
   std::map<std::string, int> fs_types;

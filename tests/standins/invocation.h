@@ -1,4 +1,4 @@
-// The record in which a stand-in tells the test how it was started.
+// The record that a stand-in leaves of how it was started.
 #pragma once
 
 #include <optional>

@@ -68,7 +68,7 @@ void MakeAll(const Plan& plan, Format format, Bytes file, Bytes icc, std::span<c
 Outcome Convert(const Plan& plan, OutputFiles& outputs) {
   InputFile input(plan.input);
   const bool outputs_are_plain = outputs.Open(plan.steps, input.identity());
-  if (!outputs_are_plain) throw NotOurs("the outputs are no separate files");
+  if (!outputs_are_plain) throw NotOurs("the outputs are not separate files");
   input.Map();
   const Format format = media::DetectFormat(input.bytes());
   if (!LoadCodec(format)) throw NotOurs("it has another format");

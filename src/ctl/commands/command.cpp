@@ -14,6 +14,7 @@
 
 #include "ctl/library/photo_scan.h"
 #include "index/index_database.h"
+#include "thumbs/metadata_names.h"
 #include "thumbs/progress.h"
 #include "util/path.h"
 
@@ -46,7 +47,7 @@ ConsoleStyle StyleFor(const CommandContext& context) {
 }
 
 bool IsInMetadata(const std::string& path) {
-  return (path + "/").find("/@eaDir/") != std::string::npos;
+  return (path + "/").find(std::string("/") + kMetadataDirectory + "/") != std::string::npos;
 }
 
 // Why a directory cannot be worked on; empty when it can.

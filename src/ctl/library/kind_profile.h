@@ -16,7 +16,7 @@ namespace keldo::ctl {
 class KindProfile {
  public:
   /// Nothing when `profile_path` has none of these kinds, or when there is no memory; `problem`
-  /// then tells why.
+  /// then says why.
   [[nodiscard]] static std::optional<KindProfile> Make(const std::string& profile_path,
                                                        ThumbSizeMask kinds, std::string& problem);
 

@@ -22,7 +22,7 @@ enum class ThumbState {
   kPresent,
   kMissing,
   kStale,   ///< Empty, or older than its photo.
-  kFailed,  ///< Not there, and a marker tells that making it of this very photo failed.
+  kFailed,  ///< Not there, and a marker says that rendering this photo failed.
 };
 
 inline constexpr std::array<ThumbState, 4> kCountedStates = {
@@ -87,7 +87,7 @@ class PhotoScanner {
   explicit PhotoScanner(std::optional<std::string> profile_path = std::nullopt);
 
   /// The photos directly in `directory`, which has no slash at its end unless it is "/". What
-  /// cannot be looked at is logged and left out, and `error` tells so.
+  /// cannot be looked at is logged and left out, and `error` is set.
   [[nodiscard]] DirectoryState Scan(const std::string& directory);
 
   /// The kinds wanted in a directory.

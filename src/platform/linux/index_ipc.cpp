@@ -43,6 +43,7 @@ bool KELDOIndexImgResGet(const std::string& path, unsigned& width, unsigned& hei
 namespace keldoindexutils::ipc {
 namespace {
 
+constexpr const char* kSource = "index_ipc";
 constexpr int kUnreadableImageLine = 61;
 
 using keldo::index::Measured;
@@ -78,7 +79,7 @@ int KELDOIDX_GetMediaInfo(const char* path, MediaInfo& info) {
   if (path == nullptr) return -1;
   const auto header = ReadImageHeader(path);
   if (!header) {
-    syslog(LOG_WARNING, "%s:%d [Warning] cannot be read as an image: %s", "index_ipc",
+    syslog(LOG_WARNING, "%s:%d [Warning] cannot be read as an image: %s", kSource,
            kUnreadableImageLine, path);
     return -1;
   }

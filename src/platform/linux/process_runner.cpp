@@ -73,7 +73,7 @@ int ProcessRunner::run(bool /*wait*/, bool /*detach_output*/) {
   const bool ended = child->WaitUntil(Clock::now() + limit);
   const int status = child->KillAndReap();
   if (!ended) {
-    syslog(LOG_ERR, "%s:%d [Error] killed %s, which ran for more than %lld s", "process",
+    syslog(LOG_ERR, "%s:%d [Error] killed %s, which ran for more than %lld s", kSource,
            kOverranLine, impl_->program.c_str(), static_cast<long long>(limit.count()));
     return kFailed;
   }
