@@ -112,7 +112,8 @@ class Cleaning {
         Clean(directory, cleaner);
         break;
       case MetadataCleaner::State::kNotDirectory:
-        console_.Warn(ShownName(JoinPath(directory, kMetadataDirectory)) + ": not a directory; skipped");
+        console_.Warn(ShownName(JoinPath(directory, kMetadataDirectory)) +
+                      ": not a directory; skipped");
         break;
       case MetadataCleaner::State::kLocked:
         Fail(directory, "another program is working on the folder; skipped");
