@@ -70,7 +70,7 @@ int ListQueue(const QueuePaths& paths, bool json, Console& console) {
 }
 
 constexpr std::chrono::seconds kSweepEvery{2};
-// Checking which directories are complete may take one part in this many of the time.
+// Checking which directories are complete may take at most 1/kSweepShare of the time.
 constexpr int kSweepShare = 20;
 
 enum class Place { kDirectory, kNoDirectory, kUnknown };
@@ -217,8 +217,8 @@ class QueueRun {
       wanted_.erase(entry);
   }
 
-  // keldothumb queued its directories again while their last thumbnails were still to be made. A
-  // photo may have been added meanwhile, so each is scanned once more before it is removed.
+  // keldothumb queued its directories again before their last thumbnails were made. A photo may
+  // have been added meanwhile, so each is scanned once more before it is removed.
   void RemoveRequeued() {
     const auto is_done = [this](const std::string& line) {
       return known_.contains(line) && scanner_.Scan(line).IsFinished();

@@ -9,14 +9,13 @@
 
 namespace keldo::ctl {
 
-/// A profile file with those sections of another one that make the kinds of a mask. All are in
-/// phase 0, so that one run makes them from the photo itself. It is in memory, so that nothing is
-/// left of it however this process ends; our children read it by its path for as long as this
-/// object lives.
+/// A copy of a profile file with only the sections for the kinds of a mask. All are in phase 0, so
+/// that one run makes them from the photo itself. It exists only in memory, so nothing is left
+/// behind however this process ends. Our children can read it by its path while this object lives.
 class KindProfile {
  public:
-  /// Nothing when `profile_path` has none of these kinds, or when there is no memory; `problem`
-  /// then says why.
+  /// Nothing when `profile_path` has none of these kinds, or when memory runs out; `problem` then
+  /// says why.
   [[nodiscard]] static std::optional<KindProfile> Make(const std::string& profile_path,
                                                        ThumbSizeMask kinds, std::string& problem);
 

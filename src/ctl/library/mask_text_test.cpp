@@ -9,7 +9,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST(MaskText, KindsComeFromTheSmallestToTheLargest) {
+TEST(MaskText, ListsKindsFromSmallestToLargest) {
   EXPECT_THAT(KindNames(63), ElementsAre("S", "SM", "M", "B", "L", "XL"));
   EXPECT_THAT(KindNames(0), IsEmpty());
   EXPECT_EQ(KindsText(1), "S");
@@ -22,7 +22,7 @@ TEST(MaskText, KindsComeFromTheSmallestToTheLargest) {
   EXPECT_EQ(KindsText(0), "no thumbnails");
 }
 
-TEST(MaskText, AMaskIsANumberOrAListOfKinds) {
+TEST(MaskText, ReadsANumberOrAListOfKinds) {
   EXPECT_EQ(ParseMask("0"), 0);
   EXPECT_EQ(ParseMask("63"), 63);
   EXPECT_EQ(ParseMask("0x23"), 35);
@@ -32,7 +32,7 @@ TEST(MaskText, AMaskIsANumberOrAListOfKinds) {
   EXPECT_EQ(ParseMask("S,S"), 1);
 }
 
-TEST(MaskText, EverythingElseIsNone) {
+TEST(MaskText, RefusesEverythingElse) {
   for (const char* text :
        {"", "64", "-1", "0x40", "0x", "1.5", "S,", ",S", "S M", "XXL", "3 ", "S,3", "all"}) {
     EXPECT_EQ(ParseMask(text), std::nullopt) << text;

@@ -180,7 +180,7 @@ MetadataCleaner::Presence MetadataCleaner::LookUp(const std::string& photo, stru
 
 UniqueFd MetadataCleaner::OpenMetadataOf(const std::string& photo) {
   UniqueFd fd(::openat(metadata_.get(), photo.c_str(), kOpenDirectory));
-  // A link or a file is not of our making, and what is gone needs no message.
+  // A link or a file is not ours, and one that is gone needs no message.
   if (!fd.valid() && errno != ENOTDIR && errno != ELOOP && errno != ENOENT) {
     NoteProblem(std::string(kMetadataDirectory) + "/" + photo);
   }

@@ -25,7 +25,7 @@ using ::testing::HasSubstr;
 using State = MetadataCleaner::State;
 using Reason = Leftovers::Reason;
 
-// An ordinary user for as long as it lives, whoever runs the test.
+// While it lives, the process acts as an ordinary user, whoever runs the test.
 class AsOrdinaryUser {
  public:
   AsOrdinaryUser() {
@@ -90,7 +90,7 @@ TEST_F(MetadataCleanerTest, APhotoThatComesBackKeepsItsMetadata) {
   EXPECT_TRUE(Exists("@eaDir/b.jpg"));
 }
 
-TEST_F(MetadataCleanerTest, AMarkerWhoseThumbnailWentAgainStays) {
+TEST_F(MetadataCleanerTest, KeepsAMarkerWhoseThumbnailIsGoneAgain) {
   WriteFile(dir_.path() + "/a.jpg", "photo");
   Metadata("a.jpg", "KELDOPHOTO_THUMB_S.fail");
   Metadata("a.jpg", "KELDOPHOTO_THUMB_S.jpg");
@@ -103,7 +103,7 @@ TEST_F(MetadataCleanerTest, AMarkerWhoseThumbnailWentAgainStays) {
   EXPECT_TRUE(Exists("@eaDir/a.jpg/KELDOPHOTO_THUMB_S.fail"));
 }
 
-TEST_F(MetadataCleanerTest, WhatTakesTheNameOfALeftoverStays) {
+TEST_F(MetadataCleanerTest, KeepsWhatHasReplacedALeftover) {
   Metadata("a.jpg", "KELDOPHOTO_THUMB_S.jpg");
   MetadataCleaner cleaner(dir_.path());
   const std::vector<Leftovers> found = cleaner.Find();
@@ -118,7 +118,7 @@ TEST_F(MetadataCleanerTest, WhatTakesTheNameOfALeftoverStays) {
   EXPECT_TRUE(fs::is_symlink(file));
 }
 
-TEST_F(MetadataCleanerTest, APhotoThatCannotBeLookedAtIsNotGone) {
+TEST_F(MetadataCleanerTest, APhotoThatCannotBeExaminedIsNotGone) {
   Metadata("a.jpg", "KELDOPHOTO_THUMB_S.jpg");
   MetadataCleaner cleaner(dir_.path());
   chmod(dir_.path().c_str(), 0000);
@@ -130,7 +130,7 @@ TEST_F(MetadataCleanerTest, APhotoThatCannotBeLookedAtIsNotGone) {
   EXPECT_EQ(cleaner.problem(), "a.jpg: Permission denied");
 }
 
-TEST_F(MetadataCleanerTest, WhatCannotBeRemovedIsTold) {
+TEST_F(MetadataCleanerTest, ReportsWhatCannotBeRemoved) {
   Metadata("a.jpg", "KELDOPHOTO_THUMB_S.jpg");
   MetadataCleaner cleaner(dir_.path());
   const std::vector<Leftovers> found = cleaner.Find();
@@ -145,7 +145,7 @@ TEST_F(MetadataCleanerTest, WhatCannotBeRemovedIsTold) {
   EXPECT_TRUE(Exists("@eaDir/a.jpg/KELDOPHOTO_THUMB_S.jpg"));
 }
 
-TEST(MetadataNames, KindsAreToldByBothSpellings) {
+TEST(MetadataNames, RecognisesKindsInBothSpellings) {
   EXPECT_EQ(WhatIs("KELDOPHOTO:THUMB_SM.jpg").file, MetadataFile::kThumbnail);
   EXPECT_EQ(WhatIs("KELDOPHOTO:THUMB_SM.jpg").kind, 5);
   EXPECT_EQ(WhatIs("KELDOPHOTO_THUMB_S.fail").file, MetadataFile::kMarker);

@@ -25,8 +25,8 @@
 namespace keldo::ctl {
 namespace {
 
-// Looks a photo's files up below the directory's open "@eaDir" (-1 where there is none), by paths
-// as short as they can be.
+// Looks a photo's files up below the directory's open "@eaDir" (-1 where there is none), by the
+// shortest possible paths.
 class MetadataOf {
  public:
   MetadataOf(int metadata_fd, const DirPhoto& photo)
@@ -49,7 +49,7 @@ class MetadataOf {
     return IsMarked(kind) ? ThumbState::kFailed : ThumbState::kMissing;
   }
 
-  /// The time of the newest marker that was met; 0 for none.
+  /// The time of the newest marker found; 0 for none.
   [[nodiscard]] time_t failed_at() const { return failed_at_; }
 
  private:
@@ -60,7 +60,7 @@ class MetadataOf {
     return true;
   }
 
-  // Asked once a photo: most photos without thumbnails have no metadata directory at all.
+  // Checked once per photo: most photos without thumbnails have no metadata directory at all.
   bool Exists() {
     struct stat status {};
     return Find("", status);

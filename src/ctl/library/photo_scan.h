@@ -1,4 +1,4 @@
-// What a library has and what it lacks, as a person wants to know it.
+// Scans photo libraries: which thumbnails are there, and which are not.
 #pragma once
 
 #include <sys/stat.h>
@@ -16,7 +16,7 @@
 
 namespace keldo::ctl {
 
-/// How it stands with one thumbnail of a photo.
+/// The state of one thumbnail of a photo.
 enum class ThumbState {
   kUnwanted,  ///< The index or the profile file does not ask for this kind.
   kPresent,
@@ -28,8 +28,8 @@ enum class ThumbState {
 inline constexpr std::array<ThumbState, 4> kCountedStates = {
     ThumbState::kPresent, ThumbState::kMissing, ThumbState::kStale, ThumbState::kFailed};
 
-/// True when a photo was changed, or who may read it, after the marker was left: what failed then
-/// may succeed now. Both times are those that the file system keeps and nobody sets.
+/// True when a photo or its permissions changed after the marker was left: what failed then may
+/// succeed now. Compares change times, which only the file system sets.
 [[nodiscard]] bool IsMarkerOutdated(const struct stat& photo, const struct stat& marker);
 
 /// One photo and its thumbnails.
@@ -52,9 +52,9 @@ struct PhotoState {
 struct DirectoryState {
   std::string path;
   std::vector<PhotoState> photos;
-  int error = 0;  ///< An errno value when not all could be looked at.
+  int error = 0;  ///< An errno value when not everything could be read.
 
-  /// True when it is known that nothing is left to do: all was looked at, and every photo has its
+  /// True when certainly nothing is left to do: everything could be read, and every photo has its
   /// thumbnails or has failed.
   [[nodiscard]] bool IsFinished() const;
 };
@@ -62,7 +62,7 @@ struct DirectoryState {
 /// The photo's path.
 [[nodiscard]] std::string PathOf(const DirectoryState& directory, const PhotoState& photo);
 
-/// Photos and thumbnails added up.
+/// The numbers of photos and thumbnails.
 struct LibraryCounts {
   int photos = 0;
   int failed_photos = 0;
@@ -79,7 +79,7 @@ struct LibraryCounts {
 
 [[nodiscard]] LibraryCounts CountsOf(const DirectoryState& directory);
 
-/// Looks at directories. Changes nothing and starts nothing.
+/// Scans directories. Changes nothing and starts nothing.
 class PhotoScanner {
  public:
   /// Wants the kinds that both the index and the profile file ask for; without a profile file, all
@@ -87,7 +87,7 @@ class PhotoScanner {
   explicit PhotoScanner(std::optional<std::string> profile_path = std::nullopt);
 
   /// The photos directly in `directory`, which has no slash at its end unless it is "/". What
-  /// cannot be looked at is logged and left out, and `error` is set.
+  /// cannot be read is logged and left out, and `error` is set.
   [[nodiscard]] DirectoryState Scan(const std::string& directory);
 
   /// The kinds wanted in a directory.
@@ -95,7 +95,7 @@ class PhotoScanner {
 
  private:
   std::optional<std::string> profile_path_;
-  /// What is left of a mask of the index when the profile file has had its say.
+  /// For a mask of the index, the kinds that the profile file asks for too.
   std::map<ThumbSizeMask, ThumbSizeMask> wanted_of_mask_;
 };
 

@@ -56,7 +56,7 @@ TEST_F(PhotoScanTest, TheColonSpellingCountsWhereTheOtherIsMissing) {
   EXPECT_EQ(Of(photo, THUMB_M), ThumbState::kStale);
 }
 
-TEST_F(PhotoScanTest, AMarkerTellsAFailureUntilThePhotoChanges) {
+TEST_F(PhotoScanTest, AMarkerMeansFailureUntilThePhotoChanges) {
   Photo("a.jpg");
   Thumbs("a.jpg", {"S"});
   Markers("a.jpg", {"XL", "S"});
@@ -81,7 +81,7 @@ TEST_F(PhotoScanTest, AMarkerTellsAFailureUntilThePhotoChanges) {
   EXPECT_EQ(photo.failed_at, 0);
 }
 
-TEST_F(PhotoScanTest, AMarkerIsOutdatedByTheNanosecond) {
+TEST_F(PhotoScanTest, ComparesMarkerTimesToTheNanosecond) {
   struct stat photo {};
   struct stat marker {};
   photo.st_ctim = {5, 100};
@@ -93,7 +93,7 @@ TEST_F(PhotoScanTest, AMarkerIsOutdatedByTheNanosecond) {
   EXPECT_FALSE(IsMarkerOutdated(photo, marker));
 }
 
-TEST_F(PhotoScanTest, OnlyPhotosCountInByteOrderAndAnyNameWorks) {
+TEST_F(PhotoScanTest, ListsOnlyPhotosInByteOrderWhateverTheirNames) {
   const Texts names{"%s[1]*.jpg", "-a.jpg", "@x.jpg", "b\nc.jpg", "\xFF.jpg"};
   for (const std::string& name : names) {
     Photo(name);
@@ -111,11 +111,11 @@ TEST_F(PhotoScanTest, OnlyPhotosCountInByteOrderAndAnyNameWorks) {
   }
 }
 
-TEST_F(PhotoScanTest, ADirectoryThatIsNotThereHasNoPhotos) {
+TEST_F(PhotoScanTest, AMissingDirectoryHasNoPhotos) {
   EXPECT_TRUE(PhotoScanner().Scan(In("none")).photos.empty());
 }
 
-TEST_F(PhotoScanTest, WhatNeitherTheProfileNorTheIndexAsksForIsUnwanted) {
+TEST_F(PhotoScanTest, WantsKindsThatBothProfileAndIndexAskFor) {
   Photo("a.jpg");
   const std::string profile = dir_.path() + "/thumb.conf";
   Write(profile,
@@ -157,7 +157,7 @@ TEST_F(PhotoScanTest, CountsAddUp) {
   EXPECT_EQ(counts.Thumbs(THUMB_S, ThumbState::kPresent), 2);
 }
 
-TEST_F(PhotoScanTest, AProfileIsUsableWhenItCanBeParsedAndSaysSomething) {
+TEST_F(PhotoScanTest, AProfileIsUsableWhenItParsesAndHasAThumbnail) {
   const std::string profile = dir_.path() + "/p.conf";
   EXPECT_FALSE(IsUsableProfile(profile));
   Write(profile, "# nothing\n");
@@ -168,7 +168,7 @@ TEST_F(PhotoScanTest, AProfileIsUsableWhenItCanBeParsedAndSaysSomething) {
   EXPECT_TRUE(IsUsableProfile(profile));
 }
 
-TEST_F(PhotoScanTest, WhatCannotBeLookedAtIsNotTakenForFinished) {
+TEST_F(PhotoScanTest, IsNotFinishedWhenSomethingCannotBeRead) {
   Photo("a.jpg");
   AllThumbs("a.jpg");
   EXPECT_TRUE(PhotoScanner().Scan(root_).IsFinished());
@@ -182,7 +182,7 @@ TEST_F(PhotoScanTest, WhatCannotBeLookedAtIsNotTakenForFinished) {
   EXPECT_TRUE(PhotoScanner().Scan(root_).IsFinished()) << "a failure is an end";
   std::filesystem::create_symlink("nowhere", In("dangling.jpg"));
   EXPECT_EQ(PhotoScanner().Scan(root_).error, 0);
-  // A link to a name that no file can have cannot be looked at.
+  // A link to a name that no file can have cannot be read.
   std::filesystem::create_symlink(std::string(300, 'x'), In("long.jpg"));
   EXPECT_EQ(PhotoScanner().Scan(root_).error, ENAMETOOLONG);
 }

@@ -13,7 +13,7 @@
 namespace keldo::ctl {
 
 /// Gives a process, and what it starts from then on, the lowest processor and disk priority; 0 is
-/// this process. Where the system refuses, the process is just less polite.
+/// this process. If the system refuses, the priority stays as it is.
 void YieldToOthers(pid_t pid);
 
 /// What a wait status other than 0 means, in words: "keldothumb was killed by signal 11
@@ -56,7 +56,7 @@ class ThumbRunner {
 
   /// Kills all runs together with the converters that they have started. Asked to terminate, a run
   /// would stop every converter on the machine by its name, including those of other runs and other
-  /// people, which would then be marked as failures.
+  /// users, whose photos would then be marked as failed.
   void StopAll();
 
  private:

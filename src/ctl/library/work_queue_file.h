@@ -82,14 +82,14 @@ class QueueClaim {
  public:
   explicit QueueClaim(QueuePaths paths) : paths_(std::move(paths)) {}
 
-  /// Locks out other runs. False, with is_busy(), if there is one.
+  /// Locks out other runs. False, with is_busy(), if there is another run.
   [[nodiscard]] bool Lock();
   [[nodiscard]] bool is_busy() const { return is_busy_; }
 
-  /// Takes all entries: those that an earlier run left, then those waiting.
+  /// Claims all entries: those that an earlier run left, then those waiting.
   [[nodiscard]] bool Claim();
 
-  /// The entries taken, oldest first.
+  /// The claimed entries, oldest first.
   [[nodiscard]] const std::vector<std::string>& entries() const { return entries_; }
 
   /// Removes entries for good.

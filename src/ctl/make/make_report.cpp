@@ -123,9 +123,9 @@ void PrintTextSummary(Console& console, const MakeOutcome& outcome, const Librar
   PrintList(console, "Not finished:", undone.unfinished);
 }
 
-// keldothumb queued the directories while their last thumbnails were still to be made. Each is
-// scanned once more, for photos that came meanwhile and for kinds that the index wants but this run
-// was not told to make.
+// keldothumb queued the directories before their last thumbnails were made. Each is scanned once
+// more, for photos that were added meanwhile and for kinds that the index wants but this run was
+// not asked to make.
 void TakeOutOfQueue(const MakeOutcome& outcome, Console& console) {
   // A user who may not write to the queue has not added anything to it.
   if (::access(paths::kThumbQueue, W_OK) != 0) return;
@@ -153,7 +153,7 @@ std::string ProgressText(const MakeProgress& progress) {
   }
   if (progress.thumbs_made == 0 || elapsed <= 0) return text;
   const double per_second = progress.thumbs_made / elapsed;
-  // Photos that came meanwhile are not in the total.
+  // Photos that were added meanwhile are not in the total.
   const int left = std::max(0, progress.thumbs_total - progress.thumbs_made);
   return text + ", " + OneDecimal(per_second) + " thumbnails/s, " + TimeText(left / per_second) +
          " left";

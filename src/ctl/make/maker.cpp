@@ -17,7 +17,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kRefreshEvery{500};
-// Scanning the running directories may take one part in this many of the time.
+// Scanning directories during their runs may take at most 1/kRefreshShare of the time.
 constexpr int kRefreshShare = 20;
 // Kernels before 5.3 do not report the end of a child: poll this often instead.
 constexpr milliseconds kPollEvery{50};
@@ -74,7 +74,8 @@ void Maker::Add(std::vector<DirectoryState> directories) {
     folder_of_[state.path] = folders_.size();
     folders_.push_back({std::move(state), counts, 0, 0, {}});
   }
-  // The largest first: started last, it would run alone on one processor at the end.
+  // The largest directory first: started last, it would keep one processor busy while the others
+  // have nothing left to do.
   std::stable_sort(waiting_.begin(), waiting_.end(), [this](std::size_t a, std::size_t b) {
     return Lacking(folders_[a].at_start) > Lacking(folders_[b].at_start);
   });
@@ -144,7 +145,7 @@ void Maker::FinishRun(std::size_t folder) {
   const bool was_worth_it = counts.Thumbs(ThumbState::kPresent) > done.present_before_run ||
                             FailedSince(done.state, begin_time_) > done.failed_before_run;
   if (was_worth_it) {
-    // At once, so that its photos are complete as soon as possible.
+    // Run it again at once, so that its photos are complete as soon as possible.
     waiting_.push_front(folder);
   } else if (IsDirectoryLocked(done.state.path)) {
     done.not_before = Clock::now() + options_.locked_again_after;
@@ -152,7 +153,7 @@ void Maker::FinishRun(std::size_t folder) {
   }
 }
 
-// Scans the running directories and reports the progress.
+// Scans the directories that runs are working on, and reports the progress.
 void Maker::Refresh() {
   const Clock::time_point begin = Clock::now();
   Scan(runner_.Directories());

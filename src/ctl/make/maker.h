@@ -35,7 +35,7 @@ struct MakeProgress {
   std::chrono::steady_clock::duration elapsed{};
 };
 
-/// A process that did not end as it should.
+/// A process that ended abnormally.
 struct RunTrouble {
   std::string directory;
   std::string text;  ///< "keldothumb was killed by signal 11 (Segmentation fault)".
@@ -46,12 +46,12 @@ struct MakeOutcome {
   MakeProgress progress;
   /// Directories in the order in which they were given, as they are now.
   std::vector<DirectoryState> directories;
-  std::vector<RunTrouble> troubles;  ///< In the order in which they came.
+  std::vector<RunTrouble> troubles;  ///< In the order in which they occurred.
   bool stopped = false;              ///< By the stop descriptor.
   std::string problem;               ///< Why no process could be started; empty when all could.
 };
 
-/// Runs the program over directories until everything that can be made is there: a directory is run
+/// Runs the program over directories until everything that can be made is there. A directory is run
 /// again until a run makes nothing new, which also finishes deferred phases. Directories that
 /// another run has locked are tried again later. Directories with the most work come first.
 /// Directories where everything that is missing has failed before are skipped.

@@ -15,8 +15,8 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// The program's stand-in is a shell script: $1 is the profile file, $2 the directory, $turn the
-// number of times that it was run on this directory, and make PHOTO KIND... makes thumbnails.
+// A shell script stands in for keldothumb. $1 is the profile file, $2 the directory, and $turn
+// counts the runs on this directory so far. "make PHOTO KIND..." makes thumbnails.
 constexpr const char* kScriptHead = R"sh(#!/bin/sh
 log=$(dirname "$0")/log
 name=$(basename "$2")
@@ -33,7 +33,8 @@ fail() {
 }
 folder=$2
 )sh";
-// As the program does: all but the smallest in the first run, that in the second.
+// Like keldothumb, makes all kinds but the smallest in the first run, and the smallest in the
+// second.
 constexpr const char* kTwoPhases = R"sh(
 for path in "$folder"/*.jpg; do
   photo=$(basename "$path")
@@ -65,7 +66,7 @@ class MakerTest : public LibraryTest {
     return maker.Run(std::move(directories));
   }
 
-  // The names of the directories that the program was run on, in order.
+  // The names of the directories on which the program was run, in order.
   [[nodiscard]] Texts Turns() const { return LinesOf(dir_.path() + "/log"); }
   static Texts LinesOf(const std::string& path) {
     std::ifstream file(path);
@@ -80,7 +81,7 @@ class MakerTest : public LibraryTest {
   Maker::Report on_report_;
 };
 
-TEST_F(MakerTest, ADirectoryHasItsTurnUntilNothingIsMissing) {
+TEST_F(MakerTest, RunsADirectoryUntilNothingIsMissing) {
   Photo("trip/a.jpg");
   Photo("trip/b.jpg");
   const MakeOutcome outcome = Make({"trip"});
@@ -95,7 +96,7 @@ TEST_F(MakerTest, ADirectoryHasItsTurnUntilNothingIsMissing) {
   EXPECT_EQ(outcome.problem, "");
 }
 
-TEST_F(MakerTest, WhatIsCompleteOrHasFailedStartsNothing) {
+TEST_F(MakerTest, SkipsDirectoriesThatAreCompleteOrHaveFailed) {
   Photo("done/a.jpg");
   AllThumbs("done/a.jpg");
   Photo("bad/b.jpg");
@@ -106,7 +107,7 @@ TEST_F(MakerTest, WhatIsCompleteOrHasFailedStartsNothing) {
   EXPECT_EQ(outcome.progress.photos_total, 0);
 }
 
-TEST_F(MakerTest, APhotoThatFailsIsNotTriedAgain) {
+TEST_F(MakerTest, DoesNotRetryAPhotoThatFails) {
   Photo("trip/a.jpg");
   Photo("trip/bad.jpg");
   Program("make a.jpg S SM M B L XL; fail bad.jpg");
@@ -117,7 +118,7 @@ TEST_F(MakerTest, APhotoThatFailsIsNotTriedAgain) {
   EXPECT_TRUE(outcome.directories.at(0).photos.at(1).IsFailed());
 }
 
-TEST_F(MakerTest, ARunThatBringsNothingIsTheLastOne) {
+TEST_F(MakerTest, StopsAfterARunWithoutProgress) {
   Photo("trip/a.jpg");
   Photo("trip/b.jpg");
   Program("make a.jpg S SM M B L XL");
@@ -126,7 +127,7 @@ TEST_F(MakerTest, ARunThatBringsNothingIsTheLastOne) {
   EXPECT_TRUE(outcome.directories.at(0).photos.at(1).IsUnfinished());
 }
 
-TEST_F(MakerTest, StaleThumbnailsAreMadeAndCounted) {
+TEST_F(MakerTest, RendersAndCountsStaleThumbnails) {
   Photo("trip/a.jpg");
   AllThumbs("trip/a.jpg");
   Thumbs("trip/a.jpg", {"XL"}, -1);
@@ -134,7 +135,7 @@ TEST_F(MakerTest, StaleThumbnailsAreMadeAndCounted) {
   EXPECT_THAT(Turns(), ElementsAre("trip"));
 }
 
-TEST_F(MakerTest, TheLargestDirectoryIsBegunFirst) {
+TEST_F(MakerTest, StartsWithTheLargestDirectory) {
   Photo("small/a.jpg");
   for (const char* name : {"large/a.jpg", "large/b.jpg", "large/c.jpg"})
     Photo(name);
@@ -145,10 +146,11 @@ TEST_F(MakerTest, TheLargestDirectoryIsBegunFirst) {
   EXPECT_THAT(Turns(), ElementsAre("large", "middle", "small"));
 }
 
-TEST_F(MakerTest, AsManyRunAtOnceAsThereAreJobs) {
+TEST_F(MakerTest, RunsAsManyAtOnceAsThereAreJobs) {
   for (const char* name : {"a/a.jpg", "b/a.jpg", "c/a.jpg"})
     Photo(name);
-  // Each waits for a second one, so that one at a time would show; and no more may be there.
+  // Each run waits until there is a second one and writes how many there are. One at a time would
+  // be too few, and more than two would be too many.
   Program(R"sh(
 here=$(dirname "$0"); : >"$here/running.$name"
 for i in $(seq 200); do
@@ -167,7 +169,7 @@ make a.jpg S SM M B L XL
   EXPECT_EQ(counts.at(1), "2");
 }
 
-TEST_F(MakerTest, TheProcessorsAreSharedOut) {
+TEST_F(MakerTest, SharesTheProcessorsAmongTheRuns) {
   Photo("a/a.jpg");
   Photo("b/a.jpg");
   Program(R"sh(echo "$MAGICK_THREAD_LIMIT $OMP_NUM_THREADS" >>"$(dirname "$0")/threads"
@@ -181,7 +183,7 @@ make a.jpg S SM M B L XL)sh");
   EXPECT_THAT(LinesOf(dir_.path() + "/threads"), ElementsAre("2 2", "2 2"));
 }
 
-TEST_F(MakerTest, NiceRunsYield) {
+TEST_F(MakerTest, NiceRunsHaveTheLowestPriority) {
   Photo("a/a.jpg");
   Program(R"sh(sleep 0.2; nice >"$(dirname "$0")/nice"; ionice >>"$(dirname "$0")/nice"
 make a.jpg S SM M B L XL)sh");
@@ -190,12 +192,12 @@ make a.jpg S SM M B L XL)sh");
   EXPECT_THAT(LinesOf(dir_.path() + "/nice"), ElementsAre("19", "idle"));
 }
 
-TEST_F(MakerTest, ALockedDirectoryIsTriedAgainLater) {
+TEST_F(MakerTest, RetriesALockedDirectoryLater) {
   Photo("a/a.jpg");
   std::filesystem::create_directory(In("a/@eaDir"));
   UniqueFd lock(open(In("a/@eaDir").c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX | LOCK_NB), 0);
-  // Does nothing where it cannot have the lock, as the program.
+  // Like keldothumb, does nothing if it cannot get the lock.
   Program(R"sh(flock -n "$folder/@eaDir" true || exit 0; make a.jpg S SM M B L XL)sh");
   on_report_ = [&](const MakeProgress& /*progress*/) { lock.reset(); };
   const MakeOutcome outcome = Make({"a"});
@@ -203,7 +205,7 @@ TEST_F(MakerTest, ALockedDirectoryIsTriedAgainLater) {
   EXPECT_THAT(Turns(), ElementsAre("a", "a"));
 }
 
-TEST_F(MakerTest, AProgramThatCannotBeStartedIsAProblem) {
+TEST_F(MakerTest, ReportsAProgramThatCannotBeStarted) {
   Photo("a/a.jpg");
   options_.keldothumb = In("none");
   const MakeOutcome outcome = Make({"a"});
@@ -211,7 +213,7 @@ TEST_F(MakerTest, AProgramThatCannotBeStartedIsAProblem) {
   EXPECT_EQ(outcome.progress.photos_done, 0);
 }
 
-TEST_F(MakerTest, AStopEndsTheChildrenAndSaysSo) {
+TEST_F(MakerTest, AStopKillsTheChildrenAndIsReported) {
   Photo("a/a.jpg");
   Photo("b/a.jpg");
   Program(R"sh(echo $$ >>"$(dirname "$0")/pids"; exec sleep 1000)sh");
@@ -229,14 +231,14 @@ TEST_F(MakerTest, AStopEndsTheChildrenAndSaysSo) {
   EXPECT_EQ(errno, ESRCH);
 }
 
-TEST_F(MakerTest, AnyDirectoryNameReachesTheProgramAsItIs) {
+TEST_F(MakerTest, PassesAnyDirectoryNameUnchanged) {
   const std::string name = "-R:a b\n%s[1]*'\"\xFF";
   Photo(name + "/a.jpg");
   Program(R"sh(make a.jpg S SM M B L XL)sh");
   EXPECT_EQ(Make({name}).progress.photos_done, 1);
 }
 
-TEST_F(MakerTest, AProgramThatEndsBadlyIsTold) {
+TEST_F(MakerTest, ReportsAProgramThatCrashes) {
   Photo("a/a.jpg");
   Photo("b/a.jpg");
   Program(R"sh(make a.jpg S SM M B L XL; [ "$name" = b ] || kill -SEGV $$)sh");

@@ -12,7 +12,7 @@
 
 namespace keldo::ctl {
 
-/// How patient the scheduler is. Everything follows from the quiet period.
+/// How long the scheduler waits. Everything follows from the quiet period.
 struct SchedulerTimes {
   using Duration = Clock::duration;
 

@@ -15,7 +15,7 @@ struct Trouble {
   std::string photo;
   std::string reason;
   off_t bytes = 0;         ///< The photo's size.
-  bool has_failed = true;  ///< Else the run left it undone.
+  bool has_failed = true;  ///< Otherwise the run left it undone.
 };
 
 /// What one run over a directory achieved.
@@ -26,7 +26,7 @@ struct RunResult {
   std::vector<Trouble> troubles;
 };
 
-/// Counts what was made between two scans of a directory. Does not look for troubles.
+/// Counts what was made between two scans of a directory. Leaves `troubles` empty.
 [[nodiscard]] RunResult Compare(const DirectoryState& before, const DirectoryState& after);
 
 /// True when the run achieved something: thumbnails were made, or photos newly failed.
@@ -37,17 +37,17 @@ struct RunResult {
 /// empty)". Empty if there is nothing to report.
 [[nodiscard]] std::string TextOf(const RunResult& result);
 
-/// Remembers which troubles have been reported, so that each is reported once.
+/// Remembers which incomplete photos have been reported, so that each is reported once.
 class TroubleMemory {
  public:
-  /// Returns those of a directory's troubles that are new, and forgets those that are over.
-  /// Troubles of the photos in `changed` always count as new.
+  /// Returns those incomplete photos of a directory that are new or differ from what was reported,
+  /// and forgets those that are complete by now. Photos in `changed` always count as new.
   [[nodiscard]] std::vector<Trouble> Update(const std::string& directory,
                                             const std::vector<Trouble>& troubles,
                                             const std::set<std::string>& changed);
   void Forget(const std::string& directory) { reported_.erase(directory); }
 
-  /// The number of directories with troubles.
+  /// The number of directories with incomplete photos.
   [[nodiscard]] std::size_t size() const { return reported_.size(); }
 
  private:

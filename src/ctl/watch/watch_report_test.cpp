@@ -103,13 +103,13 @@ class TroubleMemoryTest : public ::testing::Test {
   TroubleMemory memory_;
 };
 
-TEST_F(TroubleMemoryTest, ReportsEachTroubleOnce) {
+TEST_F(TroubleMemoryTest, ReportsEachPhotoOnce) {
   EXPECT_EQ(NewsOf({{"a", "is empty", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({{"a", "is empty", 0, true}}), 0U);
   EXPECT_EQ(NewsOf({{"a", "is empty", 0, true}, {"b", "is empty", 0, true}}), 1U);
 }
 
-TEST_F(TroubleMemoryTest, ReportsChangedTroublesAgain) {
+TEST_F(TroubleMemoryTest, ReportsAChangedPhotoAgain) {
   ASSERT_EQ(NewsOf({{"a", "is empty", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({{"a", "is cut off", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({{"a", "is cut off", 77, true}}), 1U);
@@ -117,7 +117,7 @@ TEST_F(TroubleMemoryTest, ReportsChangedTroublesAgain) {
   EXPECT_EQ(NewsOf({{"a", "is cut off", 77, true}}, {"a"}), 1U);
 }
 
-TEST_F(TroubleMemoryTest, ForgetsTroublesThatAreOver) {
+TEST_F(TroubleMemoryTest, ForgetsPhotosThatAreComplete) {
   ASSERT_EQ(NewsOf({{"a", "is empty", 0, true}}), 1U);
   EXPECT_EQ(NewsOf({}), 0U);
   EXPECT_EQ(memory_.size(), 0U);
