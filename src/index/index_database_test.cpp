@@ -35,7 +35,7 @@ class IndexDatabaseTest : public ::testing::Test {
   std::string path_ = dir_.path() + "/state/index.db";
 };
 
-TEST_F(IndexDatabaseTest, OpeningMakesNothing) {
+TEST_F(IndexDatabaseTest, OpeningCreatesNothing) {
   const auto opened = IndexDatabase::Open(path_);
   EXPECT_EQ(opened.database, nullptr);
   EXPECT_TRUE(opened.missing);
@@ -43,7 +43,7 @@ TEST_F(IndexDatabaseTest, OpeningMakesNothing) {
   EXPECT_FALSE(std::filesystem::exists(dir_.path() + "/state"));
 }
 
-TEST_F(IndexDatabaseTest, CreatingMakesFilesThatAllCanRead) {
+TEST_F(IndexDatabaseTest, CreatesFilesThatEverybodyCanRead) {
   for (const mode_t mask : {mode_t{0}, mode_t{0077}}) {
     std::filesystem::remove_all(dir_.path() + "/state");
     const mode_t before = umask(mask);

@@ -12,10 +12,11 @@ namespace keldo::plugind {
 namespace {
 
 constexpr std::size_t kReadSize = 16384;
-// Bytes of replies that a client has not read. Beyond that no request is read or answered.
+// The most bytes of replies that wait for a client to read them. Beyond that, no request is read or
+// answered.
 constexpr std::size_t kMaxOutput = 65536;
-// How often a client is still read when the daemon stops: enough to empty a socket's buffer, and an
-// end for a client that never stops sending.
+// How many more times a client is read when the daemon stops: often enough to empty a socket's
+// buffer, but not forever when a client never stops sending.
 constexpr int kMaxLastReads = 64;
 
 }  // namespace
@@ -39,7 +40,7 @@ bool Connection::Read() {
 
 bool Connection::AnswerNext(const Answerer& answerer) {
   std::optional<RequestLine> line = requests_.Next();
-  // The last request may end with the client's sending instead of a newline.
+  // The last request may end with the stream instead of a newline.
   if (!line && input_ == Input::kEnded) line = requests_.Rest();
   if (!line) return false;
   const Answer answer = line->too_long

@@ -52,7 +52,7 @@ class ConnectionTest : public ::testing::Test {
   };
 };
 
-TEST_F(ConnectionTest, RequestsThatCameTogetherAreAllAnswered) {
+TEST_F(ConnectionTest, AnswersAllRequestsThatArriveTogether) {
   // Their replies fit only into the socket's buffer, not into the connection's.
   constexpr std::size_t kRequests = 1500;
   Send(std::string(kRequests, '\n'));
@@ -96,7 +96,7 @@ TEST_F(ConnectionTest, OnlyWholeRequestsAndReadRepliesAreProgress) {
   EXPECT_EQ(connection_->last_progress(), After(3));
 }
 
-TEST_F(ConnectionTest, EndsWhenAllIsAnswered) {
+TEST_F(ConnectionTest, EndsWhenEverythingIsAnswered) {
   Send("one\ntwo");
   ::shutdown(client_.get(), SHUT_WR);
   EXPECT_TRUE(Serve());

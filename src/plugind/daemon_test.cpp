@@ -83,7 +83,7 @@ TEST_F(PluginDaemonTest, VersionsComeFromTheIndex) {
   EXPECT_EQ(Ask("GET_INDEX_VERSION", kOddPath)["success"], true);
 }
 
-TEST_F(PluginDaemonTest, FinishedFilesAreNotedAndTheirVersionStays) {
+TEST_F(PluginDaemonTest, FinishedFilesAreRecordedAndTheirVersionStays) {
   daemon_.Start();
   const std::time_t before = std::time(nullptr);
   EXPECT_EQ(Ask("POST_PHOTO_CONVERT", kOddPath)["success"], true);
@@ -160,7 +160,7 @@ TEST_F(PluginDaemonTest, ServesClientsThatSendByteByByte) {
   }
 }
 
-TEST_F(PluginDaemonTest, RefusesRubbishWithALogLineEach) {
+TEST_F(PluginDaemonTest, LogsEachInvalidRequestThatItRefuses) {
   daemon_.Start();
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) {
@@ -190,7 +190,7 @@ TEST_F(PluginDaemonTest, AnOversizedRequestIsRefusedAndTheNextOneAnswered) {
   EXPECT_EQ(daemon_.Logged(": it is longer than 65536 bytes\n"), 1);
 }
 
-TEST_F(PluginDaemonTest, AClientThatLeavesMidRequestHarmsNobody) {
+TEST_F(PluginDaemonTest, AClientThatLeavesMidRequestDoesNoHarm) {
   daemon_.Start();
   for (int i = 0; i < 20; ++i) {
     Client client(daemon_.socket());
@@ -199,7 +199,7 @@ TEST_F(PluginDaemonTest, AClientThatLeavesMidRequestHarmsNobody) {
   ExpectServing();
 }
 
-TEST_F(PluginDaemonTest, NotesWhatAClientSentBeforeItLeft) {
+TEST_F(PluginDaemonTest, RecordsWhatAClientSentBeforeItLeft) {
   daemon_.Start();
   {
     Client client(daemon_.socket());

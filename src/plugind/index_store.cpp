@@ -20,7 +20,7 @@ constexpr int kVideoDatabase = 1;
 }  // namespace
 
 DatabaseStore::DatabaseStore(std::string path) : path_(std::move(path)) {
-  // Log at the start what is wrong with it.
+  // Opened at the start, so that the log says at once what is wrong with it.
   static_cast<void>(Database());
 }
 
@@ -29,7 +29,8 @@ void DatabaseStore::OngoingProblem::Log(const char* what, const std::string& pro
   syslog(LOG_ERR, "cannot %s: %s", what, problem.c_str());
 }
 
-// Somebody may remove the file and make a new one; nobody else then reads what we write to the old.
+// Somebody may remove the file and create a new one; nobody else would then read what we write to
+// the old one.
 bool DatabaseStore::IsReplaced() const {
   struct stat file {};
   return ::stat(path_.c_str(), &file) != 0 || file.st_dev != device_ || file.st_ino != inode_;
@@ -87,7 +88,7 @@ bool DatabaseStore::IsConversionOn(_tag_THUMB_TYPE_ type) {
   return read ? on.value_or(true) : true;
 }
 
-// Of photos the index also knows the sizes that were reported while they were converted.
+// For photos, the index also has the sizes that were reported when they were converted.
 std::optional<index::MediaRecord> DatabaseStore::FindMedia(std::string_view path,
                                                            int database_number) {
   std::optional<index::MediaRecord> found;

@@ -26,9 +26,9 @@ class IndexStore {
   /// The index version of a file; 0 for one that the index does not know.
   [[nodiscard]] virtual int Version(std::string_view path) = 0;
 
-  /// Notes that the work on a file is finished, at this time. Its version stays: a version says
-  /// that the index itself has taken the file in, and new thumbnails then follow the existing ones
-  /// instead of the photo's orientation tag. False when it could not be noted.
+  /// Records that the work on a file was finished at this time. Its version stays as it is: a
+  /// version means that the index itself has registered the file, and new thumbnails then follow
+  /// the existing ones instead of the photo's orientation tag. False when it could not be recorded.
   [[nodiscard]] virtual bool AddFinished(std::string_view path) = 0;
 
   /// Whether conversion is switched on; true unless somebody switched it off.
@@ -40,9 +40,9 @@ class IndexStore {
                                                                     int database) = 0;
 };
 
-/// Opens the database, or makes it where it is missing, and reopens it after a failure or when the
-/// file was replaced. Without a database it answers with the defaults and cannot note anything.
-/// Logs each problem once while it lasts.
+/// Opens the database, or creates it where it is missing, and reopens it after a failure or when
+/// the file was replaced. Without a database it answers with the defaults and records nothing. Logs
+/// each problem once while it lasts.
 class DatabaseStore : public IndexStore {
  public:
   explicit DatabaseStore(std::string path);

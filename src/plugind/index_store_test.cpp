@@ -53,7 +53,7 @@ TEST_F(IndexStoreTest, PhotosHaveTheSizeThatWasReported) {
   EXPECT_FALSE(store.FindMedia("/v/t.jpg", 0));
 }
 
-TEST_F(IndexStoreTest, ARecordWinsOverAReportedSize) {
+TEST_F(IndexStoreTest, ARecordTakesPrecedenceOverAReportedSize) {
   DatabaseStore store(path_);
   ASSERT_TRUE(Database()->SetResolution({"/v/a.jpg", 60, 40}, {"/v/t.jpg", 6, 4}));
   ASSERT_TRUE(Database()->SetMedia({.path = "/v/a.jpg", .orientation = 8}));

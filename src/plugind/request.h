@@ -20,7 +20,7 @@ struct RequestLine {
 };
 
 /// Collects bytes and gives them back line by line. Holds at most kMaxRequest bytes of an
-/// unfinished line, whatever comes in.
+/// unfinished line, whatever the client sends.
 class RequestBuffer {
  public:
   void Append(std::string_view bytes);
@@ -28,7 +28,7 @@ class RequestBuffer {
   /// The next whole line, if there is one.
   [[nodiscard]] std::optional<RequestLine> Next();
 
-  /// What stands after the last newline, at the end of the connection; nothing when that is empty.
+  /// What follows the last newline, at the end of the connection; nothing when that is empty.
   [[nodiscard]] std::optional<RequestLine> Rest();
 
  private:
@@ -46,8 +46,8 @@ struct Answer {
   std::string problem;  ///< Text for the log; empty unless the request itself was wrong.
 };
 
-/// Answers the request in `text`. Whatever the text is, there is an answer; nothing is thrown. A
-/// path in it may be any bytes.
+/// Answers the request in `text`. Every text gets an answer; nothing is thrown. A path in it may be
+/// any bytes.
 [[nodiscard]] Answer AnswerRequest(std::string_view text, IndexStore& store);
 
 /// The answer to a line that is not a request.

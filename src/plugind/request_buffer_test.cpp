@@ -30,7 +30,7 @@ TEST(RequestBuffer, IsEmptyAtFirst) {
   EXPECT_FALSE(buffer.Rest());
 }
 
-TEST(RequestBuffer, GivesWholeLinesOnly) {
+TEST(RequestBuffer, ReturnsWholeLinesOnly) {
   RequestBuffer buffer;
   buffer.Append("one\ntwo\nthr");
   EXPECT_EQ(All(buffer), (Lines{"one", "two"}));
@@ -39,7 +39,7 @@ TEST(RequestBuffer, GivesWholeLinesOnly) {
   EXPECT_FALSE(buffer.Rest());
 }
 
-TEST(RequestBuffer, BytesMayComeOneByOne) {
+TEST(RequestBuffer, AcceptsBytesOneByOne) {
   RequestBuffer buffer;
   Lines lines;
   for (const char c : std::string("ab\n\0c\n\xFF", 7)) {
@@ -71,7 +71,7 @@ TEST(RequestBuffer, TheLongestLineIsWhole) {
   EXPECT_EQ(Shown(*buffer.Rest()), longest);
 }
 
-TEST(RequestBuffer, ALineThatIsTooLongIsReportedOnceAtOnce) {
+TEST(RequestBuffer, ReportsALineThatIsTooLongOnceAndImmediately) {
   RequestBuffer buffer;
   buffer.Append("one\n" + std::string(kMaxRequest + 1, 'x'));
   EXPECT_EQ(All(buffer), (Lines{"one", kTooLong}));

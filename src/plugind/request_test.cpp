@@ -64,13 +64,13 @@ TEST_F(RequestTest, VersionsAreAnswered) {
             R"({"success":true,"version":0})");
 }
 
-TEST_F(RequestTest, FinishedPhotosAndVideosAreNoted) {
+TEST_F(RequestTest, FinishedPhotosAndVideosAreRecorded) {
   EXPECT_EQ(Reply(R"({"command":"POST_PHOTO_CONVERT","path":"/v/a.jpg"})"), R"({"success":true})");
   EXPECT_EQ(Reply(R"({"path":"/v/b.mp4","command":"POST_VIDEO_CONVERT"})"), R"({"success":true})");
   EXPECT_EQ(store_.finished, (std::vector<std::string>{"/v/a.jpg", "/v/b.mp4"}));
 }
 
-TEST_F(RequestTest, ReportsFailureWhenItCannotNote) {
+TEST_F(RequestTest, ReportsFailureWhenItCannotRecord) {
   store_.writable = false;
   EXPECT_EQ(Reply(R"({"command":"POST_PHOTO_CONVERT","path":"/v/a.jpg"})"), R"({"success":false})");
 }

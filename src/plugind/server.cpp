@@ -160,7 +160,7 @@ Clock::time_point Server::NextDeadline() const {
 
 void Server::Finish() {
   Watch(EPOLL_CTL_DEL, stop_fd_, 0);
-  // First the file, so that nobody connects who would not be served.
+  // Remove the file first, so that nobody connects without being served.
   socket_.RemoveFile();
   Accept();
   Watch(EPOLL_CTL_DEL, socket_.fd(), 0);

@@ -70,12 +70,12 @@ struct ServerLimits {
   std::size_t max_clients = 64;
   /// How long a client may neither complete a request nor read its replies before it is dropped.
   std::chrono::milliseconds idle_time{30000};
-  /// How long the daemon waits at its end for clients to read their last replies.
+  /// How long the daemon waits for clients to read their last replies when it stops.
   std::chrono::milliseconds stop_time{2000};
 };
 
 /// Serves all clients of a socket until it is asked to stop. Logs the clients that it rejects or
-/// drops. Throws std::system_error where a system call fails that must not.
+/// drops. Throws std::system_error when a system call fails that it cannot do without.
 class Server {
  public:
   /// `socket` must live longer; `answerer` is called for one request at a time.

@@ -25,7 +25,7 @@ constexpr std::size_t kReadSize = 4096;
 constexpr char kReturned = 'R';
 constexpr int kDidNotReturn = 125;
 
-// A decoder of the largest photos takes a few hundred MiB; a damaged header asks for anything.
+// A decoder of the largest photos takes a few hundred MiB; a damaged header may ask for any amount.
 constexpr rlim_t kLeastMemoryLimit = rlim_t{3} << 29;
 
 [[maybe_unused]] rlim_t MemoryLimit() {

@@ -50,7 +50,7 @@ void HandleStopSignals() {
     }
     sigaddset(&signals, signal);
   }
-  // Who started us may have blocked them.
+  // Whoever started us may have blocked them.
   ::sigprocmask(SIG_UNBLOCK, &signals, nullptr);
 }
 

@@ -23,8 +23,8 @@ void DeleteTemporaries(const ThumbRequestList& list) {
     unlink(request.tempPath.c_str());
 }
 
-// A photo dated in the future gives its thumbnails the same date: they would look older than the
-// photo for ever, and be made again at every run.
+// A photo dated in the future gives its thumbnails the same date. Otherwise they would always look
+// older than the photo, and every run would render them again.
 void CopyFutureTime(const std::string& path, const KLIBCFileRecord& photo) {
   const timespec time{photo.st.st_mtime, 0};
   const timespec platform_words{photo.platform_words[0], photo.platform_words[1]};
@@ -66,7 +66,7 @@ bool CommitThumbnails(const ThumbRequestList& list, const std::string& source_pa
     DeleteTemporaries(list);
     return false;
   }
-  // Both must differ: a file system may move blocks about, and a tag may be rewritten in place,
+  // Both must differ: a file system may move blocks around, and a tag may be rewritten in place,
   // while the image stays the same.
   if (photo.st.st_size != old_size && photo.st.st_blocks != old_blocks) {
     syslog(LOG_ERR, "%s:%d [Error] file size changed: st_blocks %d -> %d; st_size %jd -> %jd, %s",

@@ -35,7 +35,7 @@ using ThumbRequestList = std::vector<ThumbRequest>;
 
 /// Runs the converter on `input_path` for all thumbnails of the list, which write to their
 /// `tempPath`. `icc_path` names a file with the ICC profile to attach; empty, or a missing or empty
-/// file, means none. True when the converter ended with success. Silent; removes nothing.
+/// file, means none. True when the converter succeeded. Silent; removes nothing.
 [[nodiscard]] bool RunConvert(const ThumbRequestList& list, const std::string& input_path,
                               const std::string& icc_path);
 

@@ -49,7 +49,7 @@ bool WriteBlock(int fd, const char* data, std::size_t size, const std::string& p
   return true;
 }
 
-// Copies to the end of the output. True when at least one byte came and all were written.
+// Copies to the end of the output. True when at least one byte arrived and all were written.
 bool CopyPipe(FILE* pipe, int out, const std::string& source, const std::string& out_path) {
   process::StreamReader reader(pipe);
   std::array<char, kCopyBufferSize> block{};

@@ -1,4 +1,4 @@
-// Copying dcraw's output, with real files at the receiving end.
+// Copying dcraw's output to real files.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -64,7 +64,7 @@ TEST_F(DcrawTest, TheOutputIsCopiedByteForByte) {
   ExpectNoLog();
 }
 
-TEST_F(DcrawTest, WhatStoodInTheFileIsReplaced) {
+TEST_F(DcrawTest, TheOldContentOfTheFileIsReplaced) {
   WriteFile(out_, "a longer text of an earlier run");
   SetOutput("short");
   EXPECT_TRUE(Run(out_));

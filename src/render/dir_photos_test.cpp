@@ -64,7 +64,7 @@ TEST_F(DirPhotosTest, ALinkToAPhotoCounts) {
 TEST_F(DirPhotosTest, AnEntryThatCannotBeLookedUpIsLoggedAndLeftOut) {
   Make({"a.jpg", "z.jpg"});
   ASSERT_EQ(symlink("nowhere", In("dangling.jpg").c_str()), 0);
-  // No photo by its name: it is never looked up.
+  // Not a photo by its name, so it is never looked up.
   ASSERT_EQ(symlink("nowhere", In("dangling.txt").c_str()), 0);
   EXPECT_EQ(ListDirPhotos(Dir()), (Texts{"a.jpg", "z.jpg"}));
   ExpectOneLog(LOG_ERR, "keldothumb:716 [Error] stat: " + In("dangling.jpg"));

@@ -151,7 +151,7 @@ void MarkThumbFailed(const ThumbProfile& profile, const std::string& ea_dir) {
   RemoveThumbFiles(profile, ea_dir);
   const std::string marker = MarkerOf(ea_dir + "/" + profile.eaFilename());
   if (marker.empty()) return;
-  // The marker's existence is the whole message.
+  // Only the marker's existence matters.
   const UniqueFd created(open(marker.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0777));
 }
 

@@ -33,7 +33,7 @@ constexpr int kDcrawFailedLine = 952;
 constexpr int kSourceFailedLine = 987;
 constexpr int kThumbFailedLine = 991;
 
-// Reads two numbers with `separator` between them, white space left out of account: "4000 x 3000".
+// Reads two numbers with `separator` between them, ignoring white space: "4000 x 3000".
 bool ParseSize(std::string_view text, std::string_view separator, unsigned& x, unsigned& y) {
   const std::optional<int> width = process::TakeInteger(text);
   if (!width) return false;

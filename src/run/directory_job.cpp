@@ -53,7 +53,7 @@ DirectoryLock::DirectoryLock(const std::string& metadata_dir)
 }
 
 DirectoryLock::~DirectoryLock() {
-  // Explicitly: a child that has not reached its program yet still shares the descriptor.
+  // Unlock explicitly: a child that has not yet called exec still shares the descriptor.
   if (directory_.valid()) flock(directory_.get(), LOCK_UN);
 }
 

@@ -168,7 +168,7 @@ TEST_F(DirectoryJobTest, ADirectoryLockedByAnotherRunIsSkipped) {
   ExpectOneLog(LOG_ERR, "keldothumb:925 Failed to lock " + metadata_dir_);
   EXPECT_EQ(fake().calls, Texts{});
   EXPECT_FALSE(Exists(Ea("a.png")));
-  // Giving up does not take the other's lock away.
+  // Giving up does not release the lock of the other run.
   EXPECT_FALSE(IsUnlocked());
 }
 

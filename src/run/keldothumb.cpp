@@ -140,8 +140,8 @@ void WalkTree(const std::string& directory, const std::string& profile_path) {
     ProcessTarget(path, profile_path);
   });
   const int walk_error = errno;
-  // A missing root is skipped in silence, like every missing target. A walk that breaks off (a link
-  // that leads to itself does that) has left directories out, and the log must say so.
+  // A missing root is skipped in silence, like every missing target. A walk that ends early, for
+  // instance at a link that leads to itself, has left directories out, and the log must say so.
   if (result == -1 && keldoindexutils::stat::DoesDirExist(directory)) {
     syslog(LOG_ERR, "%s:%d [Error] walk of %s ended early, %s", kSource, kWalkEndedLine,
            directory.c_str(), std::strerror(walk_error));

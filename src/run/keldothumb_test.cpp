@@ -66,7 +66,7 @@ TEST_F(KeldothumbTest, ARunStartsAndEndsInOrder) {
   ExpectNoLog();
 }
 
-TEST_F(KeldothumbTest, ThePidFileStaysForTheTimeOfTheRun) {
+TEST_F(KeldothumbTest, ThePidFileExistsDuringTheRun) {
   Texts during;
   fake().on_let_termination_in = [&] { during = fake().ReadLines(paths::kPidFile); };
   EXPECT_EQ(Run({profile_path_, job_.path}), 0);
@@ -253,7 +253,7 @@ TEST_F(SweepTest, ARunSweepsBeforeItsFirstTarget) {
 
 // ---- Termination ----
 
-// Written at the exit of a process that a SIGTERM ended: what it asked of the platform last.
+// Written when a process exits because of SIGTERM: its last calls of the platform.
 void WriteLastCalls() {
   const std::vector<std::string>& calls = fake().calls;
   std::ofstream file(fake().sandbox() + "/last_calls");

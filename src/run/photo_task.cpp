@@ -52,7 +52,7 @@ PhotoOutcome PhotoTask::Run() {
   return RenderFrom(start_phase);
 }
 
-// Looks the photo up and gives it a fresh attempt: whatever failed before is forgotten.
+// Looks the photo up and removes the markers of earlier failures, so that it is tried again.
 PhotoTask::Step PhotoTask::Prepare() {
   if (!StatSource(photo_path_, record_) || !checkCreateDir(ea_dir_)) return Step::kNextPhoto;
   if (!RemoveFilesByPattern(ea_dir_, kMarkerPattern)) {
@@ -118,7 +118,7 @@ PhotoTask::Step PhotoTask::RenderPhase0(const ThumbProfile& base) {
       MakePhotoThumbRequests(*job_.profiles, 0, source_, ea_dir_, auto_orient_, rotate_);
   if (raw_) RemoveRawIntermediates(ea_dir_);
   if (!rendered) {
-    // Nothing to make the later phases from. The request has marked its own phase.
+    // There is nothing to make the later phases from. The request has marked its own phase.
     MarkPhaseFailed(*job_.profiles, 1, ea_dir_);
     MarkPhaseFailed(*job_.profiles, 2, ea_dir_);
     CountCompleted(CountOf(0) + CountOf(1) + CountOf(2));
@@ -143,7 +143,7 @@ PhotoOutcome PhotoTask::RenderPhase1() {
   return PhotoOutcome::kDone;
 }
 
-// The last phase ends the photo, whether it could be rendered or not.
+// The last phase finishes the photo, whether it could be rendered or not.
 void PhotoTask::RenderPhase2() {
   static_cast<void>(MakePhotoThumbRequests(*job_.profiles, 2, source_, ea_dir_, false, 0));
   CountCompleted(CountOf(2));

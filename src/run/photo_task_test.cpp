@@ -70,7 +70,7 @@ TEST_F(PhotoTaskTest, TheMetadataDirectoryOfANewPhotoIsMade) {
 
 // ---- Nothing to do ----
 
-TEST_F(PhotoTaskTest, ACurrentPhotoIsAnnounced) {
+TEST_F(PhotoTaskTest, TheDaemonIsNotifiedOfACurrentPhoto) {
   const std::string photo = Photo("a.png");
   MakeThumbs("a.png", {"XL", "B", "M", "L", "SM", "S"});
   fake().default_free_bytes = 0;

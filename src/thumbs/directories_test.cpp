@@ -46,7 +46,7 @@ TEST_F(DirectoriesTest, ThePlatformDecidesWhichNamesAreHidden) {
   EXPECT_EQ(fake().calls, (Texts{"KELDOEAIsHiddenDir(private)", "KELDOEAIsHiddenDir(@eaDir)"}));
 }
 
-TEST_F(DirectoriesTest, NamesThatAreRefusedByTextAreNotAskedAbout) {
+TEST_F(DirectoriesTest, ThePlatformIsNotAskedAboutNamesThatWeRefuse) {
   for (const char* name : {".", "..", "._x", "#recycle", "#snapshot"}) {
     EXPECT_FALSE(IsDirNameAccepted(name));
   }

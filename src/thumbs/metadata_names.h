@@ -32,7 +32,7 @@ inline constexpr const char* kThumbMarkerPattern = "KELDOPHOTO[_:]THUMB_*.fail";
 
 /// What a file of a photo's metadata directory is, by its name.
 enum class MetadataFile {
-  kForeign,    ///< Not of this system's making.
+  kForeign,    ///< Not made by this system.
   kThumbnail,  ///< "KELDOPHOTO_THUMB_S.jpg" or "KELDOPHOTO:THUMB_S.jpg".
   kMarker,     ///< "KELDOPHOTO_THUMB_S.fail": this kind could not be made.
   kTemporary,  ///< Of use only while thumbnails are being made.

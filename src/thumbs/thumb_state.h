@@ -4,7 +4,7 @@
 // what counts for the status of a photo and for IsThumbUpToDate: other programs made some of these
 // files, and theirs may be tiny. Where a thumbnail is about to be rendered, a file below
 // kLeastThumbnailBytes is not one either. It is the stub of a broken writer, which would be shown
-// for ever, since it is neither empty nor old.
+// forever, since it is neither empty nor old.
 #pragma once
 
 #include <sys/stat.h>

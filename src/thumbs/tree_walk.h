@@ -29,8 +29,8 @@ struct TreeVisitor {
 [[nodiscard]] std::vector<std::string> WalkedDirectoriesIn(DIR* directory);
 
 /// Visits `root` and every directory below it that the filter accepts, without leaving its file
-/// system. Symbolic links are followed, and each directory is visited once, so that links that lead
-/// in a circle do no harm. The root's own name is not filtered: somebody asked for it. Silent.
+/// system. Symbolic links are followed, and each directory is visited once, so that circular links
+/// do no harm. The root's own name is not filtered, since somebody asked for it. Silent.
 void WalkDirectories(const std::string& root, const TreeVisitor& visitor);
 
 }  // namespace keldo

@@ -68,7 +68,7 @@ TEST_F(HostileNamesTest, AsPhotos) {
   EXPECT_THAT(box.List("/"), ::testing::Each(::testing::Not(::testing::HasSubstr(".jpg"))));
 }
 
-// The converter is told to read the first page of these.
+// The converter is asked to read only the first page of these.
 TEST_F(HostileNamesTest, AsPhotosOfSeveralPages) {
   for (std::size_t i = 0; i < Names().size(); ++i) {
     box.Write("/conf/p.ppm", EncodePpm(Plain(40, 30, ColourOf(i))));

@@ -33,7 +33,7 @@ void CoreTest::SetUp() {
 
 void CoreTest::TearDown() {
   EXPECT_EQ(fake().OpenStreams(), 0u) << "a stream of KLIBCPopen was not closed";
-  fake().Reset();  // The sandbox goes now; the fake itself stays to the end of the process.
+  fake().Reset();  // The sandbox is removed now; the fake itself lives to the end of the process.
 }
 
 std::string CoreTest::WriteFile(const std::string& path, const std::string& bytes) {

@@ -65,7 +65,7 @@ bool HasKey(const std::string& line, const std::string& key) {
 int KLIBCFileStat(const char* path, int flags, KLIBCFileRecord* record) {
   if (fake().Enter("KLIBCFileStat", path, flags)) return -1;
   if (!StatFile(path, record->st)) return -1;
-  record->platform_words = {71, 72};  // Recognisable, since callers hand them on unchanged.
+  record->platform_words = {71, 72};  // Recognisable, since callers pass them on unchanged.
   return 0;
 }
 

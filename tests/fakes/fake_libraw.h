@@ -1,4 +1,4 @@
-// A RAW decoder for unit tests, in the place of the real one behind raw/libraw_file.h.
+// A RAW decoder for unit tests, in the place of the real one behind render/libraw_file.h.
 #pragma once
 
 #include <functional>

@@ -61,7 +61,7 @@ std::optional<ImageError::Kind> RefusalOf(const Data& file, const Limits& limits
   return std::nullopt;
 }
 
-// Asks for 16 bits and rounds them: its own way to 8 bits cuts off.
+// Asks ImageMagick for 16 bits and rounds them, since its own conversion to 8 bits truncates.
 Data ImageMagickPixels(const Data& file) {
   const keldo::testing::TempDir directory;
   const std::string input = directory.path() + "/input";

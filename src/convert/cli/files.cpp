@@ -16,8 +16,8 @@ namespace keldo::convert {
 namespace {
 
 // Opens a file without waiting for the other end of a pipe, and without what a terminal would do.
-// It waits only for a file server that has lent the file to a client, until the client has given it
-// back. Returns -1 and sets errno like open.
+// It waits only where a file server holds a lease on the file for a client, until the lease is
+// released. Returns -1 and sets errno like open.
 int OpenWithoutWaiting(const std::string& path, int flags) {
   constexpr int kFlags = O_CLOEXEC | O_NOCTTY;
   // The umask applies.

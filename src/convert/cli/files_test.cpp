@@ -173,10 +173,10 @@ TEST_F(OutputFilesTest, ThePhotoIsNotAnOutput) {
   EXPECT_TRUE(fs::exists(In("hard.jpg")));
 }
 
-// The descriptor by which this test has a file on loan, as a file server's clients do.
+// The descriptor by which this test holds a lease on a file, as a file server does.
 int lent = -1;
 
-TEST_F(OutputFilesTest, WaitsForAFileThatAServerHasLent) {
+TEST_F(OutputFilesTest, WaitsForTheLeaseOfAFileServer) {
   const UniqueFd borrowed(open(Write("lent.jpg", "old").c_str(), O_RDONLY | O_CLOEXEC));
   lent = borrowed.get();
   struct sigaction give_back {};

@@ -14,7 +14,7 @@ struct ImageMagick {
   /// The folder with our policy.xml. Where it is missing, "../share/convert-thumb" beside our own
   /// program is used, as in a build folder.
   std::string policy = "/usr/keldo/share/convert-thumb";
-  /// What leads to our own program.
+  /// A path that leads to our own program.
   std::string ourselves = "/proc/self/exe";
 };
 

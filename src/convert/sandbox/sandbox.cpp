@@ -23,7 +23,7 @@
 namespace keldo::convert {
 namespace {
 
-// Landlock, as far as it grew after the kernel headers that we can be built with.
+// The parts of Landlock that are newer than the oldest kernel headers that we build with.
 struct LandlockRuleset {
   std::uint64_t files;
   std::uint64_t network;

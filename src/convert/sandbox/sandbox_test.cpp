@@ -275,7 +275,7 @@ TEST_F(SandboxTest, AbortEndsWithItsSignal) {
             -SIGABRT);
 }
 
-// Puts this process on a kernel that lacks a system call, or fails prctl for one of its options.
+// Makes the kernel seem to lack a system call, or one of the options of prctl.
 void Lack(std::vector<sock_filter> condition, std::uint32_t error) {
   std::vector<sock_filter> program{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   program.insert(program.end(), condition.begin(), condition.end());

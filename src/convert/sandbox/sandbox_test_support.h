@@ -9,14 +9,15 @@
 
 namespace keldo::testing {
 
-/// What a child that was to be stopped by a signal exits with when it was not.
+/// The exit status of a child that should have been stopped by a signal but was not.
 inline constexpr int kNotStopped = 99;
 
-/// How a child ended that did this: its exit status, or the signal as a negative number.
+/// Does this in a child and returns how it ended: its exit status, or the signal as a negative
+/// number.
 inline int InChild(const std::function<int()>& work) {
   const pid_t child = fork();
   if (child == 0) {
-    // Should it hang.
+    // In case it hangs.
     alarm(30);
     _exit(work());
   }

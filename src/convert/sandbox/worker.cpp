@@ -46,7 +46,7 @@ int Work(const WorkerPlan& plan, const std::function<void()>& work) {
 // What the worker exits with.
 int WorkConfined(const WorkerPlan& plan, const std::function<void()>& work) {
   process::DefaultAndUnblock({SIGXCPU, SIGALRM});
-  // Too long a file is to be an error of write.
+  // Exceeding the limit on file sizes must be an error of write, not a signal.
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   CloseOtherDescriptors(plan.descriptors);
   NoteGaps(EnterSandbox(plan.limits, plan.parts));

@@ -31,7 +31,7 @@ constexpr int kBacklogRetryMilliseconds = 20;
 
 enum class Outcome { kDone, kFailed, kTimedOut };
 
-// Which daemon's socket it is. A daemon that restarts makes a new socket.
+// Identifies a daemon's socket. A daemon that restarts makes a new one.
 struct SocketIdentity {
   dev_t device;
   ino_t inode;

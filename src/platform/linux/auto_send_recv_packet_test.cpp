@@ -222,7 +222,7 @@ TEST_F(AutoSendRecvPacketTest, TheWholeExchangeEndsInTime) {
   Daemon daemon(socket_);
   daemon.Serve({[](int connection) {
     ReadLine(connection);
-    // A byte now and then, for ever: every single wait is short.
+    // A byte now and then, forever: every single wait is short.
     while (::send(connection, " ", 1, MSG_NOSIGNAL) == 1) {
       std::this_thread::sleep_for(milliseconds(100));
     }

@@ -22,7 +22,7 @@ namespace {
 using keldo::kWhiteSpace;
 using keldo::Trim;
 
-// Longer lines fail the file; what a comment takes of one does not count.
+// A longer line makes the file invalid; its comment does not count.
 constexpr std::size_t kLongestLine = 199;
 
 // The line without a comment, which begins with ';' after white space, or with ';' or '#' at the
@@ -37,7 +37,8 @@ std::string_view WithoutComment(std::string_view line) {
   return line;
 }
 
-// "[thumb_s]" gives "thumb_s"; what stands behind the bracket is ignored. Nothing without one.
+// "[thumb_s]" gives "thumb_s"; what follows the bracket is ignored. Nothing without a closing
+// bracket.
 std::optional<std::string_view> SectionIn(std::string_view line) {
   const std::size_t end = line.find(']');
   if (end == std::string_view::npos) return std::nullopt;
@@ -49,8 +50,8 @@ struct Pair {
   std::string_view value;
 };
 
-// A colon before the equals sign would be one in other dialects, so the line is refused instead of
-// being read as what its writer did not mean.
+// In other dialects a colon before the equals sign ends the key, so the line is refused rather than
+// misread.
 std::optional<Pair> PairIn(std::string_view line) {
   const std::size_t separator = line.find_first_of("=:");
   if (separator == std::string_view::npos || line[separator] != '=') return std::nullopt;

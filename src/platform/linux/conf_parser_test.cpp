@@ -134,7 +134,7 @@ TEST_F(ConfParserTest, AValueIsNeverCut) {
   EXPECT_EQ(Load("[" + std::string(1000, 'x') + "]\n"), 0);
 }
 
-TEST_F(ConfParserTest, ALineOfAnotherFormFails) {
+TEST_F(ConfParserTest, ALineOfAnyOtherFormIsAFailure) {
   constexpr auto kContents = std::to_array<std::string_view>({"[a]\nno equals sign\n",
                                                               "[a\nk=1\n",
                                                               "k: 1\n",

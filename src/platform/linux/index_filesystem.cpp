@@ -30,7 +30,7 @@ UniqueFd OpenQueue(const std::string& path) {
   if (!fd.valid() && errno == ENOENT) {
     fd.reset(::open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0644));
     if (fd.valid() && ::fchmod(fd.get(), 0644) != 0) return UniqueFd();
-    // Another process made it first; its file serves as well.
+    // Another process created it first; use that one.
     if (!fd.valid() && errno == EEXIST) fd.reset(::open(path.c_str(), kFlags));
   }
   struct stat status {};
@@ -38,8 +38,8 @@ UniqueFd OpenQueue(const std::string& path) {
   return fd;
 }
 
-// Adds the line in one write. On failure removes the part that a full disk still took, unless
-// somebody who ignores the lock has written behind it.
+// Appends the line with one write. On failure removes what a full disk still accepted of it, unless
+// a program that ignores the lock has written after it.
 bool AppendLine(int fd, const std::string& content, const std::string& text) {
   const bool last_line_was_cut = !content.empty() && !content.ends_with('\n');
   std::string line(last_line_was_cut ? 1 : 0, '\n');
@@ -54,7 +54,7 @@ bool AppendLine(int fd, const std::string& content, const std::string& text) {
 }  // namespace
 
 bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
-  // A reader would take either for other entries than the one meant.
+  // Neither would be read back as the entry that was meant.
   if (text.empty() || text.find('\n') != std::string::npos) return false;
   // While we wait for the lock, the queue may be renamed so that its work can be done. A line
   // written to the old file might then never be read.
@@ -64,8 +64,8 @@ bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
   return HasLine(content, text) || AppendLine(fd.get(), content, text);
 }
 
-// Not glob(3), which takes the whole path as a pattern and looks at every match once more. This
-// runs once for every photo, so it opens, reads and closes the directory and does nothing else.
+// Not glob(3), which treats the whole path as a pattern and looks every match up again. This runs
+// once for every photo, so it opens, reads and closes the directory and does nothing else.
 std::vector<std::string> GlobFiles(const std::string& directory, const std::string& pattern) {
   std::vector<std::string> paths;
   const keldo::UniqueDir stream(::opendir(directory.c_str()));

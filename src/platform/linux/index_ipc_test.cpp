@@ -179,7 +179,7 @@ TEST_F(IndexIpcTest, SeesOtherProcessesChangesAtOnce) {
   EXPECT_EQ(DirMask("/v"), 63);
 }
 
-TEST_F(IndexIpcTest, AnInvalidQuestionLeavesTheMask) {
+TEST_F(IndexIpcTest, AnInvalidQueryLeavesTheMaskUnchanged) {
   int mask = -7;
   EXPECT_LT(ipc::KELDOIDX_GetDirThumbSizeMap(nullptr, THUMB_TYPE_PHOTO, &mask), 0);
   EXPECT_LT(ipc::KELDOIDX_GetThumbSizeMap(nullptr, THUMB_TYPE_PHOTO, &mask), 0);

@@ -119,8 +119,8 @@ TEST_F(IndexQueue, ConcurrentWritersLoseNothing) {
   EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 13 + 12 * kWriters);
 }
 
-// The queue is taken for work by renaming it, while a writer waits for the lock: the line must go
-// to the new queue, not into the one whose entries have been read already.
+// Another program claims the queue by renaming it while a writer waits for the lock. The line must
+// go to the new queue, not to the one whose entries have already been read.
 TEST_F(IndexQueue, WritesToTheNewQueueWhenTheOldWasRenamed) {
   std::ofstream(queue_) << "/old\n";
   UniqueFd holder(open(queue_.c_str(), O_RDONLY | O_CLOEXEC));

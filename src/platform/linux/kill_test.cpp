@@ -78,7 +78,7 @@ TEST_F(KillTest, NamesAreBytes) {
             "1\n137\n");
 }
 
-TEST_F(KillTest, FindsNothing) {
+TEST_F(KillTest, KillsNoProcessOfAnotherName) {
   EXPECT_EQ(InNamespace("start convert-thumb; a=$!; $KILL missing 0; alive $a"), "0\nalive\n");
 }
 
@@ -103,7 +103,7 @@ TEST_F(KillTest, NeverKillsItself) {
 }
 
 // A name such as "x) 1 (y" must not mislead the reading of a process's parent.
-TEST_F(KillTest, TheGroupOfOurOwnChildGoesToo) {
+TEST_F(KillTest, KillsTheWholeGroupOfOurOwnChild) {
   for (const std::string name : {"convert-thumb", "x) 1 (y"}) {
     EXPECT_EQ(InNamespace("name='" + name + "'\n" + R"sh(
       cp /bin/bash "$name"
@@ -116,7 +116,7 @@ TEST_F(KillTest, TheGroupOfOurOwnChildGoesToo) {
   }
 }
 
-TEST_F(KillTest, TheGroupOfAForeignProcessStays) {
+TEST_F(KillTest, SparesTheGroupOfAnyOtherProcess) {
   EXPECT_EQ(InNamespace(R"sh(
     cp /bin/bash convert-thumb
     setsid ./convert-thumb -c 'sleep 1000 &

@@ -27,7 +27,8 @@ std::optional<long> MemTotalIn(std::string_view line) {
 
 }  // namespace
 
-// From the file rather than sysinfo(2): the file shows when a container has less than the machine.
+// From the file rather than sysinfo(2): only the file shows that a container has less than the
+// machine.
 int GetTotalMemory(long* total_kib) {
   const std::optional<std::string> content = keldo::ReadRegularFile("/proc/meminfo");
   std::string_view rest;
