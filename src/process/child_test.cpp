@@ -132,7 +132,7 @@ TEST_F(ChildTest, SignalsAreUnblockedAndAtTheirDefaults) {
   EXPECT_EQ(ReadFile(PathOf("signals")), expected);
 }
 
-TEST_F(ChildTest, OurOwnSignalMaskIsAsBefore) {
+TEST_F(ChildTest, OurOwnSignalMaskIsUnchanged) {
   sigset_t before;
   sigprocmask(SIG_SETMASK, nullptr, &before);
   EXPECT_EQ(RunShell("exit 0"), 0);

@@ -176,7 +176,7 @@ TEST(ProgramOutput, ReportsAMissingProgram) {
   EXPECT_EQ(RunForOutput("/none/program", {}, kLong).problem, "No such file or directory");
 }
 
-TEST(ProgramOutput, AProgramThatHangsIsEnded) {
+TEST(ProgramOutput, AProgramThatHangsIsKilled) {
   for (const char* script : {"echo said; exec sleep 60", "sleep 60", "exec >&- 2>&-; exec sleep 60",
                              "sleep 60 & echo said"}) {
     const auto begin = std::chrono::steady_clock::now();

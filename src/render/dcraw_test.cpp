@@ -71,7 +71,7 @@ TEST_F(DcrawTest, TheOldContentOfTheFileIsReplaced) {
   EXPECT_EQ(ReadFile(out_), "short");
 }
 
-TEST_F(DcrawTest, HowDcrawEndsDoesNotMatter) {
+TEST_F(DcrawTest, TheExitStatusOfDcrawIsIgnored) {
   SetOutput("bytes");
   fake().popen_status = 256;
   EXPECT_TRUE(Run(out_));

@@ -260,7 +260,7 @@ TEST_F(OrientationTest, TheWholeNumberPartOfTheErrorIsRead) {
   ExpectNoLog();
 }
 
-TEST_F(OrientationTest, HowCompareEndsDoesNotMatter) {
+TEST_F(OrientationTest, TheExitStatusOfCompareIsIgnored) {
   // It exits with 1 for images that differ.
   fake().popen_status = 256;
   fake().on_popen = [](const PopenCall&) { return "12.5 (0.1)\n"; };

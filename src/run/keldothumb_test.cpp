@@ -253,7 +253,7 @@ TEST_F(SweepTest, ARunSweepsBeforeItsFirstTarget) {
 
 // ---- Termination ----
 
-// Written when a process exits because of SIGTERM: its last calls of the platform.
+// Written when a process exits because of SIGTERM: its last calls to the platform.
 void WriteLastCalls() {
   const std::vector<std::string>& calls = fake().calls;
   std::ofstream file(fake().sandbox() + "/last_calls");

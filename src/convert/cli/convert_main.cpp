@@ -39,7 +39,7 @@ bool IsIccProfile(Bytes file) {
          TextAt(file, kSignaturePlace, kSignature.size()) == kSignature;
 }
 
-// Opens the profile to attach. ImageMagick does the runs whose profile we cannot attach.
+// Opens the profile to attach. ImageMagick runs instead where we cannot attach it.
 std::unique_ptr<InputFile> OpenIccProfile(const std::string& path) {
   if (path.empty()) return nullptr;
   std::unique_ptr<InputFile> file;

@@ -328,7 +328,7 @@ TEST_F(ConvertMainTest, PrintsItsVersionAndFormats) {
   EXPECT_EQ(Convert({"-version"}, StandIn(3)).status, 3) << "ImageMagick's option";
 }
 
-TEST_F(ConvertMainTest, TheProgram) {
+TEST_F(ConvertMainTest, TheProgramWorksWithAnyStandardDescriptors) {
   const std::string command = "cd " + In("") +
                               " && " KELDO_CONVERT_THUMB
                               " in.jpg -thumbnail '30x30>' -quality 90 -flatten out.jpg ";

@@ -131,7 +131,7 @@ TEST_F(RunImageMagickTest, AMissingPolicyIsNotedAndTheRunGoesOn) {
             "policy\nnone\n");
 }
 
-TEST_F(RunImageMagickTest, NotInstalled) {
+TEST_F(RunImageMagickTest, ReportsThatItIsNotInstalled) {
   magick_.program = "/nonexistent/convert";
   testing::internal::CaptureStderr();
   EXPECT_EQ(RunImageMagick(magick_, {}, "this command line"), 1);
@@ -141,7 +141,7 @@ TEST_F(RunImageMagickTest, NotInstalled) {
       "installed\n");
 }
 
-TEST_F(RunImageMagickTest, CannotBeRun) {
+TEST_F(RunImageMagickTest, ReportsThatItCannotBeRun) {
   fs::permissions(magick_.program, fs::perms::owner_read);
   testing::internal::CaptureStderr();
   EXPECT_EQ(RunImageMagick(magick_, {}, "this"), 1);

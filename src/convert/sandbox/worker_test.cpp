@@ -68,7 +68,7 @@ std::string Read(const std::string& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-TEST(RunWorker, Done) {
+TEST(RunWorker, SuccessIsSilent) {
   const Result result = RunAndCapture([] {});
   EXPECT_EQ(result.outcome, Outcome::kDone);
   EXPECT_EQ(result.messages, "");
@@ -93,7 +93,7 @@ TEST(RunWorker, UnsupportedIsNotAFailure) {
   EXPECT_EQ(result.messages, "");
 }
 
-TEST(RunWorker, TooLittleMemory) {
+TEST(RunWorker, ReportsTooLittleMemory) {
   const Result result = RunAndCapture([] { throw std::bad_alloc(); });
   EXPECT_EQ(result.outcome, Outcome::kFailed);
   EXPECT_EQ(result.messages, Message("it needs more memory than the limit allows"));
@@ -148,7 +148,7 @@ TEST(RunWorker, AnEndlessWaitEnds) {
   EXPECT_EQ(result.messages, Message("reading it took longer than the limit of 1 s"));
 }
 
-TEST(RunWorker, AFileMayShrink) {
+TEST(RunWorker, ReportsAFileThatShrinks) {
   const TempDir dir;
   const std::string path = dir.path() + "/photo";
   std::ofstream(path) << std::string(100'000, 'x');
@@ -163,7 +163,7 @@ TEST(RunWorker, AFileMayShrink) {
   EXPECT_EQ(result.messages, Message("the file shrank while it was read, or cannot be read"));
 }
 
-TEST(RunWorker, TheSandboxIsOn) {
+TEST(RunWorker, ConfinesTheWork) {
   const TempDir dir;
   const std::string path = dir.path() + "/created";
   const auto create = [&] {

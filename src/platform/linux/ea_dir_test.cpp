@@ -28,7 +28,7 @@ TEST(EADirPath, PutsTheMetadataDirectoryBesideTheFile) {
   EXPECT_EQ(DirOf("/v/b c/a[1] \xFF%\n.jpg"), "/v/b c/@eaDir/a[1] \xFF%\n.jpg");
 }
 
-TEST(EADirPath, FitsToTheLastByte) {
+TEST(EADirPath, FillsTheBufferToTheLastByte) {
   const std::string expected = "/v/@eaDir/a.jpg";
   std::array<char, 32> buffer{};
   EXPECT_EQ(KELDOEADirPath("/v/a.jpg", buffer.data(), expected.size() + 1), 0);

@@ -54,7 +54,7 @@ bool AppendLine(int fd, const std::string& content, const std::string& text) {
 }  // namespace
 
 bool WriteIndexQueue(const std::string& text, const std::string& queue_path) {
-  // Neither would be read back as the entry that was meant.
+  // Neither an empty text nor one with a newline would be read back as the same entry.
   if (text.empty() || text.find('\n') != std::string::npos) return false;
   // While we wait for the lock, the queue may be renamed so that its work can be done. A line
   // written to the old file might then never be read.
