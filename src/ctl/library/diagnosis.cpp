@@ -147,9 +147,9 @@ std::string WhyUnfinished(const std::string& photo_path) {
 bool IsDirectoryLocked(const std::string& directory) {
   struct stat status {};
   if (::stat(JoinPath(directory, kMetadataDirectory).c_str(), &status) != 0) return false;
-  // A line is "1: FLOCK  ADVISORY  WRITE 4711 08:02:1234 0 EOF". Where the device number is virtual,
-  // as for each subvolume of btrfs, the kernel lists a different one there, so only the inode number
-  // is compared.
+  // A line is "1: FLOCK  ADVISORY  WRITE 4711 08:02:1234 0 EOF". Where the device number is
+  // virtual, as for each subvolume of btrfs, the kernel lists a different one there, so only the
+  // inode number is compared.
   std::array<char, 64> device{};
   if (major(status.st_dev) != 0) {
     std::snprintf(device.data(), device.size(), " %02x:%02x", major(status.st_dev),
