@@ -162,6 +162,8 @@ bool IndexDatabase::FindMask(std::string_view directory, int type,
     read = sqlite_.Read("SELECT mask FROM masks WHERE directory=?1 AND type=?2", take, directory,
                         type);
   }
+  // A failed read can end the transaction too. The reason to keep is then the read's.
+  if (!read && !sqlite_.in_transaction()) return false;
   return sqlite_.Write("COMMIT") && read;
 }
 

@@ -64,7 +64,7 @@ UniqueFd LockDirectoryOf(const std::string& path) {
 // Why we must not remove what is at `path`; empty when we may.
 std::string WhyNotStale(const std::string& path, const struct stat& file,
                         const sockaddr_un& address) {
-  if (!S_ISSOCK(file.st_mode)) return path + " exists and is not a socket";
+  if (!S_ISSOCK(file.st_mode)) return path + " exists and is no socket";
   if (!IsUserServed(file.st_uid, ::geteuid())) {
     return path + " belongs to user " + std::to_string(file.st_uid);
   }

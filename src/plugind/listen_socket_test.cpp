@@ -128,19 +128,19 @@ TEST_F(ListenSocketTest, ASocketOfAnotherKindIsLeftAlone) {
 
 TEST_F(ListenSocketTest, LeavesAFileThatIsNotASocketAlone) {
   std::ofstream(path_) << "precious";
-  ExpectRefused(path_ + " exists and is not a socket");
+  ExpectRefused(path_ + " exists and is no socket");
   std::filesystem::remove(path_);
   std::filesystem::create_directory(path_);
-  ExpectRefused(path_ + " exists and is not a socket");
+  ExpectRefused(path_ + " exists and is no socket");
 }
 
 TEST_F(ListenSocketTest, SymbolicLinksAreNotFollowed) {
   const std::string target = dir_.path() + "/target";
   std::filesystem::create_symlink(target, path_);
-  ExpectRefused(path_ + " exists and is not a socket");
+  ExpectRefused(path_ + " exists and is no socket");
   EXPECT_FALSE(std::filesystem::exists(target));
   { ASSERT_TRUE(Bind(target).valid()); }
-  ExpectRefused(path_ + " exists and is not a socket");
+  ExpectRefused(path_ + " exists and is no socket");
   EXPECT_TRUE(std::filesystem::exists(target));
 }
 

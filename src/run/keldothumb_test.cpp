@@ -100,6 +100,13 @@ TEST_F(KeldothumbTest, OnlyACapitalRIsAWalk) {
   EXPECT_EQ(Processed(), (Texts{plain}));
 }
 
+TEST_F(KeldothumbTest, AWalkEndsAtTheNextColon) {
+  const std::string cut = MakeDir(In("a"));
+  MakeDir(In("a:b"));
+  EXPECT_EQ(Run({profile_path_, "R:" + In("a:b"), "R:::" + In("a:b") + ":c"}), 0);
+  EXPECT_EQ(Processed(), (Texts{cut, cut}));
+}
+
 TEST_F(KeldothumbTest, AWalkThatNamesNoDirectoryIsSilent) {
   EXPECT_EQ(Run({profile_path_, "R:", "R:" + In("none")}), 0);
   EXPECT_EQ(Processed(), Texts{});

@@ -1,7 +1,6 @@
 // keldothumbctl clean: leftover files in the metadata directories.
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -242,10 +241,10 @@ void AddCleanCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command = AddCommand(app, context, "clean",
                                  "Find leftover files in the metadata directories, or remove them");
-  command->add_flag("--force", request->force, "Remove what is found");
+  AddFlag(*command, "--force", request->force, "Remove what is found");
   AddJsonOption(*command, request->json);
   AddDirectoriesArgument(*command, request->directories);
-  command->footer(kExamples);
+  SetFooter(*command, kExamples);
   OnRun(*command, context, [&context, request] { return RunClean(*request, context.console); });
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -24,6 +25,12 @@ namespace {
 constexpr const char* kInstalledProfile = "/etc/keldothumb/thumb.conf";
 constexpr const char* kInstalledProgram = "/usr/bin/keldothumb";
 constexpr int kMostJobs = 1024;
+constexpr double kMostSeconds = 86400;
+
+// "nan" counts as a number and passes every range check.
+std::string ProblemWithNumber(const std::string& text) {
+  return std::isnan(std::strtod(text.c_str(), nullptr)) ? "'" + text + "' is not a number" : "";
+}
 
 // The keldothumb next to this program: both are built and installed together.
 std::string ProgramBesideUs() {
@@ -103,8 +110,41 @@ void OnRun(CLI::App& command, CommandContext& context, std::function<int()> run)
   });
 }
 
+CLI::App& AddGroup(CLI::App& parent, const char* name, const char* description) {
+  CLI::App* group = parent.add_subcommand(name, description);
+  group->require_subcommand(1);
+  return *group;
+}
+
+void SetFooter(CLI::App& command, const char* text) {
+  command.footer(text);
+}
+
+CLI::Option* AddFlag(CLI::App& command, const char* names, bool& value, const char* help) {
+  return command.add_flag(names, value, help);
+}
+
+void AddText(CLI::App& command, const char* names, std::string& value, const char* help,
+             const ArgumentRules& rules) {
+  CLI::Option* option = command.add_option(names, value, help);
+  option->type_name(rules.type_name)->required(rules.required);
+  if (rules.problem != nullptr) option->check(rules.problem);
+}
+
+void AddSeconds(CLI::App& command, const char* name, double& value, const char* help,
+                double least) {
+  command.add_option(name, value, help)
+      ->type_name("SECONDS")
+      ->check(CLI::Range(least, kMostSeconds))
+      ->check(ProblemWithNumber);
+}
+
+void Exclude(CLI::Option& option, CLI::Option& other) {
+  option.excludes(&other);
+}
+
 CLI::Option* AddJsonOption(CLI::App& command, bool& json) {
-  return command.add_flag("--json", json, "Print one JSON object");
+  return AddFlag(command, "--json", json, "Print one JSON object");
 }
 
 void AddProfileOption(CLI::App& command, std::string& profile) {

@@ -69,6 +69,33 @@ CLI::App* AddCommand(CLI::App& parent, CommandContext& context, const std::strin
 /// throw UsageError.
 void OnRun(CLI::App& command, CommandContext& context, std::function<int()> run);
 
+/// Adds a group of commands, one of which must be named.
+CLI::App& AddGroup(CLI::App& parent, const char* name, const char* description);
+
+/// Sets the text that --help ends with.
+void SetFooter(CLI::App& command, const char* text);
+
+// Options and positional arguments. These hide the parser: compiling its templates takes seconds,
+// which the files of the commands would each pay.
+
+/// Says what is wrong with an argument; nothing when it is valid.
+using ProblemWithText = std::string (*)(const std::string& text);
+
+/// What is special about an argument.
+struct ArgumentRules {
+  const char* type_name = "";  ///< Stands for the value in --help.
+  bool required = false;
+  ProblemWithText problem = nullptr;
+};
+
+CLI::Option* AddFlag(CLI::App& command, const char* names, bool& value, const char* help);
+void AddText(CLI::App& command, const char* names, std::string& value, const char* help,
+             const ArgumentRules& rules);
+/// Adds an option that takes a number of seconds of at least `least`.
+void AddSeconds(CLI::App& command, const char* name, double& value, const char* help, double least);
+/// Makes two options a usage error when both are given.
+void Exclude(CLI::Option& option, CLI::Option& other);
+
 /// Adds "--json", for commands that print one JSON object.
 CLI::Option* AddJsonOption(CLI::App& command, bool& json);
 

@@ -1,5 +1,4 @@
 // keldothumbctl dirs: the directories that hold photos, for tools that distribute work.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -49,12 +48,12 @@ void AddDirsCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command =
       AddCommand(app, context, "dirs", "Print the directories that hold photos, one per line");
-  command->add_flag("--todo", request->todo, "Only those with missing or stale thumbnails");
-  command->add_flag("-0,--null", request->null_terminated,
-                    "End each name with a zero byte instead");
+  AddFlag(*command, "--todo", request->todo, "Only those with missing or stale thumbnails");
+  AddFlag(*command, "-0,--null", request->null_terminated,
+          "End each name with a zero byte instead");
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);
-  command->footer(kExamples);
+  SetFooter(*command, kExamples);
   OnRun(*command, context, [&context, request] { return RunDirs(*request, context); });
 }
 

@@ -1,6 +1,5 @@
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <ostream>
@@ -98,7 +97,7 @@ void AddDoctorCommand(CLI::App& app, CommandContext& context) {
   CLI::App* command = AddCommand(app, context, "doctor",
                                  "Check the programs, files and limits that thumbnails need");
   AddJsonOption(*command, *json);
-  command->footer(kExplanation);
+  SetFooter(*command, kExplanation);
   OnRun(*command, context, [&context, json] {
     DoctorPaths paths;
     paths.keldothumb = context.environment.keldothumb;

@@ -1,7 +1,6 @@
 // keldothumbctl failed: the photos whose thumbnails could not be made, and why.
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -67,13 +66,12 @@ void AddFailedCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command = AddCommand(app, context, "failed", "List the photos that failed, and why");
   CLI::Option* json = AddJsonOption(*command, request->json);
-  command
-      ->add_flag("-0,--null", request->null_terminated,
-                 "Print only the paths, each followed by a zero byte")
-      ->excludes(json);
+  CLI::Option* null_terminated = AddFlag(*command, "-0,--null", request->null_terminated,
+                                         "Print only the paths, each followed by a zero byte");
+  Exclude(*null_terminated, *json);
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);
-  command->footer(kExamples);
+  SetFooter(*command, kExamples);
   OnRun(*command, context, [&context, request] { return RunFailed(*request, context); });
 }
 

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "ctl/commands/command.h"
@@ -35,15 +34,14 @@ void AddGalleryCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<GalleryRequest>();
   const auto profile = std::make_shared<std::string>();
   CLI::App* gallery = AddCommand(app, context, "gallery", kHelp);
-  gallery
-      ->add_option("-o,--output", request->output,
-                   "The page; default: ./thumbnails.html. '-' is standard output,\n"
-                   "for a page that will be kept in the current directory")
-      ->type_name("FILE.html");
-  gallery->add_option("--title", request->title, "The page's title")->type_name("TEXT");
+  AddText(*gallery, "-o,--output", request->output,
+          "The page; default: ./thumbnails.html. '-' is standard output,\n"
+          "for a page that will be kept in the current directory",
+          {.type_name = "FILE.html"});
+  AddText(*gallery, "--title", request->title, "The page's title", {.type_name = "TEXT"});
   AddProfileOption(*gallery, *profile);
   AddDirectoriesArgument(*gallery, request->directories);
-  gallery->footer(kExamples);
+  SetFooter(*gallery, kExamples);
   OnRun(*gallery, context, [&context, request, profile] {
     if (request->output.empty()) throw UsageError("--output: a file name is needed");
     request->profile = ProfileToUse(*profile, context.environment);

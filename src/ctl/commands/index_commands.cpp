@@ -1,7 +1,6 @@
 // keldothumbctl index, and index mask: which thumbnails are wanted for a directory.
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -142,14 +141,13 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
   const auto request = std::make_shared<MaskRequest>();
   const auto mask_text = std::make_shared<std::string>();
   CLI::App* mask = AddCommand(index, context, "mask", kMaskHelp);
-  mask->add_option("DIR", request->directory, "The directory")->type_name("")->required();
-  mask->add_option("MASK", *mask_text,
-                   "The kinds wanted: S,M,XL or a number from 0 to 63; 'default' to inherit")
-      ->type_name("")
-      ->check(ProblemWithMask);
-  mask->add_flag("--video", request->video, "For videos instead of photos");
+  AddText(*mask, "DIR", request->directory, "The directory", {.required = true});
+  AddText(*mask, "MASK", *mask_text,
+          "The kinds wanted: S,M,XL or a number from 0 to 63; 'default' to inherit",
+          {.problem = ProblemWithMask});
+  AddFlag(*mask, "--video", request->video, "For videos instead of photos");
   AddJsonOption(*mask, request->json);
-  mask->footer(kMaskExamples);
+  SetFooter(*mask, kMaskExamples);
   OnRun(*mask, context, [&context, request, mask_text] {
     ReadMask(*mask_text, *request);
     return RunMask(*request, context.environment.database_path, context.console);
@@ -159,11 +157,10 @@ void AddMaskCommand(CLI::App& index, CommandContext& context) {
 }  // namespace
 
 void AddIndexCommand(CLI::App& app, CommandContext& context) {
-  CLI::App* index = app.add_subcommand("index", "The index of the media on this machine");
-  index->require_subcommand(1);
-  AddMaskCommand(*index, context);
-  AddIndexListCommand(*index, context);
-  AddIndexShowCommand(*index, context);
+  CLI::App& index = AddGroup(app, "index", "The index of the media on this machine");
+  AddMaskCommand(index, context);
+  AddIndexListCommand(index, context);
+  AddIndexShowCommand(index, context);
 }
 
 }  // namespace keldo::ctl

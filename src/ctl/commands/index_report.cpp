@@ -1,7 +1,6 @@
 // keldothumbctl index list and show: what the index holds.
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdint>
 #include <ctime>
@@ -261,11 +260,10 @@ void AddIndexShowCommand(CLI::App& index, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
   CLI::App* show =
       AddCommand(index, context, "show", "Show what the index knows about a file or directory");
-  show->add_option("PATH", *path, "The file or directory; it need not exist any more")
-      ->type_name("")
-      ->required();
+  AddText(*show, "PATH", *path, "The file or directory; it need not exist any more",
+          {.required = true});
   AddJsonOption(*show, *json);
-  show->footer(kShowExamples);
+  SetFooter(*show, kShowExamples);
   OnRun(*show, context, [&context, path, json] {
     return ShowInIndex(context.environment.database_path, *path, *json, context.console);
   });

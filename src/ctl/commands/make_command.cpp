@@ -1,5 +1,4 @@
 // keldothumbctl make and retry: make the thumbnails of whole libraries.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <optional>
 #include <string>
@@ -104,19 +103,18 @@ void AddMakeCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command =
       AddMaking(app, context, "make", "Make all thumbnails that are missing or stale", request);
-  command
-      ->add_option("--only-missing-kinds", request->kinds,
-                   "Consider only these kinds, and make those that are missing or stale")
-      ->type_name("LIST")
-      ->check(ProblemWithKinds);
-  command->footer(kMakeExamples);
+  AddText(*command, "--only-missing-kinds", request->kinds,
+          "Consider only these kinds, and make those that are missing or stale",
+          {.type_name = "LIST", .problem = ProblemWithKinds});
+  SetFooter(*command, kMakeExamples);
 }
 
 void AddRetryCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   request->retry = true;
-  AddMaking(app, context, "retry", "Like make, but also try photos again that failed", request)
-      ->footer(kRetryExamples);
+  CLI::App* command =
+      AddMaking(app, context, "retry", "Like make, but also try photos again that failed", request);
+  SetFooter(*command, kRetryExamples);
 }
 
 }  // namespace keldo::ctl

@@ -1,7 +1,6 @@
 // keldothumbctl progress: the indexer's counters.
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cmath>
 #include <memory>
@@ -77,7 +76,7 @@ void AddProgressCommand(CLI::App& app, CommandContext& context) {
   const auto json = std::make_shared<bool>(false);
   CLI::App* command = AddCommand(app, context, "progress", "Show the indexer's counters");
   AddJsonOption(*command, *json);
-  command->footer(kExplanation);
+  SetFooter(*command, kExplanation);
   OnRun(*command, context, [&context, json] {
     return PrintCounters(ReadCounters(context.environment.read_progress), *json, context.console);
   });

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -249,20 +248,19 @@ int RunQueue(const MakeSettings& settings, const CommandContext& context) {
 }  // namespace
 
 void AddQueueCommand(CLI::App& app, CommandContext& context) {
-  CLI::App* queue = app.add_subcommand("queue", "Directories with deferred work");
-  queue->require_subcommand(1);
+  CLI::App& queue = AddGroup(app, "queue", "Directories with deferred work");
 
   const auto json = std::make_shared<bool>(false);
   CLI::App* list =
-      AddCommand(*queue, context, "list", "List the entries that are waiting or in work");
+      AddCommand(queue, context, "list", "List the entries that are waiting or in work");
   AddJsonOption(*list, *json);
   OnRun(*list, context,
         [&context, json] { return ListQueue(context.environment.queue, *json, context.console); });
 
   const auto settings = std::make_shared<MakeSettings>();
-  CLI::App* run = AddCommand(*queue, context, "run", "Do the waiting work");
+  CLI::App* run = AddCommand(queue, context, "run", "Do the waiting work");
   AddMakeOptions(*run, *settings);
-  run->footer(kRunExamples);
+  SetFooter(*run, kRunExamples);
   OnRun(*run, context, [&context, settings] { return RunQueue(*settings, context); });
 }
 

@@ -1,7 +1,6 @@
 // keldothumbctl status: what is present, what is missing, what failed.
 #include <json/value.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>
@@ -153,11 +152,11 @@ void AddStatusCommand(CLI::App& app, CommandContext& context) {
   const auto request = std::make_shared<Request>();
   CLI::App* command =
       AddCommand(app, context, "status", "Count photos and their thumbnails by state");
-  command->add_flag("--by-kind", request->by_kind, "Also count each kind separately");
+  AddFlag(*command, "--by-kind", request->by_kind, "Also count each kind separately");
   AddJsonOption(*command, request->json);
   AddProfileOption(*command, request->profile);
   AddDirectoriesArgument(*command, request->directories);
-  command->footer(kExamples);
+  SetFooter(*command, kExamples);
   OnRun(*command, context, [&context, request] { return RunStatus(*request, context); });
 }
 

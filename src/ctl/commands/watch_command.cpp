@@ -1,12 +1,9 @@
 // keldothumbctl watch: keep thumbnails up to date.
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -42,7 +39,6 @@ constexpr const char* kNotes =
 
 constexpr double kDefaultQuiet = 5;
 constexpr double kDefaultRescan = 600;
-constexpr double kLongest = 86400;
 
 struct Request {
   std::vector<std::string> directories;
@@ -53,11 +49,6 @@ struct Request {
 
 Clock::duration Seconds(double seconds) {
   return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
-
-// "nan" counts as a number and passes every range check.
-std::string ProblemWithNumber(const std::string& text) {
-  return std::isnan(std::strtod(text.c_str(), nullptr)) ? "'" + text + "' is not a number" : "";
 }
 
 // The trees that get thumbnails, each once. The others are reported on the error stream.
@@ -100,18 +91,10 @@ int RunWatch(const Request& request, CommandContext& context) {
 }
 
 void AddOptions(CLI::App& watch, Request& request) {
-  watch
-      .add_option("--quiet-period", request.quiet_period,
-                  "How long a folder must be quiet before it is processed; default: 5")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, kLongest))
-      ->check(ProblemWithNumber);
-  watch
-      .add_option("--rescan", request.rescan,
-                  "How often to check what cannot be watched or did not succeed; default: 600")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1.0, kLongest))
-      ->check(ProblemWithNumber);
+  AddSeconds(watch, "--quiet-period", request.quiet_period,
+             "How long a folder must be quiet before it is processed; default: 5", 0);
+  AddSeconds(watch, "--rescan", request.rescan,
+             "How often to check what cannot be watched or did not succeed; default: 600", 1);
   AddRunOptions(watch, request.make, "Processors to use; default: 1");
 }
 
@@ -123,7 +106,7 @@ void AddWatchCommand(CLI::App& app, CommandContext& context) {
   CLI::App* watch = AddCommand(app, context, "watch", kDescription);
   AddOptions(*watch, *request);
   AddDirectoriesArgument(*watch, request->directories);
-  watch->footer(kNotes);
+  SetFooter(*watch, kNotes);
   OnRun(*watch, context, [&context, request] { return RunWatch(*request, context); });
 }
 

@@ -9,7 +9,7 @@
 char* StringTrim(char* text) {
   if (text == nullptr) return nullptr;
   const std::string_view trimmed = keldo::Trim(text);
-  std::memmove(text, trimmed.data(), trimmed.size());
+  if (!trimmed.empty()) std::memmove(text, trimmed.data(), trimmed.size());
   text[trimmed.size()] = '\0';
   return text;
 }
