@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <thread>
@@ -72,19 +71,6 @@ TEST(HarnessTest, ForwardsSignals) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   running.Signal(SIGTERM);
   EXPECT_EQ(running.Finish().exit_status, 5);
-}
-
-// Measures the best of several runs, since other programs may keep the machine busy.
-TEST(HarnessTest, StartsWithinATenthOfASecond) {
-  using std::chrono::steady_clock;
-  Sandbox box;
-  auto best = steady_clock::duration::max();
-  for (int i = 0; i < 10; ++i) {
-    const auto start = steady_clock::now();
-    EXPECT_EQ(box.Run({"/bin/true"}).exit_status, 0);
-    best = std::min(best, steady_clock::now() - start);
-  }
-  EXPECT_LT(best, std::chrono::milliseconds(100));
 }
 
 TEST(HarnessTest, CollectsTheLog) {

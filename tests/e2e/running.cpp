@@ -54,7 +54,9 @@ pid_t Spawn(const FileActions& actions, std::vector<std::string> command) {
 
 }  // namespace
 
-Running::Running(Sandbox& box, const std::vector<std::string>& arguments) : box_(box) {
+Running::Running(Sandbox& box, const std::vector<std::string>& arguments,
+                 std::optional<SignalAt> signal_at)
+    : box_(box) {
   std::array<int, 2> sockets{};
   if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
     throw std::runtime_error("no socket pair");
@@ -69,7 +71,7 @@ Running::Running(Sandbox& box, const std::vector<std::string>& arguments) : box_
   actions.Open(STDOUT_FILENO, box.Outside(kOutput), O_WRONLY | O_CREAT | O_TRUNC);
   actions.Open(STDERR_FILENO, box.Outside(kErrors), O_WRONLY | O_CREAT | O_TRUNC);
   actions.Duplicate(child_end.get(), kControlInChild);
-  bwrap_ = Spawn(actions, box.Command(arguments));
+  bwrap_ = Spawn(actions, box.Command(arguments, signal_at));
 }
 
 Running::~Running() {
@@ -94,7 +96,7 @@ RunResult Running::Finish() {
   if (size <= 0) throw std::runtime_error("the sandbox failed: " + result.standard_error);
   std::istringstream report({packet.data(), static_cast<std::size_t>(size)});
   int status = 0;
-  report >> status >> std::ws;
+  report >> status >> result.system_calls >> std::ws;
   if (WIFEXITED(status)) result.exit_status = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   for (std::string name; std::getline(report, name);)

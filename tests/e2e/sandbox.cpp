@@ -57,6 +57,10 @@ void ReplaceLink(const fs::path& link, const fs::path& target) {
   fs::create_symlink(target, link);
 }
 
+std::vector<std::string> OnPhotos() {
+  return {"keldothumb", "/conf/profile", kPhotoDir};
+}
+
 std::string MakeWritableDirectories(const std::string& scratch) {
   for (const char* directory : kWritable)
     fs::create_directories(scratch + directory);
@@ -92,8 +96,11 @@ RunResult Sandbox::RunOn(const std::vector<std::string>& targets) {
 }
 
 std::unique_ptr<Running> Sandbox::Start() {
-  return std::make_unique<Running>(
-      *this, std::vector<std::string>{"keldothumb", "/conf/profile", kPhotoDir});
+  return std::make_unique<Running>(*this, OnPhotos());
+}
+
+RunResult Sandbox::RunInterrupted(SignalAt signal_at) {
+  return Running(*this, OnPhotos(), signal_at).Finish();
 }
 
 void Sandbox::Script(const std::string& name, const std::string& script) const {
@@ -171,7 +178,8 @@ void Sandbox::AppendTools(std::vector<std::string>& command) const {
   if (!real_dcraw_) AppendStandIn(command, "/usr/bin/dcraw");
 }
 
-std::vector<std::string> Sandbox::Command(const std::vector<std::string>& arguments) const {
+std::vector<std::string> Sandbox::Command(const std::vector<std::string>& arguments,
+                                          std::optional<SignalAt> signal_at) const {
   std::vector<std::string> command = {
       "bwrap",      "--unshare-pid", "--as-pid-1", "--unshare-net", "--die-with-parent",
       "--clearenv", "--setenv",      "PATH",       "/usr/bin",      "--setenv",
@@ -195,6 +203,10 @@ std::vector<std::string> Sandbox::Command(const std::vector<std::string>& argume
   Append(command, {"--bind", KELDO_COVERAGE_DIRECTORY, KELDO_COVERAGE_DIRECTORY});
 #endif
   Append(command, {"--chdir", "/", "--", "/sandbox_init", "3"});
+  if (signal_at) {
+    Append(command,
+           {"--signal-at", std::to_string(signal_at->signal), std::to_string(signal_at->call)});
+  }
   for (const std::string& path : kept_)
     Append(command, {"--keep", path, KeptDirectory(path)});
   const std::string& program = arguments.at(0);

@@ -40,7 +40,15 @@ struct RunResult {
   std::vector<LogLine> log;
   std::vector<Invocation> invocations;  ///< Of the stand-ins, in order.
   std::vector<std::string> requests;    ///< To the scripted daemon, in order.
-  std::vector<std::string> survivors;   ///< Processes that outlived the program by a second.
+  std::vector<std::string> survivors;   ///< Processes that outlived the program by five seconds.
+  long system_calls = 0;                ///< Of the program, if the run was to be interrupted.
+};
+
+/// A signal for the program at the moment when it enters a system call, counted from its start.
+/// The call 0 never comes: all calls are counted.
+struct SignalAt {
+  int signal = 0;
+  long call = 0;
 };
 
 class Sandbox;
@@ -48,7 +56,8 @@ class Sandbox;
 /// A current run. It ends with this object at the latest.
 class Running {
  public:
-  Running(Sandbox& box, const std::vector<std::string>& arguments);
+  Running(Sandbox& box, const std::vector<std::string>& arguments,
+          std::optional<SignalAt> signal_at = std::nullopt);
   ~Running();
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
@@ -78,6 +87,8 @@ class Sandbox {
   [[nodiscard]] RunResult RunOn(const std::vector<std::string>& targets = {kPhotoDir});
   /// Starts keldothumb with the profile file on the photo directory.
   [[nodiscard]] std::unique_ptr<Running> Start();
+  /// Runs the same to its end and interrupts it at that system call.
+  [[nodiscard]] RunResult RunInterrupted(SignalAt signal_at);
 
   // Files.
   [[nodiscard]] std::string Outside(const std::string& inside) const;
@@ -127,7 +138,8 @@ class Sandbox {
  private:
   friend class Running;
 
-  [[nodiscard]] std::vector<std::string> Command(const std::vector<std::string>& arguments) const;
+  [[nodiscard]] std::vector<std::string> Command(const std::vector<std::string>& arguments,
+                                                 std::optional<SignalAt> signal_at) const;
   void AppendTools(std::vector<std::string>& command) const;
   void PrepareKept() const;
 

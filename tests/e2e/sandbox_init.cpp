@@ -1,14 +1,17 @@
 // The first process of a sandbox: starts the program under test, forwards signals to it, reaps
 // orphans, and reports what was still running after the program's end.
 //
-//   sandbox_init FD [--keep FROM TO]... -- PROGRAM ARGV0 ARG...
+//   sandbox_init FD [--signal-at SIGNAL CALL] [--keep FROM TO]... -- PROGRAM ARGV0 ARG...
 //
 // FD is a packet socket to the test. Each packet that we receive is a signal number for the
-// program. After the program's end we send a packet with its wait status and then, one per line,
-// the command names of the processes that outlived it by more than a second. "--keep" copies a
+// program. After the program's end we send a packet with its wait status, the system calls that we
+// counted, and then, one per line, the command names of the processes that outlived it by more
+// than five seconds. "--signal-at" counts the system calls of the program, without its children,
+// and sends it the signal as it enters the given one; no call has the number 0. "--keep" copies a
 // directory before the sandbox and its memory file systems disappear.
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -36,6 +39,9 @@ using std::chrono::steady_clock;
 
 struct Options {
   int control = -1;
+  bool trace = false;
+  int signal = 0;        ///< The signal to send,
+  long signal_call = 0;  ///< as the program enters this system call.
   std::vector<std::pair<std::string, std::string>> keep;
   std::string program;
   std::vector<char*> arguments;  ///< Ends with a null pointer.
@@ -45,6 +51,12 @@ Options ParseOptions(int argc, char** argv) {
   Options options;
   int next = 1;
   options.control = std::stoi(argv[next++]);
+  if (std::string(argv[next]) == "--signal-at") {
+    options.trace = true;
+    options.signal = std::stoi(argv[next + 1]);
+    options.signal_call = std::stol(argv[next + 2]);
+    next += 3;
+  }
   while (std::string(argv[next]) == "--keep") {
     options.keep.emplace_back(argv[next + 1], argv[next + 2]);
     next += 3;
@@ -63,9 +75,42 @@ pid_t StartProgram(const Options& options) {
   sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   ::close(options.control);
+  if (options.trace) ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
   ::execv(options.program.c_str(), options.arguments.data());
   std::cerr << "cannot execute " << options.program << '\n';
   std::_Exit(127);
+}
+
+struct Trace {
+  long calls = 0;   ///< The system calls up to the signal, or all of them.
+  int status = -1;  ///< The wait status if the program has ended.
+};
+
+// Follows the program from its start to the system call that the signal belongs to. From there on
+// it runs undisturbed: SIGKILL ends it before the call, any other signal may interrupt the call.
+Trace TraceProgram(const Options& options, pid_t program) {
+  Trace trace;
+  int status = 0;
+  if (::waitpid(program, &status, 0) != program || !WIFSTOPPED(status)) {
+    throw std::runtime_error("cannot trace the program");
+  }
+  ::ptrace(PTRACE_SETOPTIONS, program, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+  bool in_call = false;
+  for (long deliver = 0;;) {
+    ::ptrace(PTRACE_SYSCALL, program, nullptr, deliver);
+    if (::waitpid(program, &status, 0) != program) throw std::runtime_error("lost the program");
+    if (!WIFSTOPPED(status)) break;
+    const bool at_call = WSTOPSIG(status) == (SIGTRAP | 0x80);
+    deliver = at_call ? 0 : WSTOPSIG(status);
+    if (!at_call) continue;
+    in_call = !in_call;
+    if (!in_call || ++trace.calls != options.signal_call) continue;
+    ::kill(program, options.signal);
+    ::ptrace(PTRACE_DETACH, program, nullptr, nullptr);
+    return trace;
+  }
+  trace.status = status;
+  return trace;
 }
 
 // Reaps the processes that have ended. Returns the wait status of `program` if it is among them,
@@ -112,9 +157,9 @@ std::vector<std::string> OtherProcesses() {
   return names;
 }
 
-// Killed processes end a moment later, so they get a second.
+// Killed processes end a moment later, so they get five seconds.
 std::vector<std::string> Survivors() {
-  const auto deadline = steady_clock::now() + std::chrono::seconds(1);
+  const auto deadline = steady_clock::now() + std::chrono::seconds(5);
   for (;;) {
     ReapChildren(0);
     std::vector<std::string> names = OtherProcesses();
@@ -132,8 +177,10 @@ int Main(int argc, char** argv) {
   const UniqueFd child_signals(::signalfd(-1, &child_ended, SFD_CLOEXEC));
 
   const pid_t program = StartProgram(options);
-  const int status = WaitForProgram(options, program, child_signals.get());
-  std::string report = std::to_string(status) + "\n";
+  Trace trace;
+  if (options.trace) trace = TraceProgram(options, program);
+  if (trace.status == -1) trace.status = WaitForProgram(options, program, child_signals.get());
+  std::string report = std::to_string(trace.status) + " " + std::to_string(trace.calls) + "\n";
   for (const std::string& name : Survivors())
     report += name + "\n";
   for (const auto& [from, to] : options.keep) {

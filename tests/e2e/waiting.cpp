@@ -8,7 +8,7 @@ namespace keldo::testing {
 
 void WaitUntil(const std::function<bool()>& condition) {
   using std::chrono::steady_clock;
-  const auto deadline = steady_clock::now() + std::chrono::seconds(10);
+  const auto deadline = steady_clock::now() + std::chrono::seconds(30);
   while (!condition()) {
     if (steady_clock::now() > deadline) throw std::runtime_error("waited in vain");
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -7,7 +7,7 @@
 
 namespace keldo::testing {
 
-/// Checks every millisecond until `condition` holds. Throws std::runtime_error after ten seconds.
+/// Checks every millisecond until `condition` holds. Throws std::runtime_error after 30 seconds.
 void WaitUntil(const std::function<bool()>& condition);
 
 /// Waits until the stand-ins were started this many times in the current run.

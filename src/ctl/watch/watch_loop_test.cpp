@@ -302,7 +302,7 @@ TEST_F(WatchTest, EndsItselfAndItsChildrenOnRequest) {
     ASSERT_TRUE(Eventually([&] { return Runs().size() == runs + 1; }));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Stop(signal), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
     // A surviving child would continue now.
     LetGo();
     EXPECT_FALSE(HasThumbnail("", "a" + std::to_string(signal) + ".jpg", "XL.jpg"));
