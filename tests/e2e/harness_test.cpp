@@ -42,8 +42,8 @@ TEST(HarnessTest, HidesTheHostAndKeepsItsOwnDirectories) {
   const RunResult run =
       RunShell(box,
                "ls /var/run/ /var/spool /var/packages /tmp; ls /root /work;"
-               "echo x > /var/run/a; echo x > /usr/bin/a; ls /proc | grep -c '^[0-9]'");
-  EXPECT_THAT(run.standard_output, ::testing::EndsWith("\n4\n")) << "init, sh, ls and grep";
+               "echo x > /var/run/a; echo x > /usr/bin/a; set -- /proc/[0-9]*; echo $#");
+  EXPECT_THAT(run.standard_output, ::testing::EndsWith("\n2\n")) << "init and sh";
   EXPECT_EQ(box.Read("/var/run/a"), "x\n");
   EXPECT_EQ(box.Read("/run/a"), "x\n");
   EXPECT_EQ(RunShell(box, "cat /var/run/a").standard_output, "x\n");
