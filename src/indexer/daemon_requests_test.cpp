@@ -19,15 +19,6 @@ TEST_F(DaemonRequestsTest, AFailedVideoPostIsLogged) {
   ExpectFailure(159);
 }
 
-TEST_F(DaemonRequestsTest, PhotoConversionIsAskedFor) {
-  Reply(R"({"success": true, "result": true})");
-  EXPECT_TRUE(IsPhotoConversionOn());
-  ExpectSent(R"({"command": "IS_CONVERT_PHOTO"})");
-  Reply(R"({"success": true, "result": false})");
-  EXPECT_FALSE(IsPhotoConversionOn());
-  ExpectNoLog();
-}
-
 TEST_F(DaemonRequestsTest, PhotoConversionIsOffOnFailure) {
   for (const std::string& reply : FailedReplies()) {
     fake().Reset();
@@ -37,13 +28,18 @@ TEST_F(DaemonRequestsTest, PhotoConversionIsOffOnFailure) {
   }
 }
 
-TEST_F(DaemonRequestsTest, VideoConversionIsAskedFor) {
-  Reply(R"({"success": true, "result": true})");
-  EXPECT_TRUE(IsVideoConversionOn());
-  ExpectSent(R"({"command": "IS_CONVERT_VIDEO"})");
-  Reply(R"({"success": true, "result": false})");
-  EXPECT_FALSE(IsVideoConversionOn());
-  ExpectNoLog();
+TEST_F(DaemonRequestsTest, ConversionIsAskedFor) {
+  const auto expect = [](bool (*ask)(), const std::string& command, bool on) {
+    fake().Reset();
+    Reply(std::string(R"({"success": true, "result": )") + (on ? "true}" : "false}"));
+    EXPECT_EQ(ask(), on) << command;
+    ExpectSent(R"({"command": ")" + command + R"("})");
+    ExpectNoLog();
+  };
+  for (const bool on : {true, false}) {
+    expect(IsPhotoConversionOn, "IS_CONVERT_PHOTO", on);
+    expect(IsVideoConversionOn, "IS_CONVERT_VIDEO", on);
+  }
 }
 
 TEST_F(DaemonRequestsTest, VideoConversionIsOffOnFailure) {

@@ -34,7 +34,7 @@ bool MakePhotoThumbRequests(const ThumbProfileList& profiles, int phase, const s
     FillFromProfile(request, *profile, path);
     request.destPath = ea_dir + "/" + profile->eaFilename();
     request.tempDir = ea_dir;
-    // The later phases read one of our thumbnails, which has no other profiles left.
+    // The later phases read one of our own thumbnails, and phase 0 has stripped that.
     request.stripProfiles = phase == 0;
     request.autoOrient = auto_orient;
     request.rotate = rotate;

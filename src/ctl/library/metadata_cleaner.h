@@ -10,7 +10,7 @@
 
 namespace keldo::ctl {
 
-/// Files in one photo's metadata directory that are no longer of use.
+/// Files in one photo's metadata directory that nothing needs any more.
 struct Leftovers {
   enum class Reason {
     kPhotoGone,    ///< The photo does not exist.

@@ -60,7 +60,7 @@ class MetadataOf {
     return true;
   }
 
-  // Checked once per photo: most photos without thumbnails have no metadata directory at all.
+  // Looked up once per photo. Most photos without thumbnails have no metadata directory.
   bool Exists() {
     struct stat status {};
     return Find("", status);
