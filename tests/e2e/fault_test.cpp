@@ -22,13 +22,15 @@ using ::testing::IsEmpty;
 TEST(FaultTest, KilledProgramTakesItsConverterWithIt) {
   Sandbox box;
   box.AddPhoto("a.png");
-  box.Script("convert-thumb", "hang\n");
+  // What it has written when the program is killed is no image yet.
+  box.Script("convert-thumb", "outputs rubbish\nhang\n");
   const auto running = box.Start();
-  WaitForInvocations(box, 1);
+  WaitUntil([&] { return !box.List(MetadataOf("a.png")).empty(); });
   running->Signal(SIGKILL);
   const RunResult run = running->Finish();
   EXPECT_EQ(run.signal, SIGKILL);
   EXPECT_THAT(run.survivors, IsEmpty());
+  ExpectNoBrokenThumbnail(box, MetadataOf("a.png"));
 }
 
 // Kills a run at every `step`th system call from the `first` on and lets two others finish: the
